@@ -1,7 +1,7 @@
 /*
- * The macros of GLib and GObject with -Wold-style-cast and its kin silenced: their expansions hold C
- * casts that are not ours to mend. Every source file that defines a class includes this instead of
- * <glib-object.h> alone.
+ * The macros of GLib and GObject with -Wold-style-cast and its kin silenced: their expansions hold
+ * C casts that are not ours to mend. Every source file that defines a class includes this instead
+ * of <glib-object.h> alone.
  */
 #pragma once
 

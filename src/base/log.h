@@ -47,7 +47,8 @@ constexpr const char *duskvale_debug_tag(LogCategory category) {
  */
 int duskvale_debug_print(int priority, const char *format, ...) G_GNUC_PRINTF(2, 3);
 
-/* The gate: 1 if a debug line of `category` (0 to 31) that asks for `level` may be written, else 0. */
+/* The gate: 1 if a debug line of `category` (0 to 31) that asks for `level` may be written, else 0.
+ */
 int duskvale_debug(int level, int category);
 
 int duskvale_debug_get_level();

@@ -1,7 +1,8 @@
 /*
  * The one door in front of the bus. libdbus ends the whole process when a string that is not valid
- * UTF-8 is put into a message, and texts reach us from places that promise nothing: sysfs attributes
- * cut in the middle of a character, odd file names, files edited by hand, other nodes' messages.
+ * UTF-8 is put into a message, and texts reach us from places that promise nothing: sysfs
+ * attributes cut in the middle of a character, odd file names, files edited by hand, other nodes'
+ * messages.
  */
 #pragma once
 

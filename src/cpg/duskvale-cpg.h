@@ -1,7 +1,7 @@
 /*
- * One connection to a corosync Closed Process Group: a thin layer over libcpg (cpg_overview(3)) that
- * joins one group, multicasts, dispatches one event at a time and turns the library's callbacks into
- * calls of a callback table. It knows nothing of what the messages say.
+ * One connection to a corosync Closed Process Group: a thin layer over libcpg (cpg_overview(3))
+ * that joins one group, multicasts, dispatches one event at a time and turns the library's
+ * callbacks into calls of a callback table. It knows nothing of what the messages say.
  *
  * Main-loop thread only. The callbacks run inside duskvale_cpg_dispatch() and may send.
  */
@@ -31,7 +31,8 @@ struct duskvale_cpg;
 /*
  * Connects, reads the local node id and joins `group_name` (shorter than CPG_MAX_NAME_LENGTH).
  * `agents` (may be null) and `user_data` are borrowed for the life of the record. Stores the record
- * in `out` on CS_OK only; on any other code (logged, but for CS_ERR_NO_MEMORY) nothing is left open.
+ * in `out` on CS_OK only; on any other code (logged, but for CS_ERR_NO_MEMORY) nothing is left
+ * open.
  */
 cs_error_t duskvale_cpg_new(duskvale_cpg **out, const char *group_name,
                             const DuskvaleGCpgAgents *agents, void *user_data);

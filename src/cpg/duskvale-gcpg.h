@@ -1,7 +1,7 @@
 /*
  * DuskvaleGCpg: the CPG connection driven by a GLib main loop. A custom GSource polls the
- * connection's descriptor and dispatches one event per readiness, so every agent call arrives on the
- * main-loop thread.
+ * connection's descriptor and dispatches one event per readiness, so every agent call arrives on
+ * the main-loop thread.
  *
  * When corosync is gone for good (the descriptor has hung up and a dispatch failed) no event can
  * ever come again and the descriptor stays ready for ever: the source is taken off the loop and the

@@ -10,8 +10,8 @@
 /* A master was applied, perhaps the same one again. InTransition rises. */
 gboolean duskvale_notify_new_master(DuskvaleDBus *self, uint32_t nodeid);
 
-/* The cluster's freeze changed: stores it, writes or removes its file. `nodeid` 0 lifts it; `reason`
-   may be null. */
+/* The cluster's freeze changed: stores it, writes or removes its file. `nodeid` 0 lifts it;
+   `reason` may be null. */
 gboolean duskvale_notify_frozen_master(DuskvaleDBus *self, uint32_t nodeid, const char *reason);
 
 gboolean duskvale_notify_joined(DuskvaleDBus *self, uint32_t nodeid, size_t node_count);

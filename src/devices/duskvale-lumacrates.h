@@ -38,8 +38,8 @@ DuskvaleLumacrates *duskvale_lumacrates_new(const DuskvaleLumacratesAgents *agen
 
 /*
  * Scans sysfs. Returns the new count, or -1 after a logged failure (the driver is not loaded): then
- * the count keeps its value and no agent is called. `details` may be null; else it receives an array
- * of one record per device in scan order, or null when memory ran out, to be released with
+ * the count keeps its value and no agent is called. `details` may be null; else it receives an
+ * array of one record per device in scan order, or null when memory ran out, to be released with
  * duskvale_lumacrates_inventory_free().
  */
 gint32 duskvale_lumacrates_inventory(DuskvaleLumacrates *self, DuskvaleLumacrateInfo **details);
@@ -50,8 +50,8 @@ gint32 duskvale_lumacrate_count(DuskvaleLumacrates *self);
 
 /*
  * A hotplug report: rescans, reads the device at `devpath` (its sysfs directory, absolute) when it
- * was added, and calls the notify agent with the new total; with the last good count when the rescan
- * failed. The report itself is never counted: sysfs is.
+ * was added, and calls the notify agent with the new total; with the last good count when the
+ * rescan failed. The report itself is never counted: sysfs is.
  */
 void duskvale_lumacrate_event(DuskvaleLumacrates *self, gboolean added, const char *devpath);
 

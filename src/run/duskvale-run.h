@@ -1,9 +1,9 @@
 /*
  * DuskvaleRun: runs the step programs of a run directory for a role, one after another: every entry
  * whose name ends in ".run", ascending by name with the argument "start" for the master, descending
- * with "stop" for a slave. A step that runs for 240 seconds gets one SIGTERM. A role asked for while
- * a sequence runs is remembered (only the last one) and run afterwards. A failing step never stops
- * the sequence.
+ * with "stop" for a slave. A step that runs for 240 seconds gets one SIGTERM. A role asked for
+ * while a sequence runs is remembered (only the last one) and run afterwards. A failing step never
+ * stops the sequence.
  */
 #pragma once
 
