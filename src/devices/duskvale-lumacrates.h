@@ -13,7 +13,8 @@ struct DuskvaleLumacrateInfo {
 };
 static_assert(sizeof(DuskvaleLumacrateInfo) == 80);
 
-/* A null table or slot is skipped; results are ignored. `user_data` comes last. */
+/* A null table or slot is skipped; results are ignored. `user_data` comes last. A slot must not
+   scan or release the inventory. */
 struct DuskvaleLumacratesAgents {
     /* After a hotplug report: the total of this node, what was added (`info` is empty for a
        removal), and the path given with the report. All valid only during the call. */

@@ -10,7 +10,8 @@
 #include <glib-object.h>
 
 /* Any slot may be null and is then skipped; results are ignored. `step` is the full path of the
-   step program, valid only during the call. */
+   step program, valid only during the call. A slot may ask for a role, but must not release the
+   runner. */
 struct DuskvaleRunAgents {
     int (*step_start)(gpointer user_data, const char *step, gboolean is_master, GPid pid);
     /* `status` is the raw wait status, see wait(2). */
@@ -25,7 +26,8 @@ struct DuskvaleRunAgents {
 G_DECLARE_FINAL_TYPE(DuskvaleRun, duskvale_run, DUSKVALE, RUN, GObject)
 
 /* A new runner, owned by the caller. `run_dir` is copied; `agents` (may be null) and `user_data`
-   are borrowed. */
+   are borrowed. Released in mid-sequence, it calls no agent any more and the step that runs is left
+   to itself: nobody ends or reaps it. */
 DuskvaleRun *duskvale_run_new(const char *run_dir, const DuskvaleRunAgents *agents,
                               gpointer user_data);
 
