@@ -1,19 +1,24 @@
 #!/bin/sh
-# sandbox.sh COMMAND [ARG ...]: runs a test as root in a mount namespace of its own, where the
-# daemon's fixed directories are empty and writable: /etc/duskvale, /usr/share/duskvale/run.d and
-# /sys/bus. The machine's own files stay as they are, and all of it goes with the process.
+# sandbox.sh COMMAND [ARG ...]: runs a test as root in mount and process namespaces of its own,
+# where the daemon's fixed directories are empty and writable: /etc/duskvale,
+# /usr/share/duskvale/run.d, /sys/bus, and /dev without a log socket. The machine's own files stay
+# as they are, and all of it goes with the process, daemonised children included.
 set -eu
 if [ "${DUSKVALE_SANDBOX:-}" != inside ]; then
-    DUSKVALE_SANDBOX=inside exec unshare --mount --propagation private -- "$0" "$@"
+    DUSKVALE_SANDBOX=inside exec unshare --mount --propagation private \
+        --pid --fork --kill-child --mount-proc -- "$0" "$@"
 fi
 unset DUSKVALE_SANDBOX
 mount -t tmpfs sandbox /mnt
-for dir in /etc /usr/share; do
+for dir in /dev /etc /usr/share; do
     layer=/mnt$dir
     mkdir -p "$layer/upper" "$layer/work"
     mount -t overlay -o "lowerdir=$dir,upperdir=$layer/upper,workdir=$layer/work" overlay "$dir"
 done
 mount -t tmpfs sandbox /sys/bus
-rm -rf /etc/duskvale /usr/share/duskvale
+rm -rf /etc/duskvale /usr/share/duskvale /dev/log
 mkdir -p /etc/duskvale /usr/share/duskvale/run.d
-exec "$@"
+# Not exec: the first process of a namespace cannot die of its own abort().
+status=0
+"$@" || status=$?
+exit "$status"

@@ -6,7 +6,7 @@
 /* TRUE as soon as `condition` holds; FALSE when it did not within a limit far beyond any real wait.
  */
 template <typename Condition>
-bool loop_until(Condition condition, int limit_seconds = 20) {
+bool loop_until(Condition condition, gint64 limit_seconds = 20) {
     const gint64 end = g_get_monotonic_time() + limit_seconds * G_USEC_PER_SEC;
     /* A timer of its own wakes an otherwise idle context, so that the limit holds. */
     const guint tick = g_timeout_add(
