@@ -82,6 +82,16 @@ TEST_F(GCpg, EachReadinessHandlesOneEventInOrder) {
     EXPECT_EQ(lib.count("cpg_dispatch"), 3u);
 }
 
+TEST_F(GCpg, AnIdleLoopSleepsUntilSomethingComes) {
+    join();
+    gint priority = 0, timeout = 0;
+    ASSERT_TRUE(g_main_context_acquire(context));
+    EXPECT_FALSE(g_main_context_prepare(context, &priority));
+    g_main_context_query(context, priority, &timeout, nullptr, 0);
+    EXPECT_EQ(timeout, -1);
+    g_main_context_release(context);
+}
+
 TEST_F(GCpg, AnAgentMaySendWhileItIsCalled) {
     DuskvaleGCpgAgents answering = agents;
     answering.got_message = [](void *user_data, uint32_t, const void *message, size_t length) {
