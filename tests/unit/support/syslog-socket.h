@@ -41,6 +41,12 @@ public:
         return true;
     }
 
+    /* TRUE when something arrived that got() has not read. */
+    bool any() const {
+        pollfd readable{fd, POLLIN, 0};
+        return poll(&readable, 1, 0) == 1;
+    }
+
     /* All that arrived so far, for the message of a failed test. */
     std::string all() const {
         std::string text;

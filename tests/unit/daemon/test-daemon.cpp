@@ -1,0 +1,198 @@
+#include "support/child.h"
+#include "support/syslog-socket.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string usage = "Usage:\n"
+                          "bridge [options...]\n"
+                          "\t\t[-f]                  # Run in foreground\n"
+                          "\t\t[-p pidfile]          # Create pid file\n"
+                          "\t\t[-s syslog_facility]  # Log to named syslog facility (default "
+                          "'local5')\n"
+                          "\t\t[-v]                  # Increase verbosity\n"
+                          "\t\t[-d mask]             # Debug mask (0xFF for everything)\n";
+const std::string starting = "INFO: add signal handler for signo: 1\n"
+                             "INFO: add signal handler for signo: 2\n"
+                             "INFO: add signal handler for signo: 15\n"
+                             "INFO: Starting\n";
+const std::string registered = "INFO: Registered on dbus\n";
+const std::string removed = "INFO: remove signal handler for signo: 1\n"
+                            "INFO: remove signal handler for signo: 2\n"
+                            "INFO: remove signal handler for signo: 15\n";
+
+std::string stopped_by(int signo) {
+    return "INFO: GOT SIGNAL: " + std::to_string(signo) + "\nINFO: Ending\n" + removed;
+}
+
+/* The daemon, called as "bridge", in `directory`. */
+struct Daemon : Child {
+    explicit Daemon(std::vector<std::string> args, const char *directory = "/tmp")
+        : Child([&] {
+              args.insert(args.begin(), "bridge");
+              std::vector<char *> argv;
+              argv.reserve(args.size() + 1);
+              for (std::string &arg : args) {
+                  argv.push_back(arg.data());
+              }
+              argv.push_back(nullptr);
+              fs::current_path(directory);
+              execv(DAEMON, argv.data());
+              _exit(127);
+          }) {}
+
+    std::string pid() const { return std::to_string(id()); }
+};
+
+std::string contents_of(const char *path) {
+    g_autofree gchar *text = nullptr;
+    return g_file_get_contents(path, &text, nullptr, nullptr) ? text : "";
+}
+
+/* The pid in `path`, once the daemon wrote it whole; -1 if it never did. */
+pid_t pid_in(const char *path) {
+    return loop_until([&] { return contents_of(path).ends_with('\n'); })
+               ? std::stoi(contents_of(path))
+               : -1;
+}
+
+} // namespace
+
+TEST(CommandLine, RefusesWhatItDoesNotKnowWithTheUsageAndStatus1) {
+    const std::string no_facility = "ERR(duskvale_debug_syslog):Unknown syslog facility 'mark'"
+                                    "ERR(main):Failed opening syslog";
+    struct {
+        std::vector<std::string> args;
+        std::string complaint;
+    } const cases[] = {
+        {{"-h"}, "ERR(main):Unknown option 'h'\n"},
+        {{"-d"}, "bridge: option requires an argument -- 'd'\nERR(main):Unknown option '?'\n"},
+        {{"-f", "-x", "-h"}, "bridge: invalid option -- 'x'\nERR(main):Unknown option '?'\n"},
+        {{"-s", "mark"}, no_facility},
+        {{"-f", "-s", "mark"}, no_facility},
+    };
+    for (const auto &c : cases) {
+        Daemon daemon(c.args);
+        EXPECT_EQ(daemon.end(), 1);
+        EXPECT_EQ(daemon.stderr_text(), c.complaint + usage);
+    }
+}
+
+TEST(Foreground, RunsUntilAnyStopSignalAndLogsToStandardErrorOnly) {
+    for (const int signo : {SIGHUP, SIGINT, SIGTERM}) {
+        SyslogSocket syslog;
+        Daemon daemon({"ignored", "-f", "ignored too"});
+        ASSERT_TRUE(daemon.wrote(registered)) << daemon.stderr_text();
+        kill(daemon.id(), signo);
+        EXPECT_EQ(daemon.end(), 0);
+        EXPECT_EQ(daemon.stderr_text(), starting + registered + stopped_by(signo));
+        EXPECT_EQ(daemon.stdout_text(), "");
+        EXPECT_FALSE(syslog.any());
+    }
+}
+
+TEST(Foreground, EndsWithStatus1WithoutACoordinator) {
+    std::ofstream("/etc/duskvale/no-coordinator") << "";
+    Daemon daemon({"-f"});
+    EXPECT_EQ(daemon.end(), 1);
+    EXPECT_EQ(daemon.stderr_text(),
+              starting + "ERR(run_mainloop):duskvale_corosync_new() failed\n" + removed);
+    fs::remove("/etc/duskvale/no-coordinator");
+}
+
+TEST(Foreground, LogsToSyslogWhenAFacilityIsNamedInAnyCase) {
+    SyslogSocket syslog;
+    Daemon daemon({"-f", "-s", "LOCAL3"});
+    const std::string name = "duskvale-corosync-bridge[" + daemon.pid();
+    ASSERT_TRUE(syslog.got("<158>" + name + "]: " + registered)) << syslog.all();
+    EXPECT_TRUE(syslog.got("<157>" + name + "-stderr]: redirected stderr")) << syslog.all();
+    kill(daemon.id(), SIGTERM);
+    EXPECT_EQ(daemon.end(), 0);
+    EXPECT_TRUE(syslog.got("<158>" + name + "-stdout]: redirected stdout")) << syslog.all();
+    EXPECT_EQ(daemon.stderr_text(), "");
+}
+
+TEST(Debug, NeedsTheMaskAndSevenTimesV) {
+    const std::vector<std::string> one_to_five = {"CPG 1", "CPG_GLIB 2", "DBUS 3", "LUMACRATES 4",
+                                                  "DUSKVALE 5"};
+    struct {
+        std::vector<std::string> options;
+        std::vector<std::string> categories;
+    } const cases[] = {
+        {{"-d", "0x3e", "-vvvvvvv"}, one_to_five},
+        {{"-d", "62", "-vvvv", "-vvv"}, one_to_five},
+        {{"-d", "076", "-vvvvvvvv"}, one_to_five},
+        {{"-d", "0x10000003e", "-vvvvvvv"}, one_to_five},
+        {{"-d", "0x80000040", "-vvvvvvv"}, {"RUN 6", " 31"}},
+        {{"-d", "0x3e", "-vvvvvv"}, {}},
+        {{"-d", "everything", "-vvvvvvv"}, {}},
+        {{"-vvvvvvv"}, {}},
+        {{"-d", "0xFF"}, {}},
+    };
+    for (const auto &c : cases) {
+        std::vector<std::string> args = c.options;
+        args.push_back("-f");
+        std::string lines;
+        for (const std::string &category : c.categories) {
+            const size_t blank = category.find(' ');
+            lines += "DBG(" + category.substr(0, blank) +
+                     "): duskvale_corosync_new: " + category.substr(blank + 1) + "\n";
+        }
+        Daemon daemon(args);
+        ASSERT_TRUE(daemon.wrote(registered)) << daemon.stderr_text();
+        EXPECT_EQ(daemon.stderr_text(), starting + lines + registered);
+    }
+}
+
+TEST(Background, LeavesAProcessInTheRootDirectoryThatLogsToLocal5) {
+    SyslogSocket syslog;
+    Daemon daemon({"-p", "etc/duskvale/pid"}, "/etc");
+    EXPECT_EQ(daemon.end(), 0);
+    EXPECT_EQ(daemon.stderr_text() + daemon.stdout_text(), "");
+
+    const pid_t pid = pid_in("/etc/duskvale/pid");
+    ASSERT_GT(pid, 0) << syslog.all();
+    const std::string name = "<174>duskvale-corosync-bridge[" + std::to_string(pid);
+    ASSERT_TRUE(syslog.got(name + "]: " + registered)) << syslog.all();
+    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(pid) + "/cwd"), "/");
+
+    kill(pid, SIGTERM);
+    EXPECT_EQ(end_of(pid), 0);
+    EXPECT_TRUE(syslog.got(name + "]: INFO: Ending\n")) << syslog.all();
+    EXPECT_TRUE(syslog.got(name + "-stdout]: redirected stdout")) << syslog.all();
+    EXPECT_EQ(pid_in("/etc/duskvale/pid"), pid) << "the pid file stays";
+}
+
+TEST(PidFile, IsWrittenWhereTheForegroundProcessStands) {
+    std::ofstream("/etc/duskvale/pid") << "a longer text that must go\n";
+    Daemon daemon({"-f", "-p", "pid"}, "/etc/duskvale");
+    ASSERT_TRUE(daemon.wrote(registered)) << daemon.stderr_text();
+    EXPECT_EQ(contents_of("/etc/duskvale/pid"), daemon.pid() + "\n");
+    kill(daemon.id(), SIGTERM);
+    EXPECT_EQ(daemon.end(), 0);
+}
+
+TEST(PidFile, EndsTheProcessWhenItCannotBeWritten) {
+    struct {
+        const char *path;
+        const char *reason;
+    } const cases[] = {
+        {"/etc/duskvale/no/such/dir", "No such file or directory"},
+        {"/etc/duskvale", "Is a directory"},
+        {"/dev/full", "No space left on device"},
+    };
+    for (const auto &c : cases) {
+        Daemon daemon({"-f", "-p", c.path});
+        EXPECT_EQ(daemon.end(), 1);
+        EXPECT_EQ(daemon.stderr_text(), std::string(c.path) + ": " + c.reason + "\n");
+    }
+}
