@@ -9,4 +9,3 @@
 #include <glib.h>
 
 #pragma GCC diagnostic ignored "-Wold-style-cast"
-#pragma GCC diagnostic ignored "-Wuseless-cast"

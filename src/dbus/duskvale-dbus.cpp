@@ -43,12 +43,10 @@ GType duskvale_dbus_error_get_type() {
 
 static void duskvale_dbus_finalize(GObject *object) {
     DBUS_DBG("\n");
-    /* NOLINTBEGIN(modernize-use-nullptr): the conditions are the text of the warnings. */
     g_return_if_fail(object != NULL);
     g_return_if_fail(DUSKVALE_IS_DBUS(object));
     DuskvaleDBus *dvdbus = DUSKVALE_DBUS(object);
     g_return_if_fail(dvdbus->priv != NULL);
-    /* NOLINTEND(modernize-use-nullptr) */
 
     DuskvaleDBusPrivate *priv = dvdbus->priv;
     g_clear_object(&priv->bus_proxy);

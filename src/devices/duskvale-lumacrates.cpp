@@ -51,7 +51,7 @@ static void duskvale_lumacrates_finalize(GObject *object) {
     DUSKVALE_DBG(LogCategory::lumacrates, "\n");
     g_return_if_fail(DUSKVALE_IS_LUMACRATES(object));
     DuskvaleLumacrates *dvlc = DUSKVALE_LUMACRATES(object);
-    g_return_if_fail(dvlc->priv != nullptr);
+    g_return_if_fail(dvlc->priv != NULL);
     G_OBJECT_CLASS(duskvale_lumacrates_parent_class)->finalize(object);
 }
 

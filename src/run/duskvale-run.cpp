@@ -50,7 +50,7 @@ static void duskvale_run_finalize(GObject *object) {
     DUSKVALE_DBG(LogCategory::run, "\n");
     g_return_if_fail(DUSKVALE_IS_RUN(object));
     DuskvaleRunPrivate *priv = DUSKVALE_RUN(object)->priv;
-    g_return_if_fail(priv != nullptr);
+    g_return_if_fail(priv != NULL);
 
     /* Released in mid-sequence: the step that runs is left to finish by itself, but its end must
        not reach a runner that is gone. */
