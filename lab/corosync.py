@@ -1,0 +1,62 @@
+"""Corosync on the nodes of a lab: its configuration, and what its log says of the ring."""
+
+import re
+
+_CONFIG = """\
+totem {{
+  version: 2
+  cluster_name: {cluster}
+  transport: knet
+  token: {token}
+  crypto_cipher: none
+  crypto_hash: none
+}}
+system {{
+  # A lab may have no right to real-time scheduling, and must leave the machine's cgroups alone.
+  sched_rr: no
+  move_to_root_cgroup: no
+}}
+logging {{
+  to_stderr: yes
+  to_syslog: no
+  timestamp: off
+}}
+nodelist {{
+{nodes}}}
+"""
+
+_NODE = """\
+  node {{
+    nodeid: {id}
+    name: {name}
+    ring0_addr: {address}
+  }}
+"""
+
+_STARTING = re.compile(r"Corosync Cluster Engine .* starting up")
+_MEMBERS = re.compile(r"Sync members\[\d+\]: (.*)")
+_SYNCED = "Completed service synchronization"
+
+
+def config_text(cluster, token, nodes):
+    """The text of corosync.conf; `token` in ms, `nodes` an iterable of (id, name, address)."""
+    texts = (_NODE.format(id=id, name=name, address=address) for id, name, address in nodes)
+    return _CONFIG.format(cluster=cluster, token=token, nodes="".join(texts))
+
+
+def views(entries):
+    """The ring as a node saw it, from its corosync log: a list of (time, set of node ids).
+
+    A view counts from the moment when corosync serves in it. After a start the list begins anew.
+    """
+    found = []
+    members = None
+    for entry in entries:
+        if _STARTING.search(entry.text):
+            found, members = [], None
+        elif match := _MEMBERS.search(entry.text):
+            members = {int(word) for word in match[1].split()}
+        elif _SYNCED in entry.text and members is not None:
+            found.append((entry.time, members))
+            members = None
+    return found

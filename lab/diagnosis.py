@@ -1,0 +1,52 @@
+"""Texts about the state of a lab for people: the table of "lab status", and a failure's report."""
+
+from . import agreement
+from .node import COROSYNC, DAEMON
+from .waiting import LabError
+
+LAST_LINES = 15
+
+
+def rows(lab):
+    """One tuple for each node: name, address, power, cable, ring, daemon, master."""
+    states = lab.node_states()
+    return [_row(node, states[node.name]) for node in lab.nodes]
+
+
+def table(lab):
+    """The rows with a heading, in columns."""
+    heading = ("NODE", "ADDRESS", "POWER", "CABLE", "RING", "DAEMON", "SEES AS MASTER")
+    lines = [heading, *rows(lab)]
+    widths = [max(len(line[column]) for line in lines) for column in range(len(heading))]
+    return "\n".join(
+        "  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines
+    )
+
+
+def text(lab):
+    """The table and the last lines of each daemon; says what could not be found out, never raises."""
+    try:
+        parts = [table(lab)]
+        for node in lab.nodes:
+            lines = [f"{entry.time:.3f}  {entry.text}" for entry in node.log[-LAST_LINES:]]
+            parts.append(f"--- last lines of the daemon of {node}")
+            parts.extend(lines or ["(none)"])
+        return "\n".join(parts)
+    except (LabError, OSError) as error:
+        return f"(the lab cannot be asked: {error})"
+
+
+def _row(node, state):
+    if not state["on"]:
+        return (node.name, node.address, "off", "-", "-", "-", "-")
+    services = node.status()
+    cable = "cut" if state["cut"] else "ok" if state["side"] == "switch" else state["side"]
+    ring = ",".join(map(str, sorted(node.ring()))) if services[COROSYNC]["pid"] else "no corosync"
+    daemon = services[DAEMON]
+    if daemon["pid"]:
+        process = f"pid {daemon['pid']}"
+    else:
+        process = "never started" if daemon["status"] is None else f"ended ({daemon['status']})"
+    master = agreement.master_of(node) if daemon["pid"] else None
+    named = {None: "-", 0: "none"}.get(master, str(master))
+    return (node.name, node.address, "on", cable, ring or "none", process, named)

@@ -1,0 +1,62 @@
+"""The network of a lab: one switch, and a cable to each node. Runs in the switch's namespace."""
+
+import subprocess
+
+SUBNET = "192.0.2."  # set aside for documentation: nothing real has such an address
+PREFIX = 24
+MAIN = "switch"
+
+
+def address_of(number):
+    """The address of node `number`; beyond the nodes there is room for clients and services."""
+    return f"{SUBNET}{number}"
+
+
+class Switch:
+    def __init__(self):
+        self.cut_cables = set()
+        self.sides = {}
+        self._bridges = set()
+        self._use_bridge(MAIN)
+
+    def plug_in(self, name, address):
+        """Makes the network namespace `name`, whose eth0 has `address`, and connects it."""
+        _ip("netns", "add", name)
+        _ip("link", "add", f"port-{name}", "type", "veth", "peer", "name", "eth0", "netns", name)
+        _ip("-n", name, "link", "set", "lo", "up")
+        _ip("-n", name, "address", "add", f"{address}/{PREFIX}", "dev", "eth0")
+        _ip("-n", name, "link", "set", "eth0", "up")
+        self.assign(name, MAIN)
+        self.set_cable(name, True)
+
+    def unplug(self, name):
+        """Takes the cable and the name of the namespace away; the nodes see a dead cable at once."""
+        _ip("link", "delete", f"port-{name}")
+        _ip("netns", "delete", name)
+        del self.sides[name]
+        self.cut_cables.discard(name)
+
+    def set_cable(self, name, whole):
+        """Cuts the cable of `name` or mends it."""
+        _ip("link", "set", f"port-{name}", "up" if whole else "down")
+        (self.cut_cables.discard if whole else self.cut_cables.add)(name)
+
+    def assign(self, name, side):
+        """Moves the cable of `name` to the part of the network called `side`; parts do not meet."""
+        self._use_bridge(side)
+        _ip("link", "set", f"port-{name}", "master", side)
+        self.sides[name] = side
+
+    def _use_bridge(self, name):
+        if name not in self._bridges:
+            _ip("link", "add", name, "type", "bridge", "stp_state", "0", "mcast_snooping", "0")
+            _ip("link", "set", name, "up")
+            self._bridges.add(name)
+
+
+def _ip(*arguments):
+    result = subprocess.run(
+        ["ip", *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False
+    )
+    if result.returncode != 0:
+        raise RuntimeError(f"ip {' '.join(arguments)}: {result.stderr.strip()}")

@@ -1,0 +1,284 @@
+"""One node of a lab, seen from outside: its daemon, its services, its files, its cable."""
+
+import json
+import os
+import pathlib
+import shutil
+import signal
+from typing import NamedTuple
+
+from . import corosync, filesystem
+from .bus import Bus
+from .control import ask, listener_pid
+from .journal import Journal
+from .processes import run_inside, start_inside
+from .waiting import LabError, now, wait_until
+
+DAEMON, COROSYNC, BUS, RECORDER = "daemon", "corosync", "bus", "recorder"
+
+
+class Signal(NamedTuple):
+    time: float
+    name: str
+    arguments: list
+
+
+class Node:
+    """`number` counts from 1 in the lab; `id` is the node id in corosync, which mostly is the same."""
+
+    def __init__(self, lab, number, facts):
+        self.lab = lab
+        self.number = number
+        self.id = facts["id"]
+        self.name = facts["name"]
+        self.address = facts["address"]
+        self.bus = Bus(lambda: self.root)
+        self._journals = {}
+
+    def __repr__(self):
+        return self.name
+
+    # The daemon
+
+    def start(self, *arguments, wait=True, limit=10.0):
+        """Starts the daemon in the foreground with further `arguments` and returns its pid.
+
+        With `wait` comes back when it has its name on the bus, and raises LabError if it ends before.
+        """
+        pid = self._ask("start", service=DAEMON, arguments=arguments)
+        if wait:
+            self.wait_registered(limit)
+        return pid
+
+    def wait_registered(self, limit=10.0):
+        def registered():
+            if not self.alive():
+                raise LabError(f"the daemon of {self} ended, status {self.exit_status()}\n"
+                               + self.lab.diagnosis())
+            return self.bus.has_daemon()
+
+        self._wait(registered, limit, f"the daemon of {self} has its name on the bus")
+
+    def stop(self, limit=10.0):
+        """Asks the daemon to end (SIGTERM) and returns its exit status."""
+        return self.kill(signal.SIGTERM, limit)
+
+    def kill(self, number=signal.SIGKILL, limit=10.0):
+        """Sends the daemon a signal that ends it, and returns its exit status (-number if by it)."""
+        self.signal(number)
+        return self.wait_ended(limit)
+
+    def signal(self, number, service=DAEMON):
+        self._ask("signal", service=service, number=int(number))
+
+    def pause(self, service=DAEMON):
+        """Stops the process in its tracks (SIGSTOP) and comes back when it stands still."""
+        self.signal(signal.SIGSTOP, service)
+        stat = self.file(f"/proc/{self.status()[service]['pid']}/stat")
+        self._wait(
+            lambda: stat.read_text().rpartition(")")[2].split()[0] == "T",
+            5.0, f"{service} of {self} is stopped",
+        )
+
+    def resume(self, service=DAEMON):
+        self.signal(signal.SIGCONT, service)
+
+    def status(self):
+        """For each service its "pid" (None: not running), last exit "status", and when it "ended"."""
+        return self._ask("status")
+
+    def alive(self, service=DAEMON):
+        return self.status()[service]["pid"] is not None
+
+    def exit_status(self):
+        """How the daemon ended (negative: by that signal); None while it runs or never ran."""
+        return self.status()[DAEMON]["status"]
+
+    def wait_ended(self, limit=10.0, service=DAEMON):
+        """Waits for the end of a service and returns its exit status."""
+        self._wait(lambda: not self.alive(service), limit, f"{service} of {self} has ended")
+        return self.status()[service]["status"]
+
+    # What it said
+
+    @property
+    def log(self):
+        """The daemon's lines since the lab's last reset, as Entry(time, text)."""
+        return self.journal(DAEMON).entries(self.lab.mark)
+
+    def wait_log(self, pattern, limit=10.0, since=None):
+        """The first line since the time `since` (the last reset) that the expression matches."""
+        since = self.lab.mark if since is None else since
+        return self.journal(DAEMON).wait(pattern, limit, since, self.lab.diagnosis)
+
+    @property
+    def signals(self):
+        """The daemon's D-Bus signals since the lab's last reset, as Signal(time, name, arguments)."""
+        return self.signals_since(self.lab.mark)
+
+    def signals_since(self, since):
+        entries = self.journal("signals").entries(since)
+        parsed = ((entry.time, json.loads(entry.text)) for entry in entries)
+        return [
+            Signal(time, text["signal"], text["arguments"])
+            for time, text in parsed
+            if text["signal"] != "recording"
+        ]
+
+    def wait_signal(self, name, *arguments, limit=10.0, since=None):
+        """The first signal `name` since `since` (the last reset) whose arguments begin with these."""
+        since = self.lab.mark if since is None else since
+        wanted = list(arguments)
+
+        def find():
+            for entry in self.signals_since(since):
+                if entry.name == name and entry.arguments[: len(wanted)] == wanted:
+                    return entry
+            return None
+
+        return self._wait(find, limit, f"signal {name}{arguments} on {self}")
+
+    def journal(self, name):
+        """One of "daemon", "signals", "corosync" and "bus"."""
+        if name not in self._journals:
+            self._journals[name] = Journal(f"{self._directory}/{name}.log")
+        return self._journals[name]
+
+    # Its D-Bus object
+
+    def call(self, method, *arguments, limit=5.0):
+        return self.bus.call(method, *arguments, limit=limit)
+
+    def get(self, name, limit=5.0):
+        return self.bus.get(name, limit)
+
+    def set(self, name, value, limit=5.0):
+        self.bus.set(name, value, limit)
+
+    # Commands and files
+
+    def run(self, argv, limit=30.0, check=True, **options):
+        """Runs a command on the node; see processes.run_inside."""
+        return run_inside(self.pid, argv, limit, check, **options)
+
+    def popen(self, argv, **options):
+        """Starts a command on the node that goes on beside the caller; see processes.start_inside."""
+        return start_inside(self.pid, argv, **options)
+
+    def file(self, path):
+        """The pathlib.Path by which the node's file `path` is reached from here."""
+        return pathlib.Path(self.root + path)
+
+    def write_step(self, name, script):
+        """Puts a step program into the run directory; whole at once, should a sequence be running."""
+        step = self.file(f"{filesystem.RUN_DIRECTORY}/{name}")
+        new = step.with_name(f".{name}.new")
+        new.write_text(script)
+        new.chmod(0o755)
+        new.rename(step)
+
+    def add_device(self, name, location="", hardware_id=""):
+        """Attaches a device, that is, makes its entry in the device tree; reports nothing."""
+        entry = self.file(f"{filesystem.DEVICES}/{name}/lumacrates:{name}")
+        entry.mkdir(parents=True)
+        (entry / "location").write_text(location + "\n")
+        (entry / "hardware_id").write_text(hardware_id + "\n")
+
+    def remove_device(self, name):
+        shutil.rmtree(self.file(f"{filesystem.DEVICES}/{name}"))
+
+    def clear(self):
+        """Removes settings, steps and devices, as on a new node."""
+        for directory in (filesystem.SETTINGS, filesystem.RUN_DIRECTORY, filesystem.DEVICES):
+            for entry in self.file(directory).iterdir():
+                shutil.rmtree(entry) if entry.is_dir() else entry.unlink()
+
+    # Corosync, the bus, power and the cable
+
+    def ring(self):
+        """The node ids that this node's corosync has in its ring; empty while it does not run."""
+        if not self.alive(COROSYNC):
+            return set()
+        views = corosync.views(self.journal(COROSYNC).entries())
+        return views[-1][1] if views else set()
+
+    def kill_corosync(self):
+        self.signal(signal.SIGKILL, COROSYNC)
+        self.wait_ended(service=COROSYNC)
+
+    def start_corosync(self):
+        """Starts corosync; Lab.wait_ring says when it has found the others."""
+        self._ask("start", service=COROSYNC)
+
+    def kill_bus(self):
+        self.signal(signal.SIGKILL, BUS)
+        self.wait_ended(service=BUS)
+        self.wait_ended(service=RECORDER)
+
+    def start_bus(self):
+        since = now()
+        self._ask("start", service=BUS)
+        self._ask("start", service=RECORDER)
+        self._wait_recording(since)
+
+    def cut(self):
+        """Cuts the node's cable; the others and the node itself notice by their time-outs."""
+        self.lab.ask("cable", name=self.name, whole=False)
+
+    def heal(self):
+        """Mends the cable, and ends a partition for this node."""
+        self.lab.ask("cable", name=self.name, whole=True)
+        self.lab.ask("assign", name=self.name, side="switch")
+
+    def power_off(self):
+        """Ends everything on the node at once, as a power cut does. Its files in /etc stay."""
+        self.lab.ask("power_off", name=self.name)
+        self._wait(lambda: not self.is_on(), 30.0, f"{self} is off")
+
+    def power_on(self, wait=True):
+        """Starts the node, with corosync and without the daemon. A repaired cable comes with it."""
+        since = now()
+        self.lab.ask("power_on", name=self.name)
+        if wait:
+            self.wait_booted(since)
+
+    def is_on(self):
+        return self.lab.node_states()[self.name]["on"]
+
+    def wait_booted(self, since):
+        """Waits until the services of a node that was powered on after `since` can be used."""
+        def booted():
+            if not self.is_on():
+                text = pathlib.Path(f"{self._directory}/machine.log").read_text(encoding="utf-8")
+                raise LabError(f"{self} did not start:\n{text}")
+            return os.path.exists(self._control)
+
+        self._wait(booted, 30.0, f"{self} has started")
+        if RECORDER in self.status():
+            self._wait_recording(since)
+
+    @property
+    def pid(self):
+        """The node's first process, as seen from here."""
+        return listener_pid(self._control)
+
+    @property
+    def root(self):
+        return f"/proc/{self.pid}/root"
+
+    @property
+    def _directory(self):
+        return f"{self.lab.directory}/{self.name}"
+
+    @property
+    def _control(self):
+        return f"{self._directory}/control"
+
+    def _ask(self, operation, **arguments):
+        return ask(self._control, operation, **arguments)
+
+    def _wait(self, condition, limit, what):
+        return wait_until(condition, limit, what, explain=self.lab.diagnosis)
+
+    def _wait_recording(self, since):
+        self.journal("signals").wait('"recording"', 30.0, since)
