@@ -173,25 +173,41 @@ class Node:
         """Puts a step program into the run directory; whole at once, should a sequence be running."""
         step = self.file(f"{filesystem.RUN_DIRECTORY}/{name}")
         new = step.with_name(f".{name}.new")
-        new.write_text(script)
+        new.write_text(script, encoding="utf-8")
         new.chmod(0o755)
         new.rename(step)
 
     def add_device(self, name, location="", hardware_id=""):
-        """Attaches a device, that is, makes its entry in the device tree; reports nothing."""
-        entry = self.file(f"{filesystem.DEVICES}/{name}/lumacrates:{name}")
+        """Makes the entry of a device in the device tree and returns its path; reports nothing."""
+        path = self._device_path(name)
+        entry = self.file(path)
         entry.mkdir(parents=True)
-        (entry / "location").write_text(location + "\n")
-        (entry / "hardware_id").write_text(hardware_id + "\n")
+        (entry / "location").write_text(location + "\n", encoding="utf-8")
+        (entry / "hardware_id").write_text(hardware_id + "\n", encoding="utf-8")
+        return path
 
     def remove_device(self, name):
-        shutil.rmtree(self.file(f"{filesystem.DEVICES}/{name}"))
+        path = self._device_path(name)
+        shutil.rmtree(self.file(path).parent)
+        return path
+
+    def plug(self, name, location="", hardware_id=""):
+        """Attaches a device and reports it to the daemon."""
+        path = self.add_device(name, location, hardware_id)
+        self.call("LumacrateHotplug", True, path, hardware_id, location)
+
+    def unplug(self, name):
+        """Takes a device away and reports that to the daemon."""
+        self.call("LumacrateHotplug", False, self.remove_device(name), "", "")
 
     def clear(self):
         """Removes settings, steps and devices, as on a new node."""
         for directory in (filesystem.SETTINGS, filesystem.RUN_DIRECTORY, filesystem.DEVICES):
             for entry in self.file(directory).iterdir():
-                shutil.rmtree(entry) if entry.is_dir() else entry.unlink()
+                if entry.is_dir():
+                    shutil.rmtree(entry)
+                else:
+                    entry.unlink()
 
     # Corosync, the bus, power and the cable
 
@@ -273,6 +289,9 @@ class Node:
     @property
     def _control(self):
         return f"{self._directory}/control"
+
+    def _device_path(self, name):
+        return f"{filesystem.DEVICES}/{name}/lumacrates:{name}"
 
     def _ask(self, operation, **arguments):
         return ask(self._control, operation, **arguments)

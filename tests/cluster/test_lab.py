@@ -1,0 +1,108 @@
+"""The lab itself: that nothing of it outlives it, and that it ends nothing else."""
+
+import json
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+
+import pytest
+
+from lab import state
+from lab.cluster import CHECKOUT, Lab
+from lab.processes import Process
+
+LAB = str(CHECKOUT / "lab/lab")
+OWNER = """
+import signal, sys, time
+from lab.cluster import Lab
+signal.signal(signal.SIGINT, signal.default_int_handler)
+with Lab("owned", nodes=2) as lab:
+    print(*[node.pid for node in lab.nodes], flush=True)
+    time.sleep(600)
+"""
+KNOCK = """
+import errno, socket, sys
+with socket.socket() as door:
+    door.settimeout(1)
+    # Nobody is in, but the host answers.
+    sys.exit(door.connect_ex((sys.argv[1], 9)) != errno.ECONNREFUSED)
+"""
+
+
+def machine_state():
+    """What a lab could leave on the machine: mounts, interfaces, named namespaces."""
+    mounts = pathlib.Path("/proc/self/mounts").read_text(encoding="utf-8")
+    names = pathlib.Path("/run/netns")
+    return mounts, os.listdir("/sys/class/net"), os.path.isdir(names) and os.listdir(names)
+
+
+@pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGTERM, signal.SIGINT])
+def test_lab_ends_with_its_owner_however_that_ends(number):
+    before = machine_state()
+    with subprocess.Popen(
+        [sys.executable, "-c", OWNER], cwd=CHECKOUT, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL
+    ) as owner:
+        inits = [Process(int(pid)) for pid in owner.stdout.readline().split()]
+        owner.send_signal(number)
+    assert len(inits) == 2
+    assert all(init.ended(limit=30) for init in inits)
+    assert machine_state() == before
+
+
+def test_lab_up_stays_until_down_and_a_crashed_one_is_forgotten():
+    name = f"stays-{os.getpid()}"
+    verb = [LAB, "--name", name]
+    subprocess.run([*verb, "up", "-n", "1", "--no-start"], check=True)
+    try:
+        supervisor = state.find(name)
+        assert supervisor is not None
+        assert subprocess.run([*verb, "up"], check=False).returncode != 0  # it is up already
+        assert not supervisor.ended()
+        supervisor.end()  # as a crash
+        subprocess.run([*verb, "up", "-n", "1", "--no-start"], check=True)
+        init = Process(Lab.attach(name).node(1).pid)
+    finally:
+        subprocess.run([*verb, "down"], check=True)
+    assert init.ended(limit=30)
+    assert name not in state.names()
+
+
+def test_down_does_not_end_a_process_that_has_the_old_pid():
+    name = f"recycled-{os.getpid()}"
+    with subprocess.Popen(["sleep", "600"]) as stranger:
+        facts = {"pid": stranger.pid, "started": Process(stranger.pid).started - 1}
+        state.DIRECTORY.mkdir(exist_ok=True)
+        path = state.DIRECTORY / f"{name}.json"
+        path.write_text(json.dumps(facts), encoding="utf-8")
+        subprocess.run([LAB, "--name", name, "down"], check=True)
+        assert stranger.poll() is None
+        assert not path.exists()
+        stranger.kill()
+
+
+def test_cables_partitions_power_and_the_client(lab):
+    first, second, third = lab.nodes
+    client = lab.client()
+
+    def reached():
+        return [
+            client.run([sys.executable, "-c", KNOCK, node.address], check=False).returncode == 0
+            for node in lab.nodes
+        ]
+
+    assert reached() == [True, True, True]
+    third.cut()
+    assert reached() == [True, True, False]
+    lab.heal()
+    lab.partition([1], [2, 3])
+    assert reached() == [True, False, False]
+    lab.heal()
+    second.file("/etc/duskvale/kept").write_text("by the disk", encoding="utf-8")
+    second.power_off()
+    assert reached() == [True, False, True]
+    second.power_on()
+    assert second.file("/etc/duskvale/kept").read_text(encoding="utf-8") == "by the disk"
+    lab.wait_ring()
+    assert first.ring() == {1, 2, 3}
