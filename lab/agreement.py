@@ -18,8 +18,8 @@ def master_of(node):
 def settled_master(nodes, quiet):
     """The number of the node that all of `nodes` name as master, or None while they do not agree.
 
-    Asked for is the state after all elections: each sees as many members as there are nodes, runs no
-    steps, and had no news for `quiet` seconds.
+    Asked for is the state after all elections: each sees as many members as there are nodes, runs
+    no steps, and had no news for `quiet` seconds.
     """
     since = now() - quiet
     named = set()

@@ -20,13 +20,14 @@ import sys
 from . import agreement, corosync, diagnosis, state
 from .control import ask
 from .network import MAIN, address_of
-from .node import COROSYNC, DAEMON, Node
+from .node import Node
 from .processes import Process, check_requirements, environment
 from .supervisor import DIRECTORY as SUPERVISOR_DIRECTORY
 from .waiting import LabError, now, wait_until
 
 CHECKOUT = pathlib.Path(__file__).resolve().parent.parent
 DAEMON_PATH = CHECKOUT / "build/src/daemon/duskvale-corosync-bridge"
+DEMO_DAEMON_PATH = CHECKOUT / "build-demo/src/daemon/duskvale-corosync-bridge"
 POLICY_PATH = CHECKOUT / "data/com.norvel.DuskvaleCorosync.conf"
 
 MAX_NODES = 64
@@ -39,8 +40,8 @@ _HOLDER = ("unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--
 class Lab:
     """`nodes` is how many; `ids` maps a node's number to its corosync id where they differ.
 
-    `daemon` is the path of the daemon (or a command line as a list), `policy` that of its bus policy;
-    `token` is corosync's, in ms; `variables` are added to the environment of the nodes' services.
+    `daemon` is the path of the daemon (or a command line as a list), `policy` that of its bus
+    policy; `token` is corosync's, in ms; `variables` are added to the environment of the services.
     """
 
     def __init__(self, name="lab", nodes=3, daemon=None, policy=None, ids=None, token=1000,
@@ -49,11 +50,12 @@ class Lab:
             raise LabError(f"not a name for a lab: '{name}'")
         if not 1 <= nodes <= MAX_NODES:
             raise LabError(f"a lab has 1 to {MAX_NODES} nodes, not {nodes}")
-        daemon = [str(DAEMON_PATH)] if daemon is None else daemon
+        if not isinstance(daemon, list):
+            daemon = [os.path.abspath(daemon or DAEMON_PATH)]
         self.name = name
         self.mark = 0.0
         self._facts = {
-            "daemon": [os.path.abspath(daemon)] if isinstance(daemon, (str, os.PathLike)) else daemon,
+            "daemon": daemon,
             "policy": os.path.abspath(policy or POLICY_PATH),
             "token": token,
             "variables": dict(variables or {}),
@@ -129,13 +131,7 @@ class Lab:
         """As after `up`: one ring of all nodes, no daemon, no settings, no steps, no devices."""
         self.heal()
         for node in self.nodes:
-            if not node.is_on():
-                node.power_on()
-            if not node.alive(COROSYNC):
-                node.start_corosync()
-            if node.alive(DAEMON):
-                node.kill()
-            node.clear()
+            node.restore()
         self.wait_ring()
         self.wait(lambda: agreement.group_is_empty(self.node(1)), 10.0, "the group is empty")
         self.mark = now()
@@ -144,7 +140,7 @@ class Lab:
 
     @property
     def has_daemon(self):
-        """False while there is no such executable; corosync and the bus can be used nevertheless."""
+        """False while there is no such executable; corosync and the bus work all the same."""
         return shutil.which(self._facts["daemon"][0]) is not None
 
     @property
@@ -170,12 +166,16 @@ class Lab:
         return client
 
     def start(self, *arguments, numbers=None):
-        """Starts the daemon on all nodes (or those of `numbers`) and waits until all can be asked."""
+        """Starts the daemon on all nodes (or those of `numbers`); comes back when all answer."""
         nodes = self._pick(numbers)
         for node in nodes:
             node.start(*arguments, wait=False)
         for node in nodes:
             node.wait_registered()
+
+    def supervise(self, after_end=(), restart_after=None):
+        for node in self.nodes:
+            node.supervise(after_end, restart_after)
 
     # The network
 
@@ -184,7 +184,7 @@ class Lab:
             node.cut()
 
     def partition(self, *groups):
-        """Splits the network: the nodes of each group (numbers) reach each other and nobody else."""
+        """Splits the network: the nodes of a group (numbers) reach one another, and nobody else."""
         for index, group in enumerate(groups):
             for node in self._pick(group):
                 self.ask("assign", name=node.name, side=f"side{index}" if index else MAIN)
@@ -209,11 +209,11 @@ class Lab:
         self.wait(lambda: all(node.ring() == ids for node in nodes), limit, what)
 
     def masters(self):
-        """What each node's daemon names as master: a dict of node numbers, None if it has no answer."""
+        """The master's id by each node's daemon (0: none; None: no answer), by node number."""
         return {node.number: agreement.master_of(node) for node in self.nodes}
 
     def wait_master(self, agreed_on=None, limit=20.0, quiet=0.8):
-        """Waits until these nodes (all with a running daemon) agree on a master, and returns its number.
+        """Waits until these nodes (all with a daemon) agree on a master, and returns its number.
 
         They agree when each names the same member, sees as many members as there are in the list,
         runs no steps, and has had no news for `quiet` seconds (an election takes 0.5 s).
@@ -223,7 +223,7 @@ class Lab:
         return self.wait(lambda: agreement.settled_master(nodes, quiet), limit, what)
 
     def diagnosis(self):
-        """What one wants to see when something went wrong: the state and last lines of each node."""
+        """What one wants to see after a failure: the state and the last lines of each node."""
         return diagnosis.text(self)
 
     # Within the library

@@ -6,7 +6,7 @@ import sys
 import time
 
 from . import diagnosis, state
-from .cluster import Lab
+from .cluster import DAEMON_PATH, DEMO_DAEMON_PATH, Lab
 from .processes import inside
 from .waiting import LabError
 
@@ -14,7 +14,8 @@ DEFAULT_NAME = "lab"
 
 
 def up(options):
-    lab = Lab(options.name, options.nodes, options.daemon, options.policy)
+    daemon = options.daemon or next(filter(os.path.exists, (DAEMON_PATH, DEMO_DAEMON_PATH)), None)
+    lab = Lab(options.name, options.nodes, daemon, options.policy)
     if state.find(options.name):
         raise LabError(f"the lab '{options.name}' is up already")
     with lab:
@@ -88,7 +89,7 @@ _FOLLOW = (("-f", "--follow"), {"action": "store_true", "help": "go on as more a
 VERBS = {
     "up": (up, "start a lab and leave it running", [
         (("-n", "--nodes"), {"type": int, "default": 3, "help": "how many nodes (3)"}),
-        (("--daemon",), {"help": "path of the daemon (that of build/)"}),
+        (("--daemon",), {"help": "path of the daemon (the one that was built)"}),
         (("--policy",), {"help": "path of its bus policy (that of data/)"}),
         (("--no-start",), {"dest": "start", "action": "store_false",
                            "help": "do not start the daemons"}),

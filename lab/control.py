@@ -11,7 +11,7 @@ REQUEST_LIMIT = 10.0
 
 
 class Listener:
-    """The serving side. An operation "x" is the method `do_x` of `target`; it returns a dict or None."""
+    """The serving side. The operation "x" is the method `do_x` of `target`; its result is JSON."""
 
     def __init__(self, path, target):
         self._target = target

@@ -1,6 +1,7 @@
 """Texts about the state of a lab for people: the table of "lab status", and a failure's report."""
 
 from . import agreement
+from .network import MAIN
 from .node import COROSYNC, DAEMON
 from .waiting import LabError
 
@@ -24,7 +25,7 @@ def table(lab):
 
 
 def text(lab):
-    """The table and the last lines of each daemon; says what could not be found out, never raises."""
+    """The table and the last lines of each daemon; for messages, and so raises no error itself."""
     try:
         parts = [table(lab)]
         for node in lab.nodes:
@@ -40,7 +41,7 @@ def _row(node, state):
     if not state["on"]:
         return (node.name, node.address, "off", "-", "-", "-", "-")
     services = node.status()
-    cable = "cut" if state["cut"] else "ok" if state["side"] == "switch" else state["side"]
+    cable = "cut" if state["cut"] else "ok" if state["side"] == MAIN else state["side"]
     ring = ",".join(map(str, sorted(node.ring()))) if services[COROSYNC]["pid"] else "no corosync"
     daemon = services[DAEMON]
     if daemon["pid"]:

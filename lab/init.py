@@ -1,8 +1,12 @@
-"""What the first process of a pid namespace has to do: reap, and wait for several things at once."""
+"""What the first process of a pid namespace has to do: reap, and wait for many things at once."""
 
+import heapq
+import itertools
 import os
 import selectors
 import signal
+
+from .waiting import now
 
 
 class Init:
@@ -11,6 +15,8 @@ class Init:
     def __init__(self):
         self._selector = selectors.DefaultSelector()
         self._on_exit = {}
+        self._timers = []
+        self._order = itertools.count()  # of timers for the same time
         wake_reader, wake_writer = os.pipe()
         os.set_blocking(wake_reader, False)
         os.set_blocking(wake_writer, False)
@@ -20,7 +26,7 @@ class Init:
         self.watch(wake_reader, lambda: self._reap(wake_reader))
 
     def watch(self, source, callback):
-        """Calls `callback()` whenever `source` (a descriptor or something that has one) is readable."""
+        """Calls `callback()` whenever `source` (a descriptor, or what has one) is readable."""
         self._selector.register(source, selectors.EVENT_READ, callback)
 
     def unwatch(self, source):
@@ -29,8 +35,8 @@ class Init:
     def spawn(self, argv, environment, output, errors, on_exit):
         """Starts a program in a process group of its own and returns its pid. Raises OSError.
 
-        `output` and `errors` are the descriptors for its standard output and error. `on_exit(status)`
-        gets the exit status, or the negative number of the signal that ended the process.
+        `output` and `errors` are the descriptors for its standard output and error.
+        `on_exit(status)` gets the exit status, or the negative number of the signal that ended it.
         """
         null = os.open(os.devnull, os.O_RDONLY)
         try:
@@ -51,10 +57,17 @@ class Init:
         self._on_exit[pid] = on_exit
         return pid
 
+    def after(self, delay, callback):
+        """Calls `callback()` once, `delay` seconds from now."""
+        heapq.heappush(self._timers, (now() + delay, next(self._order), callback))
+
     def run(self):
         while True:
-            for key, _ in self._selector.select():
+            limit = max(0.0, self._timers[0][0] - now()) if self._timers else None
+            for key, _ in self._selector.select(limit):
                 key.data()
+            while self._timers and self._timers[0][0] <= now():
+                heapq.heappop(self._timers)[2]()
 
     def _reap(self, wake_reader):
         os.read(wake_reader, 4096)

@@ -12,89 +12,20 @@ socket. The node's description is in there, as JSON:
 import json
 import os
 import resource
+import signal
 import socket
 import sys
 
 from .control import Listener
 from .filesystem import prepare_node
 from .init import Init
-from .journal import Stamper, write_line
-from .waiting import now
+from .service import Daemon, Service, StampingService
 
 DESCRIPTION = "description.json"
 
 BUS = ("dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog")
 COROSYNC = ("corosync", "-f")
 RECORDER = (sys.executable, "-m", f"{__package__}.recorder")
-
-
-class Service:
-    """A program of the node that may be started again and again; its output goes to one journal.
-
-    With `stamp` each line gets its time here, and starts and ends are noted as "lab: ..." lines;
-    without it the program writes stamped lines itself.
-    """
-
-    def __init__(self, init, argv, environment, journal, stamp=True):
-        self._init = init
-        self._argv = list(argv)
-        self._environment = dict(environment)
-        self._journal = os.open(journal, os.O_WRONLY | os.O_CREAT | os.O_APPEND)
-        self._stamp = stamp
-        self.pid = None
-        self.status = None
-        self.ended = None
-
-    def start(self, arguments):
-        if self.pid is not None:
-            raise RuntimeError(f"{self._argv[0]} runs already, with pid {self.pid}")
-        argv = self._argv + arguments
-        if self._stamp:
-            self.pid = self._start_stamped(argv)
-            self._note(f"started, pid {self.pid}")
-        else:
-            errors = sys.stderr.fileno()
-            self.pid = self._init.spawn(
-                argv, self._environment, self._journal, errors, self._ended
-            )
-        self.status = self.ended = None
-        return self.pid
-
-    def signal(self, number):
-        if self.pid is None:
-            raise RuntimeError(f"{self._argv[0]} does not run")
-        os.kill(self.pid, number)
-
-    def _start_stamped(self, argv):
-        reader, writer = os.pipe()
-        stamper = Stamper(reader, self._journal)
-
-        def take_output():
-            if not stamper.closed and not stamper.move():
-                self._init.unwatch(stamper)
-                stamper.close()
-
-        def on_exit(status):
-            take_output()  # What it wrote last comes before the note of its end.
-            self._ended(status)
-
-        try:
-            pid = self._init.spawn(argv, self._environment, writer, writer, on_exit)
-        except OSError:
-            stamper.close()
-            raise
-        finally:
-            os.close(writer)
-        self._init.watch(stamper, take_output)
-        return pid
-
-    def _ended(self, status):
-        self.pid, self.status, self.ended = None, status, now()
-        if self._stamp:
-            self._note(f"ended, status {status}")
-
-    def _note(self, text):
-        write_line(self._journal, now(), f"lab: {text}".encode())
 
 
 class Machine:
@@ -115,15 +46,17 @@ class Machine:
         )
 
     def _make_services(self, directory, description):
-        def make(name, argv, environment=description["environment"], **options):
-            return Service(self._init, argv, environment, f"{directory}/{name}.log", **options)
-
+        environment = description["environment"]
+        # The recorder is part of the lab, and so has the environment of the lab's own processes.
+        made = (
+            ("bus", Service, BUS, environment, "bus"),
+            ("recorder", StampingService, RECORDER, os.environ, "signals"),
+            ("corosync", Service, COROSYNC, environment, "corosync"),
+            ("daemon", Daemon, description["daemon"], environment, "daemon"),
+        )
         return {
-            "bus": make("bus", BUS),
-            # Part of the lab, and so with the environment of the lab's own processes.
-            "recorder": make("signals", RECORDER, os.environ, stamp=False),
-            "corosync": make("corosync", COROSYNC),
-            "daemon": make("daemon", description["daemon"]),
+            name: kind(self._init, argv, variables, f"{directory}/{journal}.log")
+            for name, kind, argv, variables, journal in made
         }
 
     def run(self):
@@ -139,11 +72,27 @@ class Machine:
     def do_signal(self, service, number):
         self._services[service].signal(number)
 
+    def do_supervise(self, after_end, restart_after):
+        self._services["daemon"].supervise(after_end, restart_after)
+
+    def do_sweep(self):
+        """Kills what steps have left running; returns how many processes that were.
+
+        What lost its parent has this process as parent. So have the services, which stay.
+        """
+        kept = {service.state()["pid"] for service in self._services.values()}
+        strays = [pid for pid in _children_of(os.getpid()) if pid not in kept]
+        for pid in strays:
+            os.kill(pid, signal.SIGKILL)
+        return len(strays)
+
     def do_status(self):
-        return {
-            name: {"pid": service.pid, "status": service.status, "ended": service.ended}
-            for name, service in self._services.items()
-        }
+        return {name: service.state() for name, service in self._services.items()}
+
+
+def _children_of(parent):
+    with open(f"/proc/{parent}/task/{parent}/children", encoding="ascii") as file:
+        return [int(pid) for pid in file.read().split()]
 
 
 def main():

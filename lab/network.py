@@ -33,11 +33,18 @@ class Switch:
         self.set_cable(name, True)
 
     def unplug(self, name):
-        """Takes the cable and the name of the namespace away; the nodes see a dead cable at once."""
+        """Takes away the cable and the namespace's name; what still runs in there is cut off."""
         _ip("link", "delete", f"port-{name}")
         _ip("netns", "delete", name)
         del self.sides[name]
         self.cut_cables.discard(name)
+
+    def restore_addresses(self, name, address):
+        """Leaves `address` as the only IPv4 address of the namespace's eth0."""
+        for line in _ip("-n", name, "-4", "-o", "address", "show", "dev", "eth0").splitlines():
+            found = line.split()[3]
+            if found != f"{address}/{PREFIX}":
+                _ip("-n", name, "address", "delete", found, "dev", "eth0")
 
     def set_cable(self, name, whole):
         """Cuts the cable of `name` or mends it."""
@@ -63,3 +70,4 @@ def _ip(*arguments):
     )
     if result.returncode != 0:
         raise RuntimeError(f"ip {' '.join(arguments)}: {result.stderr.strip()}")
+    return result.stdout

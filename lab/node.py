@@ -11,6 +11,7 @@ from . import corosync, filesystem
 from .bus import Bus
 from .control import ask, listener_pid
 from .journal import Journal
+from .network import MAIN
 from .processes import run_inside, start_inside
 from .waiting import LabError, now, wait_until
 
@@ -24,7 +25,7 @@ class Signal(NamedTuple):
 
 
 class Node:
-    """`number` counts from 1 in the lab; `id` is the node id in corosync, which mostly is the same."""
+    """`number` counts from 1 in the lab; `id` is the node id in corosync, mostly the same."""
 
     def __init__(self, lab, number, facts):
         self.lab = lab
@@ -43,7 +44,7 @@ class Node:
     def start(self, *arguments, wait=True, limit=10.0):
         """Starts the daemon in the foreground with further `arguments` and returns its pid.
 
-        With `wait` comes back when it has its name on the bus, and raises LabError if it ends before.
+        With `wait` comes back when it has its name on the bus; raises LabError if it ends first.
         """
         pid = self._ask("start", service=DAEMON, arguments=arguments)
         if wait:
@@ -64,9 +65,13 @@ class Node:
         return self.kill(signal.SIGTERM, limit)
 
     def kill(self, number=signal.SIGKILL, limit=10.0):
-        """Sends the daemon a signal that ends it, and returns its exit status (-number if by it)."""
+        """Sends the daemon a signal that ends it; returns its exit status (-number for a signal).
+
+        Comes back when what the service manager does at its end is done.
+        """
+        ends = self.status()[DAEMON]["ends"]
         self.signal(number)
-        return self.wait_ended(limit)
+        return self.wait_ended(limit, ends=ends)
 
     def signal(self, number, service=DAEMON):
         self._ask("signal", service=service, number=int(number))
@@ -84,7 +89,8 @@ class Node:
         self.signal(signal.SIGCONT, service)
 
     def status(self):
-        """For each service its "pid" (None: not running), last exit "status", and when it "ended"."""
+        """For each service its "pid" (None: not running), its last exit "status", when it "ended",
+        whether the service manager is still at its "ending", and how many "ends" are over."""
         return self._ask("status")
 
     def alive(self, service=DAEMON):
@@ -94,10 +100,18 @@ class Node:
         """How the daemon ended (negative: by that signal); None while it runs or never ran."""
         return self.status()[DAEMON]["status"]
 
-    def wait_ended(self, limit=10.0, service=DAEMON):
-        """Waits for the end of a service and returns its exit status."""
-        self._wait(lambda: not self.alive(service), limit, f"{service} of {self} has ended")
+    def wait_ended(self, limit=10.0, service=DAEMON, ends=None):
+        """Waits until a service is down or has ended more than `ends` times; returns its status."""
+        def ended():
+            state = self.status()[service]
+            return state["pid"] is None if ends is None else state["ends"] > ends
+
+        self._wait(ended, limit, f"{service} of {self} has ended")
         return self.status()[service]["status"]
+
+    def supervise(self, after_end=(), restart_after=None):
+        """Tells the node's service manager what to do when the daemon ends; see service.Daemon."""
+        self._ask("supervise", after_end=list(after_end), restart_after=restart_after)
 
     # What it said
 
@@ -113,7 +127,7 @@ class Node:
 
     @property
     def signals(self):
-        """The daemon's D-Bus signals since the lab's last reset, as Signal(time, name, arguments)."""
+        """The daemon's D-Bus signals since the last reset, as Signal(time, name, arguments)."""
         return self.signals_since(self.lab.mark)
 
     def signals_since(self, since):
@@ -126,7 +140,7 @@ class Node:
         ]
 
     def wait_signal(self, name, *arguments, limit=10.0, since=None):
-        """The first signal `name` since `since` (the last reset) whose arguments begin with these."""
+        """The first signal `name` with these first arguments since `since` (the last reset)."""
         since = self.lab.mark if since is None else since
         wanted = list(arguments)
 
@@ -162,7 +176,7 @@ class Node:
         return run_inside(self.pid, argv, limit, check, **options)
 
     def popen(self, argv, **options):
-        """Starts a command on the node that goes on beside the caller; see processes.start_inside."""
+        """Starts a command on the node beside the caller; see processes.start_inside."""
         return start_inside(self.pid, argv, **options)
 
     def file(self, path):
@@ -170,7 +184,7 @@ class Node:
         return pathlib.Path(self.root + path)
 
     def write_step(self, name, script):
-        """Puts a step program into the run directory; whole at once, should a sequence be running."""
+        """Puts a step program into the run directory, whole at once: a sequence may be running."""
         step = self.file(f"{filesystem.RUN_DIRECTORY}/{name}")
         new = step.with_name(f".{name}.new")
         new.write_text(script, encoding="utf-8")
@@ -199,15 +213,6 @@ class Node:
     def unplug(self, name):
         """Takes a device away and reports that to the daemon."""
         self.call("LumacrateHotplug", False, self.remove_device(name), "", "")
-
-    def clear(self):
-        """Removes settings, steps and devices, as on a new node."""
-        for directory in (filesystem.SETTINGS, filesystem.RUN_DIRECTORY, filesystem.DEVICES):
-            for entry in self.file(directory).iterdir():
-                if entry.is_dir():
-                    shutil.rmtree(entry)
-                else:
-                    entry.unlink()
 
     # Corosync, the bus, power and the cable
 
@@ -244,7 +249,7 @@ class Node:
     def heal(self):
         """Mends the cable, and ends a partition for this node."""
         self.lab.ask("cable", name=self.name, whole=True)
-        self.lab.ask("assign", name=self.name, side="switch")
+        self.lab.ask("assign", name=self.name, side=MAIN)
 
     def power_off(self):
         """Ends everything on the node at once, as a power cut does. Its files in /etc stay."""
@@ -257,6 +262,29 @@ class Node:
         self.lab.ask("power_on", name=self.name)
         if wait:
             self.wait_booted(since)
+
+    def restore(self):
+        """Brings the node back to what it was after the lab's start, but waits for no ring."""
+        if not self.is_on():
+            self.power_on()
+        self.supervise()
+        for service in (BUS, COROSYNC):
+            if self.alive(service):
+                self.resume(service)
+        if not self.alive(BUS):
+            self.start_bus()
+        if not self.alive(COROSYNC):
+            self.start_corosync()
+        if self.alive():
+            self.kill()
+        self._wait(lambda: self._ask("sweep") == 0, 10.0, f"nothing is left of the steps of {self}")
+        self.lab.ask("restore_addresses", name=self.name)
+        for directory in (filesystem.SETTINGS, filesystem.RUN_DIRECTORY, filesystem.DEVICES):
+            for entry in self.file(directory).iterdir():
+                if entry.is_dir():
+                    shutil.rmtree(entry)
+                else:
+                    entry.unlink()
 
     def is_on(self):
         return self.lab.node_states()[self.name]["on"]

@@ -27,7 +27,7 @@ class Process:
     """A handle on one process, which stays the handle on that one when its pid is used again."""
 
     def __init__(self, pid, started=None):
-        """`started` is the start time once read from another handle. Raises LabError if it is gone."""
+        """`started` is what another handle had there. Raises LabError if that process is gone."""
         try:
             self._descriptor = os.pidfd_open(pid)
         except OSError as error:

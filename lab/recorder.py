@@ -9,11 +9,11 @@ import sys
 
 from gi.repository import Gio, GLib
 
+from .bus import NAME
 from .filesystem import BUS_SOCKET
 from .journal import write_line
 from .waiting import now, wait_until
 
-INTERFACE = "com.norvel.DuskvaleCorosync"
 START_LIMIT = 30.0
 
 
@@ -41,7 +41,7 @@ def main():
         record(name, arguments.unpack())
 
     connection.signal_subscribe(
-        None, INTERFACE, None, None, None, Gio.DBusSignalFlags.NONE, on_signal
+        None, NAME, None, None, None, Gio.DBusSignalFlags.NONE, on_signal
     )
     connection.connect("closed", lambda *_: loop.quit())
     # The bus handles requests in order: its answer to this one means that it has the match rule.

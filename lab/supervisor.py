@@ -82,7 +82,7 @@ class Supervisor:
         os.kill(listener_pid(f"{self._descriptions[name]['directory']}/control"), signal.SIGKILL)
 
     def do_nodes(self):
-        """The state of each node: is it on, is its cable cut, which part of the network is it in."""
+        """The state of each node: is it on, is its cable cut, what part of the network is it in."""
         return {
             name: {
                 "on": name in self._running,
@@ -97,6 +97,10 @@ class Supervisor:
 
     def do_assign(self, name, side):
         self._switch.assign(name, side)
+
+    def do_restore_addresses(self, name):
+        """Takes all addresses away that the node did not start with."""
+        self._switch.restore_addresses(name, self._descriptions[name]["address"])
 
     def _note_off(self, name):
         del self._running[name]

@@ -12,7 +12,7 @@ class Overdue(LabError):
 
 
 def now():
-    """The time line of every lab: CLOCK_MONOTONIC in seconds, the same on all nodes of a machine."""
+    """The time line of every lab: CLOCK_MONOTONIC in seconds, the same on all nodes."""
     return time.monotonic()
 
 

@@ -1,4 +1,4 @@
-"""Cluster tests: the real daemon on real corosync nodes and real buses, in a lab (see lab/cluster.py).
+"""Cluster tests: the real daemon on real corosync nodes and buses, in a lab (see lab/cluster.py).
 
     def test_survivors_elect(lab):
         lab.start()                                     # the daemon on all three nodes

@@ -42,7 +42,8 @@ def machine_state():
 def test_lab_ends_with_its_owner_however_that_ends(number):
     before = machine_state()
     with subprocess.Popen(
-        [sys.executable, "-c", OWNER], cwd=CHECKOUT, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL
+        [sys.executable, "-c", OWNER],
+        cwd=CHECKOUT, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
     ) as owner:
         inits = [Process(int(pid)) for pid in owner.stdout.readline().split()]
         owner.send_signal(number)

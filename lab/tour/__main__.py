@@ -1,0 +1,53 @@
+"""./demo: a tour of a real cluster of three nodes on this machine."""
+
+import argparse
+import os
+import sys
+
+from .. import diagnosis, state
+from ..cluster import Lab
+from ..waiting import LabError
+from .paper import Paper
+from .story import Story
+
+NAME = "demo"
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="demo", description="A tour of a real cluster.")
+    parser.add_argument("--keep", action="store_true", help="leave the cluster up at the end")
+    parser.add_argument("--daemon", required=True, help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    try:
+        tour(options)
+    except LabError as error:
+        sys.exit(f"demo: {error}")
+    except KeyboardInterrupt:
+        sys.exit(130)
+
+
+def tour(options):
+    if options.keep and state.find(NAME):
+        raise LabError(f"the lab '{NAME}' is up already; end it with: lab/lab --name {NAME} down")
+    paper = Paper()
+    paper.text("Starting three nodes, each with its own network, processes, corosync and bus ...")
+    name = NAME if options.keep else f"{NAME}-{os.getpid()}"
+    with Lab(name, nodes=3, daemon=options.daemon) as lab:
+        Story(lab, paper).tell()
+        if options.keep:
+            lab.detach()
+            paper.title("The cluster stays up")
+            paper.text(diagnosis.table(lab))
+            paper.text(KEPT)
+
+
+KEPT = f"""
+To look around:
+  lab/lab --name {NAME} status
+  lab/lab --name {NAME} log 1          what the daemon of node 1 wrote
+  lab/lab --name {NAME} signals 1      the D-Bus signals it sent
+  lab/lab --name {NAME} on 1           a shell on node 1
+  lab/lab --name {NAME} kill 1         and more: lab/lab --help
+  lab/lab --name {NAME} down           the end of it"""
+
+main()

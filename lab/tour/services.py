@@ -1,0 +1,38 @@
+"""What the tour puts on each node: two step programs, the virtual address and the web server."""
+
+import pathlib
+import shlex
+import sys
+
+ADDRESS = "192.0.2.100"
+PORT = 80
+
+_EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "data/examples/run.d"
+_ADDRESS_STEP = "90-virtual-address.run"
+_ADDRESS_SETTINGS = "/etc/default/duskvale-virtual-address"
+_WEB_STEP = "50-web.run"
+
+_WEB = """\
+#!/bin/sh
+# Starts the web server on the master and stops it on a slave; both may be asked for again.
+pid_file=/run/tour-web.pid
+running() { [ -e $pid_file ] && kill -0 "$(cat $pid_file)" 2>/dev/null; }
+case $1 in
+start) running || {server} $pid_file {port} >/dev/null 2>&1 ;;
+stop)
+    ! running || kill "$(cat $pid_file)"
+    while running; do sleep 0.01; done
+    rm -f $pid_file
+    ;;
+esac
+"""
+
+
+def install(node):
+    """The address comes last and goes first: whoever reaches it finds the server running."""
+    web = pathlib.Path(__file__).with_name("web.py")
+    server = shlex.join([sys.executable, "-I", "-S", str(web)])
+    node.write_step(_WEB_STEP, _WEB.replace("{server}", server).replace("{port}", str(PORT)))
+    settings = f"ADDRESS={ADDRESS}/32\nINTERFACE=eth0\n"
+    node.file(_ADDRESS_SETTINGS).write_text(settings, encoding="utf-8")
+    node.write_step(_ADDRESS_STEP, (_EXAMPLES / _ADDRESS_STEP).read_text(encoding="utf-8"))

@@ -1,0 +1,167 @@
+"""The acts of the tour: each does something to the cluster, and shows what came of it."""
+
+import contextlib
+import signal
+import sys
+
+from .. import unit
+from ..cluster import CHECKOUT
+from ..waiting import now
+from . import timeline
+from .outages import Client, longest_silence
+from .services import ADDRESS, install
+
+SETTLED_ANSWERS = 20
+ANSWER_LIMIT = 10.0
+
+
+class Story:
+    def __init__(self, lab, paper):
+        self._lab = lab
+        self._paper = paper
+        self._acts = []
+        self._act = None
+        for node in lab.nodes:
+            install(node)
+        lab.supervise(unit.after_end())
+        self._client = Client(lab.client(), sys.executable, CHECKOUT)
+        lab.wait(self._client.is_asking, ANSWER_LIMIT, "the client asks")
+
+    def tell(self):
+        self._election()
+        self._take_over()
+        self._kill()
+        self._return()
+        self._freeze()
+        self._device()
+        self._cut()
+        self._heal()
+        self._paper.title("In short")
+        self._paper.table(("WHAT HAPPENED", "MASTER", "CLIENT WITHOUT AN ANSWER"), self._acts)
+
+    # The acts
+
+    def _election(self):
+        with self._shown("Election", "The daemon is started on three nodes. They elect a master, "
+                         f"which starts the web server and takes the address {ADDRESS}."):
+            self._lab.start()
+            self._lab.wait_master()
+
+    def _take_over(self):
+        node = self._a_slave()
+        with self._shown("A planned take-over", f"An operator calls TakeOver on {node}."):
+            self._act.did(str(node), f"TakeOver: {_answer(node.call('TakeOver'))}")
+            node.wait_signal("NotifyNewMaster", node.id, since=self._act.start)
+            self._lab.wait_master()
+
+    def _kill(self):
+        node = self._master()
+        rest = [other.number for other in self._lab.nodes if other is not node]
+        with self._shown("The master's daemon is killed", f"SIGKILL on {node}: no time for a word. "
+                         "Its services would run on; the service manager stops them. It would also "
+                         "start the daemon again: the tour holds that back until the next act."):
+            node.kill(signal.SIGKILL)
+            self._lab.wait_master(agreed_on=rest)
+
+    def _return(self):
+        node = next(node for node in self._lab.nodes if not node.alive())
+        with self._shown("The node's return", f"The daemon of {node} starts again. A join is an "
+                         "election, too: the mastership may stay or move."):
+            node.start()
+            self._lab.wait_master()
+
+    def _freeze(self):
+        master, other = self._master(), self._a_slave()
+        with self._shown("Freeze", f"Mastership is frozen to {master}; a take-over is refused. "
+                         "Lifting the freeze is an election: the mastership may stay or move."):
+            start = self._act.start
+            answer = master.call("SetFreeze", True, "repairs in rack 2")
+            self._act.did(str(master), f"SetFreeze: {_answer(answer)}")
+            other.wait_signal("NotifyFrozenMaster", master.id, since=start)
+            self._act.did(str(other), f"TakeOver: {_answer(other.call('TakeOver'))}")
+            self._act.did(str(master), f"SetFreeze: {_answer(master.call('SetFreeze', False, ''))}")
+            other.wait_signal("NotifyFrozenMaster", 0, since=start)
+            self._lab.wait_master()
+
+    def _device(self):
+        node = self._a_slave()
+        with self._shown("A device is plugged in", f"On {node}; all nodes learn of it."):
+            node.plug("crate7", location="rack 2, bay 7", hardware_id="LC-7")
+            for other in self._lab.nodes:
+                other.wait_signal("NotifyLumacrateHotplug", node.id, since=self._act.start)
+
+    def _cut(self):
+        master = self._master()
+        rest = [node for node in self._lab.nodes if node is not master]
+        with self._shown("The master's cable is cut", f"{master} cannot know that it is the one "
+                         "cut off, and stays master of itself; the others elect. Two masters now, "
+                         "one of whom nobody can reach."):
+            master.cut()
+            self._lab.wait_ring([node.number for node in rest])
+            self._lab.wait_ring([master.number])
+            self._lab.wait_master(agreed_on=[node.number for node in rest])
+            self._lab.wait_master(agreed_on=[master.number])
+
+    def _heal(self):
+        self._lab.supervise(unit.after_end(), unit.restart_after())
+        with self._shown("The cable is mended", "Two masters meet. A daemon that sees another "
+                         "master than its own ends itself (abort); the service managers stop the "
+                         "services and start the daemons again, and an election settles it."):
+            self._lab.heal()
+            self._lab.wait_ring()
+            self._lab.wait_master(limit=60)
+
+    # Showing an act
+
+    @contextlib.contextmanager
+    def _shown(self, title, text):
+        number = len(self._acts) + 1
+        self._paper.title(f"{number}. {title}")
+        self._paper.prose(text)
+        self._act = Act(now())
+        yield
+        self._wait_answered()
+        self._show(title)
+
+    def _wait_answered(self):
+        since = now()
+        self._lab.wait(lambda: self._client.answered(since) >= SETTLED_ANSWERS, ANSWER_LIMIT,
+                       "the client gets answers")
+
+    def _show(self, title):
+        start, end = self._act.start, now()
+        changes = self._client.changes(start)
+        seen = [timeline.Event(change.time, "client", _seen(change)) for change in changes]
+        events = [*timeline.collect(self._lab, start), *self._act.deeds, *seen]
+        for event in sorted(events):
+            self._paper.event((event.time - start) * 1000, event.who, event.text)
+        silence = longest_silence(changes, end)
+        silent = f"{silence * 1000:.0f} ms" if silence else "never"
+        masters = sorted({f"node{n}" for n in self._lab.masters().values() if n})
+        self._acts.append((title, ", ".join(masters), silent))
+
+    def _master(self):
+        return self._lab.node(self._lab.wait_master())
+
+    def _a_slave(self):
+        master = self._master()
+        return next(node for node in self._lab.nodes if node is not master)
+
+
+class Act:
+    """When the act began, and what was done in it that no node tells of."""
+
+    def __init__(self, start):
+        self.start = start
+        self.deeds = []
+
+    def did(self, who, text):
+        self.deeds.append(timeline.Event(now(), who, text))
+
+
+def _answer(status):
+    return "accepted" if status else "refused"
+
+
+def _seen(change):
+    return f"answered by {change.answer}" if change.answer else "no answer"

@@ -1,0 +1,119 @@
+"""What happened on the nodes: events from their signals and logs, in order of time."""
+
+import re
+import signal
+from typing import NamedTuple
+
+from .. import corosync
+from ..node import COROSYNC, DAEMON
+
+# The same text from several nodes within this time is one line.
+TOGETHER = 0.05
+
+_STEP = "ran"
+_ENDED = re.compile(r"lab: ended, status (-?\d+)")
+_MANAGED = re.compile(r"lab: ran .*, status (-?\d+)")
+
+
+class Event(NamedTuple):
+    time: float
+    who: str
+    text: str
+
+
+def collect(lab, since):
+    """The events on all nodes from that time on, oldest first; the same on several nodes is one."""
+    events = []
+    for node in lab.nodes:
+        found = sorted([*_signals(lab, node, since), *_log(node, since), *_rings(node, since)])
+        events.extend(Event(time, node.name, text) for time, text in _without_repeats(found))
+    return _merged(sorted(events))
+
+
+def _signals(lab, node, since):
+    names = {other.id: other.name for other in lab.nodes}
+    frozen = 0
+    for entry in node.signals:
+        text = _signal_text(entry, node, names, frozen)
+        if entry.name == "NotifyFrozenMaster":
+            frozen = entry.arguments[0]
+        if text and entry.time >= since:
+            yield entry.time, text
+
+
+def _signal_text(entry, node, names, frozen):
+    first, *rest = entry.arguments
+    if entry.name == "NotifyNewMaster":
+        return "is master" if first == node.id else f"follows {names[first]}"
+    if entry.name == "NotifyJoined":
+        return f"{names[first]} joined the group, now of {rest[0]}"
+    if entry.name == "NotifyLeft":
+        return f"{names[first]} left the group, now of {rest[0]}"
+    if entry.name == "NotifyFrozenMaster":
+        # Each join repeats the state, mostly that there is no freeze.
+        if first == frozen:
+            return None
+        return f'frozen to {names[first]}: "{rest[0]}"' if first else "the freeze is lifted"
+    if entry.name == "NotifyLumacrateHotplug":
+        count, added, hardware_id, location, _path = rest
+        what = f"got {hardware_id} at {location}" if added else "lost a device"
+        return f"{names[first]} {what}; devices there: {count}"
+    if entry.name == "NotifyRunstepEnd":
+        action, status = rest
+        failure = f" (wait status {status})" if status else ""
+        return f"{_STEP} {first.rpartition('/')[2]} {action}{failure}"
+    return None
+
+
+def _log(node, since):
+    for entry in node.journal(DAEMON).entries(since):
+        if entry.text.startswith("lab: started"):
+            yield entry.time, "daemon started"
+        elif match := _ENDED.match(entry.text):
+            status = int(match[1])
+            how = signal.Signals(-status).name if status < 0 else f"status {status}"
+            yield entry.time, f"daemon ended ({how})"
+        elif match := _MANAGED.match(entry.text):
+            failure = "" if match[1] == "0" else f" (status {match[1]})"
+            yield entry.time, f"its service manager ran the steps with stop{failure}"
+
+
+def _rings(node, since):
+    names = {other.id: other.name for other in node.lab.nodes}
+    for time, members in corosync.views(node.journal(COROSYNC).entries()):
+        if time >= since:
+            yield time, f"corosync: ring of {', '.join(names[id] for id in sorted(members))}"
+
+
+def _without_repeats(entries):
+    """Leaves out a role that is only confirmed, as in each election, and its steps' second run."""
+    role = None
+    steps = set()
+    for time, text in entries:
+        if text == "is master" or text.startswith("follows "):
+            if text == role:
+                continue
+            role = text
+            steps = set()
+        elif text.startswith(_STEP):
+            if text in steps:
+                continue
+            steps.add(text)
+        yield time, text
+
+
+def _merged(events):
+    merged = []
+    for event in events:
+        for index in range(len(merged) - 1, -1, -1):
+            earlier = merged[index]
+            if event.time - earlier.time > TOGETHER:
+                merged.append(event)
+                break
+            if earlier.text == event.text and event.who not in earlier.who.split():
+                who = " ".join(sorted([*earlier.who.split(), event.who]))
+                merged[index] = earlier._replace(who=who)
+                break
+        else:
+            merged.append(event)
+    return merged
