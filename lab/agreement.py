@@ -1,6 +1,7 @@
 """What the daemons of several nodes say together."""
 
 from .bus import Unanswered
+from .node import DAEMON
 from .waiting import now
 
 GROUP = "duskvale"
@@ -19,7 +20,8 @@ def settled_master(nodes, quiet):
     """The number of the node that all of `nodes` name as master, or None while they do not agree.
 
     Asked for is the state after all elections: each sees as many members as there are nodes, runs
-    no steps, and had no news for `quiet` seconds.
+    no steps, and had no news for `quiet` seconds. A log line is news as well: an election whose
+    messages corosync refuses, as it does while the ring is changing, goes on without a signal.
     """
     since = now() - quiet
     named = set()
@@ -31,6 +33,8 @@ def settled_master(nodes, quiet):
         if properties["NodeCount"] != len(nodes) or properties["InTransition"]:
             return None
         if any(signal.name in _NEWS for signal in node.signals_since(since)):
+            return None
+        if any(not entry.text.startswith("DBG(") for entry in node.journal(DAEMON).entries(since)):
             return None
         named.add(properties["MasterNodeId"] & 0xFFFFFFFF)
     if len(named) != 1:

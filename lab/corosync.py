@@ -6,7 +6,7 @@ _CONFIG = """\
 totem {{
   version: 2
   cluster_name: {cluster}
-  transport: knet
+  transport: {transport}
   token: {token}
   crypto_cipher: none
   crypto_hash: none
@@ -33,15 +33,21 @@ _NODE = """\
   }}
 """
 
+# Knet, the default, knows no larger node ids.
+_KNET_MAX_ID = 65535
+
 _STARTING = re.compile(r"Corosync Cluster Engine .* starting up")
 _MEMBERS = re.compile(r"Sync members\[\d+\]: (.*)")
 _SYNCED = "Completed service synchronization"
 
 
 def config_text(cluster, token, nodes):
-    """The text of corosync.conf; `token` in ms, `nodes` an iterable of (id, name, address)."""
+    """The text of corosync.conf; `token` in ms, `nodes` a list of (id, name, address)."""
     texts = (_NODE.format(id=id, name=name, address=address) for id, name, address in nodes)
-    return _CONFIG.format(cluster=cluster, token=token, nodes="".join(texts))
+    transport = "knet" if all(id <= _KNET_MAX_ID for id, _, _ in nodes) else "udpu"
+    return _CONFIG.format(
+        cluster=cluster, transport=transport, token=token, nodes="".join(texts)
+    )
 
 
 def views(entries):

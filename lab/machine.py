@@ -86,6 +86,11 @@ class Machine:
             os.kill(pid, signal.SIGKILL)
         return len(strays)
 
+    def do_take_output(self):
+        """Comes back when all that the services have written so far is in their journals."""
+        for service in self._services.values():
+            service.take_output()
+
     def do_status(self):
         return {name: service.state() for name, service in self._services.items()}
 

@@ -1,5 +1,6 @@
 """One node of a lab, seen from outside: its daemon, its services, its files, its cable."""
 
+import contextlib
 import json
 import os
 import pathlib
@@ -115,9 +116,15 @@ class Node:
 
     # What it said
 
+    def take_output(self):
+        """Comes back when all lines that were written so far have got their times."""
+        with contextlib.suppress(LabError):  # A node that is off has no more to say.
+            self._ask("take_output")
+
     @property
     def log(self):
-        """The daemon's lines since the lab's last reset, as Entry(time, text)."""
+        """The daemon's lines since the lab's last reset, to the very last, as Entry(time, text)."""
+        self.take_output()
         return self.journal(DAEMON).entries(self.lab.mark)
 
     def wait_log(self, pattern, limit=10.0, since=None):

@@ -19,6 +19,7 @@ class Service:
         self._argv = list(argv)
         self._environment = dict(environment)
         self._journal = os.open(journal, os.O_WRONLY | os.O_CREAT | os.O_APPEND)
+        self._take_output = None
         self._pid = None
         self._status = None
         self._ended = None
@@ -37,6 +38,11 @@ class Service:
         if self._pid is None:
             raise RuntimeError(f"{self._argv[0]} does not run")
         os.kill(self._pid, number)
+
+    def take_output(self):
+        """Takes in what the program has written so far."""
+        if self._take_output:
+            self._take_output()
 
     def state(self):
         """As node.Node.status documents it."""
@@ -66,6 +72,7 @@ class Service:
         finally:
             os.close(writer)
         self._init.watch(stamper, take_output)
+        self._take_output = take_output
         return pid
 
     def _note_end(self, status):
