@@ -12,6 +12,8 @@ whole, no daemon running, no settings, steps or devices. Logs and signals count 
 `since=now()` narrows a wait to what comes after. A ring takes seconds to form, so a test that cuts
 cables or kills corosync costs the next reset some seconds, and one that does not costs 0.1 s.
 
+`cluster` is that lab with the daemons running and agreed on a master.
+
 `make_lab(nodes=4, ids={1: 3232235777})` gives a lab of the test's own (some 3 s), ended with it.
 
 Every wait has a limit and ends with Overdue, which shows the state and the last lines of each node;
@@ -56,6 +58,14 @@ def _shared_lab(make_lab):
 def lab(_shared):
     _shared.reset()
     return _shared
+
+
+@pytest.fixture
+def cluster(lab):
+    """The lab with a daemon on each node, and a master that all agree on."""
+    lab.start()
+    lab.wait_master()
+    return lab
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -22,7 +22,7 @@
 class Bus {
 public:
     Bus() {
-        const std::filesystem::path source = SOURCE_ROOT;
+        const std::filesystem::path source = std::getenv("SOURCE_ROOT");
         const std::filesystem::path policies = "/usr/share/dbus-1/system.d";
         create_directories(policies);
         copy(source / "data" / DUSKVALE_BUS_NAME ".conf", policies,

@@ -49,7 +49,8 @@ TEST_F(DBusTest, ServesTheInterfaceThatItsInstalledDescriptionPromises) {
     ASSERT_NE(reply, nullptr);
     const gchar *served = nullptr;
     g_variant_get(reply, "(&s)", &served);
-    const std::string described = read_file(SOURCE_ROOT "/src/dbus/" DUSKVALE_BUS_NAME ".xml");
+    const std::string described = read_file(
+        (std::string(std::getenv("SOURCE_ROOT")) + "/src/dbus/" DUSKVALE_BUS_NAME ".xml").c_str());
     EXPECT_EQ(members(served), members(described));
     EXPECT_EQ(members(served).size(), 26U);
 }

@@ -1,0 +1,135 @@
+"""Who is master, and what the loss and the return of a node change about that."""
+
+import signal
+
+import pytest
+from support import SETTINGS, TICK, TRACE, assert_idle, lines, others, wait_everywhere
+
+from lab.node import COROSYNC
+from lab.waiting import now
+
+
+def test_first_election_names_one_master_on_every_node(lab):
+    lab.start()
+    master = lab.wait_master()
+    for node in lab.nodes:
+        assert node.bus.get_all() == {
+            "Version": "1.0", "LocalNodeId": node.id, "NodeCount": 3, "MasterNodeId": master,
+            "IsMaster": node.number == master, "PreferredMaster": False, "FrozenMaster": 0,
+            "FrozenMasterReason": "", "LumacratesCount": 0, "InTransition": False,
+        }
+        role = r"MASTER: \(" if node.number == master else r"SLAVE: \(master "
+        counters = r"sync_counter = \d+\) -- local sync_counter = \d+$"
+        node.wait_log(f"^INFO: {role}nodeid = {master} priority = 0 {counters}")
+        assert not list(node.file(SETTINGS).iterdir())
+
+
+def kill(node):
+    assert node.kill() == -signal.SIGKILL
+
+
+def stop(node):
+    assert node.stop() == 0
+    *_, got, ending, first, second, third, _ = (entry.text for entry in node.log)
+    assert (got, ending) == ("INFO: GOT SIGNAL: 15", "INFO: Ending")
+    removed = "INFO: remove signal handler for signo:"
+    assert [first, second, third] == [f"{removed} {number}" for number in (1, 2, 15)]
+
+
+def lose_corosync(node):
+    since = now()
+    node.kill_corosync()
+    assert node.wait_ended() == 1
+    gone = "ERR(dvcpg_callback):corosync is gone (cpg_dispatch: 2) -- ending"
+    assert lines(node, "corosync is gone", since) == lines(node, "ERR(", since)[-1:] == [gone]
+    assert len(lines(node, "ERR(", since)) < 10  # Each turn of a loop that spins would log one.
+    node.start(wait=False)
+    assert node.wait_ended() == 1
+    assert lines(node, "ERR(run_mainloop):duskvale_corosync_new() failed", since)
+
+
+def lose_power(node):
+    node.power_off()
+
+
+def bring_back(lab, node):
+    if not node.is_on():
+        node.power_on()
+    elif not node.alive(COROSYNC):
+        node.start_corosync()
+    lab.wait_ring()
+    node.start(*TRACE)
+
+
+@pytest.mark.parametrize("role", ["master", "slave"])
+@pytest.mark.parametrize("lose", [kill, stop, lose_corosync, lose_power])
+def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, role):
+    lab.start(*TRACE)
+    master = lab.wait_master()
+    lost = lab.node(master if role == "master" else master % 3 + 1)
+    survivors = others(lab, lost.number)
+    numbers = [node.number for node in survivors]
+    since = now()
+    lose(lost)
+    wait_everywhere(survivors, "NotifyLeft", lost.id, 2, since=since)
+    master = lab.wait_master(agreed_on=numbers)
+    # From the master's first tick on the survivors are ahead of a node that starts.
+    lab.node(master).wait_log(TICK)
+    since = now()
+    bring_back(lab, lost)
+    wait_everywhere(lab.nodes, "NotifyJoined", lost.id, 3, since=since)
+    assert lab.wait_master() in numbers
+
+
+def test_partitions_that_elected_end_themselves_when_they_meet(lab):
+    lab.start(*TRACE)
+    lab.wait_master()
+    lab.cut(3)
+    lab.wait_ring([1, 2])
+    lab.wait_ring([3])
+    lab.wait_master(agreed_on=[1, 2])
+    lab.wait_master(agreed_on=[3])
+    assert_idle(lab.nodes, ticker=lab.node(3))
+    left, right = lab.masters()[1], lab.masters()[3]
+    lab.heal()
+    for node in lab.nodes:
+        assert node.wait_ended() == -signal.SIGABRT
+        own, other = (right, left) if node.number == 3 else (left, right)
+        error = f"SPLIT BRAIN RECONNECTED (current {own}, got {other}) -- Aborting"
+        [line] = lines(node, "SPLIT BRAIN")
+        senders = [1, 2] if node.number == 3 else [3]
+        assert line in [f"ERR(message_handler_master_propose):From {n}: {error}" for n in senders]
+    lab.start()
+    lab.wait_master()
+
+
+def test_daemon_ends_with_its_bus(cluster):
+    node = cluster.node(2)
+    since = now()
+    node.kill_bus()
+    assert node.wait_ended() == 1
+    assert lines(node, "", since)[:-1] == [
+        "ERR(end_when_disconnected):Lost the connection to the system bus, ending with status 1"
+    ]
+    wait_everywhere(others(cluster, 2), "NotifyLeft", 2, 2, since=since)
+    node.start_bus()
+    node.start()
+    cluster.wait_master()
+
+
+def test_second_daemon_on_a_node_fails_and_disturbs_nobody(cluster):
+    node = cluster.node(1)
+    program = node.file(f"/proc/{node.status()['daemon']['pid']}/exe").readlink()
+    since = now()
+    second = node.run([str(program), "-f"], check=False)
+    assert second.returncode == 1
+    for line in (
+        "CRITICAL **: ", "Failed to acquire com.norvel.DuskvaleCorosync\n",
+        "Failed to acquire name for connection\n",
+        "ERR(duskvale_corosync_new):Failed duskvale_dbus_register()\n",
+    ):
+        assert line in second.stderr
+    wait_everywhere(cluster.nodes, "NotifyJoined", 1, 4, since=since)
+    wait_everywhere(cluster.nodes, "NotifyLeft", 1, 3, since=since)
+    cluster.wait_master()
+    assert all(node.alive() for node in cluster.nodes)
