@@ -1,0 +1,165 @@
+/* Elections and split brain, step by step. */
+#include "cluster.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using sim::Booted;
+using sim::Cluster;
+using sim::words;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+namespace {
+
+const std::string done = "INFO: ---------- run steps done (0 errors)\n";
+
+/* A proposal as a peer sends it. */
+std::string proposal(uint32_t nodeid, uint32_t counter, uint32_t current_master = 0) {
+    return words('P', {nodeid, 0, counter, current_master});
+}
+
+/* The master that a lone node 1 names after an election start and these messages of peers. */
+uint32_t elect(const std::vector<std::string> &messages) {
+    Cluster c(1);
+    c.start(1).settle().inject(words('1'));
+    for (const std::string &message : messages) {
+        c.inject(message);
+    }
+    return c.run(500)[1].master;
+}
+
+TEST(Election, OfALoneNodeIsLoggedToTheByte) {
+    Cluster c(1);
+    c.start(1).stop(1)[1].log.clear(); /* the making of the class, once in a process */
+    sim::debug_lines = true;
+    c.start(1).run(1000);
+    sim::debug_lines = false;
+    const std::string dbg = "DBG(DUSKVALE): ";
+    const std::string start =
+        dbg + "send_master_election_start: START MASTER ELECTION (local nodeid = 1 priority = 0)\n";
+    const std::string started =
+        dbg + "message_handler_master_election_start: From 1: \n" + dbg +
+        "send_master_propose: nodeid = 1 priority = 0 sync_counter = 0 current_master = 0\n";
+    const std::string proposed =
+        dbg +
+        "message_handler_master_propose: From 1: nodeid = 1 priority = 0 sync_counter = 0 "
+        "current_master_nodeid = 0 (my_priority = 0)\n" +
+        dbg +
+        "message_handler_master_propose: From 1: PROPOSAL FROM 1: FIRST: priority 0 sync_counter "
+        "0\n";
+    EXPECT_EQ(
+        c[1].take_log(),
+        dbg + "duskvale_corosync_init: \n" + dbg + "duskvale_corosync_new: local.nodeid=1\n" + dbg +
+            "dvlc_lumacrate_count: total Lumacrates = 0\n" + dbg +
+            "handle_joined: From 1: JOINED: 1 nodes\n" + start + dbg +
+            "frozen_master_was_set: nodeid = 1 frozen_master = 0 reason = (0) ''\n" + started +
+            dbg + "message_handler_frozen_master: From 1: Got frozen Master = 0 reason = (1) ''\n" +
+            "INFO: From 1: UNFROZEN master -- start election\n" + start + proposed + started +
+            proposed + dbg + "election_timed_out: previous master -- Unknown\n" + dbg +
+            "election_timed_out: Found best master: nodeid = 1 priority = 0\n"
+            "INFO: ELECTION-FINISHED: Master should be 1 (that's me -- taking over) [priority "
+            "0]\n" +
+            dbg + "send_master_takeover: nodeid = 1 priority = 0\n" + dbg +
+            "message_handler_master_takeover: From 1: Master is now 1 priority = 0 sync_counter = "
+            "0\n"
+            "INFO: MASTER: (nodeid = 1 priority = 0 sync_counter = 0) -- local sync_counter = 0\n" +
+            done + dbg + "set_master: Started agents: status = 1\n" + dbg +
+            "sync_timer_callback: local.sync_counter = 1\n");
+}
+
+TEST(Election, IsWonByTheHighestCounterAndAmongEqualsByTheFirstDelivered) {
+    EXPECT_EQ(elect({proposal(7, 7), proposal(8, 9), proposal(9, 9)}), 8U);
+    EXPECT_EQ(elect({proposal(8, 4294967295), proposal(9, 0)}), 8U) << "counters are unsigned";
+    EXPECT_EQ(elect({proposal(8, 0)}), 8U) << "the node's own proposal came second";
+    EXPECT_EQ(elect({proposal(8, 9), words('1'), proposal(9, 5)}), 9U)
+        << "an election start discards what was gathered";
+    for (const uint32_t first : {1U, 2U}) {
+        Cluster c(2);
+        c.start(1).start(2).settle().inject(words('1'));
+        c.hold(3 - first).settle().hold(3 - first, false).run(500);
+        EXPECT_EQ(c.masters(), first == 1 ? "1 1" : "2 2");
+    }
+}
+
+TEST(Election, EndsHalfASecondAfterTheLastStart) {
+    Cluster c(1);
+    EXPECT_EQ(c.start(1).run(499).inject(words('1')).run(499).masters(), "-");
+    EXPECT_EQ(c.run(1).masters(), "1");
+}
+
+TEST(Election, IsRepeatedUntilAProposalArrives) {
+    Cluster c(1);
+    c.start(1).refuse(1, 'P').run(1400).refuse(1, 0);
+    const std::string failed = "INFO: Failed to find a master -- restarting election...\n";
+    EXPECT_EQ(c[1].take_log(),
+              "INFO: From 1: UNFROZEN master -- start election\n" + failed + failed);
+    EXPECT_EQ(c.run(600).masters(), "1");
+}
+
+TEST(Election, LeavesTheMasterAloneWhenItWins) {
+    Booted c(3);
+    EXPECT_EQ(c.stop(3).run(500).masters(), "1 1");
+    for (const uint32_t id : {1U, 2U}) {
+        EXPECT_EQ(c[id].take_log(), "INFO: ELECTION-FINISHED: Master stays 1 [priority 0]\n");
+        EXPECT_THAT(c[id].take_signals(), ElementsAre("Left 3, now 2"));
+    }
+    EXPECT_EQ(c.sent['M'], 0U);
+}
+
+TEST(Election, AppliesTheWinnerTwiceOnASlave) {
+    Booted c(3);
+    c.crash(1).run(500);
+    const std::string finished = "INFO: ELECTION-FINISHED: Master should be 2 ";
+    const std::string record =
+        "nodeid = 2 priority = 0 sync_counter = 7) -- local sync_counter = 7\n" + done;
+    const std::string slave = "INFO: SLAVE: (master " + record;
+    EXPECT_EQ(c[2].take_log(),
+              finished + "(that's me -- taking over) [priority 0]\nINFO: MASTER: (" + record);
+    EXPECT_EQ(c[3].take_log(), finished + "(it should take over) [priority 0]\n" + slave + slave);
+    EXPECT_THAT(c[2].take_signals(),
+                ElementsAre("Left 1, now 2", "NewMaster 2", "start", "RunstepsDone 0"));
+    EXPECT_THAT(c[3].take_signals(),
+                ElementsAre("Left 1, now 2", "NewMaster 2", "stop", "RunstepsDone 0", "NewMaster 2",
+                            "stop", "RunstepsDone 0"));
+}
+
+TEST(Election, KeepsTheMasterWhenAPeerRestarts) {
+    Booted c(2);
+    EXPECT_EQ(c.crash(2).run(800'000).start(2).run(500).masters(), "1 1");
+    EXPECT_THAT(c[1].take_log(), HasSubstr("INFO: ELECTION-FINISHED: Master stays 1"));
+    EXPECT_THAT(c[2].take_log(),
+                HasSubstr("INFO: ELECTION-FINISHED: Master should be 1 (it should take over) "
+                          "[priority 0]\nINFO: SLAVE: (master nodeid = 1 "));
+    EXPECT_EQ(c.sent['M'], 0U) << "the master has no reason to take over";
+}
+
+TEST(Election, IsWonByThePreferredNodeThatStartsIt) {
+    Booted c(3);
+    EXPECT_EQ(c.prefer(3, true).run(500).masters(), "3 3 3");
+    EXPECT_THAT(c[3].take_log(), HasSubstr("INFO: MASTER: (nodeid = 3 priority = 1 sync_counter = "
+                                           "17) -- local sync_counter = 17\n"));
+    EXPECT_THAT(c.prefer(3, true).run(500)[3].log, HasSubstr("Master stays 3 [priority 1]\n"));
+}
+
+TEST(SplitBrain, EndsANodeAtTheFirstProposalThatNamesAnotherMaster) {
+    Booted c(1);
+    c.inject(proposal(9, 0, 0)); /* names none: harmless */
+    c.inject(proposal(9, 0, 4294967295)).inject(words('K')).settle();
+    EXPECT_EQ(c[1].take_log(), "ERR(message_handler_master_propose):From 9: SPLIT BRAIN "
+                               "RECONNECTED (current 1, got -1) -- Aborting\n");
+    EXPECT_EQ(c.sent.size(), 0U);
+
+    c.start(1).settle().inject(proposal(9, 0, 7)).run(500);
+    EXPECT_EQ(c.aborts(), "1") << "this node knows no master that could differ";
+}
+
+TEST(SplitBrain, EndsBothSidesThatElectedAndARestartHeals) {
+    Booted c(4);
+    EXPECT_EQ(c.cut({{1, 2}, {3, 4}}).run(600).masters(), "1 1 3 3");
+    c.restart_after = 100;
+    EXPECT_EQ(c.heal().run(2000).masters(), "1 1 1 1");
+    EXPECT_EQ(c.aborts(), "1 1 1 1");
+}
+
+} // namespace

@@ -1,0 +1,255 @@
+/* Take-over, give-back, freeze, the broadcasts, devices and steps, and the construction. */
+#include "cluster.h"
+
+#include "base/paths.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using sim::Booted;
+using sim::Cluster;
+using sim::Node;
+using sim::words;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+TEST(TakeOver, CountsWhenItIsDeliveredAndTheLastOneWins) {
+    Booted c(3);
+    EXPECT_EQ(c.hold(2).take_over(2).settle().masters(), "1 1 1");
+    EXPECT_EQ(c.hold(2, false).settle().masters(), "2 2 2");
+    const std::string record = "nodeid = 2 priority = 0 sync_counter = 7) -- local sync_counter = "
+                               "7\nINFO: ---------- run steps done (0 errors)\n";
+    EXPECT_EQ(c[1].take_log(), "INFO: SLAVE: (master " + record);
+    EXPECT_EQ(c[2].take_log(), "INFO: MASTER: (" + record);
+    EXPECT_EQ(c.take_over(1).take_over(3).settle().masters(), "3 3 3");
+}
+
+TEST(GiveBack, MakesTheOtherOfTwoNodesTakeOver) {
+    Booted c(2);
+    EXPECT_EQ(c.give_back(1).settle().masters(), "2 2");
+    EXPECT_THAT(c[1].take_log(),
+                HasSubstr("INFO: From 1: MASTER_GIVEBACK -- ignoring my own message\n"));
+    EXPECT_THAT(c[2].take_log(), HasSubstr("INFO: From 1: MASTER_GIVEBACK -- sending master "
+                                           "take-over (local node 2 is slave)\nINFO: MASTER: "));
+    EXPECT_EQ(c.inject(words('G', {1, 0, 0})).settle().masters(), "1 1")
+        << "what counts is the sender, not the node in the message";
+}
+
+TEST(GiveBack, AmongThreeIsWonByTheLastSlaveAlsoWhenASlaveAsks) {
+    Booted c(3);
+    EXPECT_EQ(c.give_back(1).settle().masters(), "3 3 3");
+    EXPECT_EQ(c.give_back(1).settle().masters(), "2 2 2");
+    EXPECT_THAT(c[3].take_log(), HasSubstr("INFO: From 1: MASTER_GIVEBACK -- ignoring (local node "
+                                           "3 is already existing master)\n"));
+}
+
+TEST(GiveBack, IsIgnoredWhileNoMasterIsKnown) {
+    Cluster c(2);
+    c.start(1).start(2).settle()[2].log.clear();
+    EXPECT_EQ(c.give_back(1).settle()[2].log,
+              "INFO: From 1: MASTER_GIVEBACK -- ignoring (no valid master)\n");
+}
+
+TEST(Freeze, IsKeptOnEveryNodeAndStopsElections) {
+    Booted c(3);
+    c.freeze(3, "disk swap").settle();
+    EXPECT_EQ(c[1].take_log(), "INFO: From 3: FROZEN MASTER 1 (disk swap) -- already master\n");
+    EXPECT_EQ(c[2].take_log(), "INFO: From 3: FROZEN MASTER 1 -- already slave\n");
+    EXPECT_THAT(c[2].take_signals(), ElementsAre("FrozenMaster 1 'disk swap'"));
+    c.prefer(2, true);
+    EXPECT_EQ(c[2].take_log(), "INFO: PREFERRED MASTER(1) -- no master election (FROZEN to 1)\n");
+
+    EXPECT_EQ(c.crash(1).settle()[2].take_log(),
+              "INFO: From 1: LEFT -- no master election (FROZEN to 1)\n");
+    EXPECT_EQ(c.sent, (std::map<char, size_t>{{'F', 1}}));
+    EXPECT_EQ(c.start(1).settle().masters(), "1 1 1");
+    EXPECT_EQ(c.sent['1'], 0U);
+    EXPECT_EQ(c.sent['F'], 4U);
+    EXPECT_THAT(c[1].take_log(),
+                HasSubstr("INFO: From 1: JOINED -- no master election (FROZEN to 1 -- disk swap)\n"
+                          "INFO: From 1: FROZEN MASTER 1 (disk swap) -- will be master\n"));
+
+    EXPECT_THAT(c.lift(2, "done").run(500)[3].take_signals(), Contains("FrozenMaster 0 'done'"));
+    EXPECT_EQ(c.sent['1'], 3U) << "one from each node";
+    EXPECT_EQ(c.masters(), "2 2 2") << "the preference counts now";
+}
+
+TEST(Freeze, ThatNamesAnotherThanTheMasterMovesNothing) {
+    Booted c(2);
+    EXPECT_EQ(c.inject(words('F', {2}) + "other" + '\0').settle().masters(), "1 1");
+    EXPECT_EQ(c[1].take_log(), "INFO: From 9: FROZEN MASTER 2 -- already slave\n");
+    EXPECT_EQ(c[2].take_log(), "INFO: From 9: FROZEN MASTER 2 (other) -- already master\n");
+}
+
+TEST(Membership, TellsDeparturesBeforeArrivals) {
+    Cluster c(3);
+    c.cut({{1, 2}, {3}}).boot().cut({{1, 3}, {2}}).turn(c[1]);
+    EXPECT_THAT(c[1].take_signals(), ElementsAre("Left 2, now 2", "Joined 3, now 2"));
+}
+
+TEST(Sync, MakesTheSlavesCarryTheCounterOfTheirMasterOnly) {
+    Booted c(2);
+    const auto counter = [&c](uint32_t id) {
+        c.give_back(id); /* carries it; not sent */
+        const uint32_t result = sim::u32(c[id].outbox.back().first, 12);
+        c[id].outbox.clear();
+        return result;
+    };
+    EXPECT_EQ(counter(1), 7U);
+    EXPECT_EQ(counter(2), 7U);
+    c.inject(words('s', {9, 0, 70})).settle();
+    EXPECT_EQ(counter(2), 7U) << "from a node that is not its master";
+    c.inject(words('s', {1, 0, 3})).settle();
+    EXPECT_EQ(counter(2), 3U) << "from its master, also when lower";
+    EXPECT_EQ(counter(1), 7U);
+    c.run(2000);
+    EXPECT_EQ(c.sent['s'], 2U) << "only the master sends it";
+}
+
+TEST(Sync, GrowsByOneASecondAndByElevenOnAPreferredMaster) {
+    for (const bool preferred : {false, true}) {
+        Cluster c(1);
+        c[1].preferred = preferred;
+        c.start(1).run(999)[1].log.clear();
+        sim::debug_lines = true;
+        c.run(1001);
+        sim::debug_lines = false;
+        const std::string line = "DBG(DUSKVALE): sync_timer_callback: local.sync_counter = ";
+        /* Its join and the unfreeze that followed gave the preferred one 10 each. */
+        EXPECT_EQ(c[1].take_log(),
+                  line + (preferred ? "31\n" : "1\n") + line + (preferred ? "42\n" : "2\n"));
+    }
+}
+
+TEST(Broadcast, ReachesEveryNodeTheSenderIncluded) {
+    Booted c(2);
+    c.as(c[1], [&] {
+        c[1].requests->text_message(c[1].user_data, "hello");
+        c[1].requests->text_message(c[1].user_data, "");
+        c[1].requests->keep_alive(c[1].user_data, 1);
+    });
+    c.settle();
+    for (auto &[key, node] : c.nodes) {
+        EXPECT_THAT(node.take_signals(),
+                    ElementsAre("GotMessage 'hello'", "GotMessage ''", "KeepAlive 1"));
+    }
+}
+
+TEST(Message, OfUnknownTypeOrCutShortIsDiscardedWithAnErrorLine) {
+    const std::string discards = "ERR(handle_got_message):From 9: Message ";
+    const std::string malformed = "ERR(discard_malformed):From 9: Message mtype=";
+    const std::string nul(1, '\0');
+    const std::pair<std::string, std::string> cases[] = {
+        {"Zap", discards + "mtype=90(Z) without handler. Discarding (3 bytes)\n"},
+        {nul, discards + "mtype=0(" + nul + ") without handler. Discarding (1 bytes)\n"},
+        {"", discards + "without a type. Discarding (0 bytes)\n"},
+        {words('M', {2, 0}), malformed + "77(M) is malformed. Discarding (12 bytes)\n"},
+        {words('G', {2, 0}), malformed + "71(G) is malformed. Discarding (12 bytes)\n"},
+        {words('s', {2, 0}), malformed + "115(s) is malformed. Discarding (12 bytes)\n"},
+        {words('P', {2, 0, 1}), malformed + "80(P) is malformed. Discarding (16 bytes)\n"},
+        {words('T') + "x", malformed + "84(T) is malformed. Discarding (5 bytes)\n"},
+        {words('F', {2}), malformed + "70(F) is malformed. Discarding (8 bytes)\n"},
+        {words('A', {2}), malformed + "65(A) is malformed. Discarding (8 bytes)\n"},
+    };
+    Booted c(1);
+    for (const auto &[message, line] : cases) {
+        EXPECT_EQ(c.inject(message).settle()[1].take_log(), line);
+        EXPECT_TRUE(c[1].signals.empty());
+    }
+}
+
+TEST(Device, IsAnnouncedByEveryNodeWhenItsReportIsDelivered) {
+    Booted c(2);
+    Node &node = c[2];
+    const std::string path(200, 'p');
+    strcpy(node.device.hardware_id, "id");
+    strcpy(node.device.location, "rear");
+    c.as(node, [&] {
+        node.requests->lumacrate_hotplug(node.user_data, TRUE, path.c_str(), "told", "told");
+        EXPECT_EQ(node.requests->lumacrates_count(node.user_data), 1);
+    });
+    EXPECT_TRUE(node.signals.empty());
+    EXPECT_EQ(node.outbox.front().first.size(), 293U);
+    c.settle();
+    for (auto &[key, each] : c.nodes) {
+        EXPECT_EQ(each.take_log(),
+                  "INFO: From 2: now 1 Lumacrates: ADDED [id] @rear (" + path + ")\n");
+        EXPECT_THAT(each.take_signals(), ElementsAre("LumacrateHotplug 2 1 1 id rear " + path));
+    }
+}
+
+TEST(Step, ThatFailsIsLoggedWithItsCauseAndAnnounced) {
+    struct {
+        gboolean is_master;
+        int status;
+        std::string error;
+    } const cases[] = {
+        {TRUE, 0, ""},
+        {TRUE, 512, "/s.run master -- exited, status 2\n"},
+        {FALSE, 15, "/s.run slave -- killed by signal 15\n"},
+        {FALSE, 0x137f, "/s.run slave -- stopped by signal 19\n"},
+        {TRUE, 0xffff, "/s.run master -- continued\n"},
+    };
+    Booted c(1);
+    Node &node = c[1];
+    for (const auto &[is_master, status, error] : cases) {
+        c.as(node, [&, is_master = is_master, status = status] {
+            node.steps->step_start(node.user_data, "/s.run", is_master, 42);
+            node.steps->step_end(node.user_data, "/s.run", is_master, 42, status);
+            node.steps->steps_done(node.user_data, status != 0);
+        });
+        const std::string step = " /s.run (is_master=" + std::to_string(is_master) + ") (pid = 42";
+        const std::string action = is_master != FALSE ? "start" : "stop";
+        const std::string wait_status = std::to_string(status);
+        const std::string errors = error.empty() ? "0" : "1";
+        std::string log = "INFO: ---------- started" + step + ")\nINFO: ---------- ended" + step +
+                          ", status = " + wait_status + ")\n";
+        log += error.empty() ? "" : "ERR(run_step_end):run_step_end(pid = 42): " + error;
+        log += "INFO: ---------- run steps done (" + errors + " errors)\n";
+        log += error.empty() ? "" : "ERR(run_steps_done):run_steps_done: done with 1 errors\n";
+        EXPECT_EQ(node.take_log(), log);
+        EXPECT_THAT(node.take_signals(),
+                    ElementsAre("RunstepBegin /s.run " + action,
+                                "RunstepEnd /s.run " + action + " " + wait_status,
+                                "RunstepsDone " + errors));
+    }
+}
+
+TEST(Construction, ThatFailsIsLoggedAndLeavesNothing) {
+    for (const std::string function :
+         {"dvcpg_glib_new", "dvcpg_glib_register", "duskvale_lumacrates_new", "duskvale_dbus_new",
+          "duskvale_dbus_register"}) {
+        Cluster c(1);
+        c[1].fails = function;
+        EXPECT_EQ(c.start(1)[1].daemon, nullptr);
+        EXPECT_EQ(c[1].log, "ERR(duskvale_corosync_new):Failed " + function + "()\n");
+        EXPECT_TRUE(c[1].timers.empty());
+        EXPECT_EQ(sim::live_objects, 0);
+    }
+}
+
+TEST(Construction, GoesOnWithoutARunnerAndMakesOnlyOne) {
+    Cluster c(1);
+    c[1].fails = "duskvale_run_new";
+    EXPECT_EQ(c.start(1).run(500).masters(), "1");
+    EXPECT_THAT(c[1].take_signals(), Not(Contains("start")));
+    c[1].log.clear();
+    c.as(c[1], [&daemon = c[1].daemon, &fails = c[1].fails] {
+        EXPECT_TRUE(duskvale_corosync_set_agents(daemon, nullptr));
+        EXPECT_FALSE(duskvale_corosync_set_agents(daemon, DUSKVALE_RUN_DIR));
+        fails.clear();
+        EXPECT_TRUE(duskvale_corosync_set_agents(daemon, DUSKVALE_RUN_DIR));
+        EXPECT_FALSE(duskvale_corosync_set_agents(daemon, DUSKVALE_RUN_DIR));
+        EXPECT_EQ(duskvale_corosync_local_nodeid(daemon), 1U);
+    });
+    EXPECT_EQ(c[1].take_log(), "ERR(duskvale_corosync_set_agents):duskvale_corosync_set_agents: "
+                               "cannot be run twice\n");
+}
+
+} // namespace
