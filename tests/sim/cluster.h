@@ -69,8 +69,6 @@ struct Node {
     size_t node_count = 0;
     bool in_transition = false;
     std::vector<std::string> signals; /* in words, such as "NewMaster 1" */
-    int32_t devices = 0;
-    DuskvaleLumacrateInfo device = {};
 
     DuskvaleCorosync *daemon = nullptr; /* null: not running */
     DuskvaleRun *runner = nullptr;
@@ -78,7 +76,6 @@ struct Node {
     const DuskvaleGCpgAgents *group = nullptr;
     const DuskvaleDBusAgents *requests = nullptr;
     const DuskvaleRunAgents *steps = nullptr;
-    const DuskvaleLumacratesAgents *inventory = nullptr;
     std::map<guint, Timer> timers;
 
     bool member = false;

@@ -184,20 +184,17 @@ gboolean duskvale_notify_got_message(DuskvaleDBus *, const char *text) {
     return signal_sent("GotMessage '%s'", text);
 }
 
-gboolean duskvale_notify_lumacrate_hotplug(DuskvaleDBus *, uint32_t nodeid, gint32 total,
-                                           gboolean added, const char *hardware_id,
-                                           const char *location, const char *devpath) {
-    return signal_sent("LumacrateHotplug %u %d %d %s %s %s", nodeid, total, added, hardware_id,
-                       location, devpath);
+gboolean duskvale_notify_lumacrate_hotplug(DuskvaleDBus *, uint32_t nodeid, gint32, gboolean,
+                                           const char *, const char *, const char *) {
+    return signal_sent("LumacrateHotplug %u", nodeid);
 }
 
-gboolean duskvale_notify_runstep_begin(DuskvaleDBus *, const char *step, const char *action) {
-    return signal_sent("RunstepBegin %s %s", step, action);
+gboolean duskvale_notify_runstep_begin(DuskvaleDBus *, const char *step, const char *) {
+    return signal_sent("RunstepBegin %s", step);
 }
 
-gboolean duskvale_notify_runstep_end(DuskvaleDBus *, const char *step, const char *action,
-                                     gint32 status) {
-    return signal_sent("RunstepEnd %s %s %d", step, action, status);
+gboolean duskvale_notify_runstep_end(DuskvaleDBus *, const char *step, const char *, gint32) {
+    return signal_sent("RunstepEnd %s", step);
 }
 
 gboolean duskvale_notify_runsteps_done(DuskvaleDBus *, uint32_t errors) {
@@ -220,24 +217,19 @@ gboolean duskvale_run_start(DuskvaleRun *, gboolean is_master) {
     return TRUE;
 }
 
-/* The devices */
+/* No devices. */
 
 DuskvaleLumacrates *duskvale_lumacrates_new(const DuskvaleLumacratesAgents *agents,
                                             gpointer user_data) {
-    current->inventory = agents;
-    agents->count(current->devices, user_data);
+    agents->count(0, user_data);
     return make<DuskvaleLumacrates>(duskvale_lumacrates_get_type(), __func__);
 }
 
 gint32 duskvale_lumacrate_count(DuskvaleLumacrates *) {
-    return current->devices;
+    return 0;
 }
 
-void duskvale_lumacrate_event(DuskvaleLumacrates *, gboolean added, const char *devpath) {
-    current->devices += added != FALSE ? 1 : -1;
-    current->inventory->notify(current->devices, &current->device, added, devpath,
-                               current->user_data);
-}
+void duskvale_lumacrate_event(DuskvaleLumacrates *, gboolean, const char *) {}
 
 void duskvale_lumacrates_destroy(DuskvaleLumacrates *self) {
     g_object_unref(self);

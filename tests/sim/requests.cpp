@@ -1,4 +1,4 @@
-/* Take-over, give-back, freeze, the broadcasts, devices and steps, and the construction. */
+/* Take-over, give-back, freeze, membership, the sync counter, and the construction. */
 #include "cluster.h"
 
 #include "base/paths.h"
@@ -6,11 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 using sim::Booted;
 using sim::Cluster;
-using sim::Node;
 using sim::words;
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -62,8 +59,9 @@ TEST(Freeze, IsKeptOnEveryNodeAndStopsElections) {
     EXPECT_EQ(c[1].take_log(), "INFO: From 3: FROZEN MASTER 1 (disk swap) -- already master\n");
     EXPECT_EQ(c[2].take_log(), "INFO: From 3: FROZEN MASTER 1 -- already slave\n");
     EXPECT_THAT(c[2].take_signals(), ElementsAre("FrozenMaster 1 'disk swap'"));
-    c.prefer(2, true);
-    EXPECT_EQ(c[2].take_log(), "INFO: PREFERRED MASTER(1) -- no master election (FROZEN to 1)\n");
+    c[3].log.clear();
+    c.prefer(3, true);
+    EXPECT_EQ(c[3].take_log(), "INFO: PREFERRED MASTER(1) -- no master election (FROZEN to 1)\n");
 
     EXPECT_EQ(c.crash(1).settle()[2].take_log(),
               "INFO: From 1: LEFT -- no master election (FROZEN to 1)\n");
@@ -77,7 +75,7 @@ TEST(Freeze, IsKeptOnEveryNodeAndStopsElections) {
 
     EXPECT_THAT(c.lift(2, "done").run(500)[3].take_signals(), Contains("FrozenMaster 0 'done'"));
     EXPECT_EQ(c.sent['1'], 3U) << "one from each node";
-    EXPECT_EQ(c.masters(), "2 2 2") << "the preference counts now";
+    EXPECT_EQ(c.masters(), "3 3 3") << "the preference counts now";
 }
 
 TEST(Freeze, ThatNamesAnotherThanTheMasterMovesNothing) {
@@ -127,20 +125,6 @@ TEST(Sync, GrowsByOneASecondAndByElevenOnAPreferredMaster) {
     }
 }
 
-TEST(Broadcast, ReachesEveryNodeTheSenderIncluded) {
-    Booted c(2);
-    c.as(c[1], [&] {
-        c[1].requests->text_message(c[1].user_data, "hello");
-        c[1].requests->text_message(c[1].user_data, "");
-        c[1].requests->keep_alive(c[1].user_data, 1);
-    });
-    c.settle();
-    for (auto &[key, node] : c.nodes) {
-        EXPECT_THAT(node.take_signals(),
-                    ElementsAre("GotMessage 'hello'", "GotMessage ''", "KeepAlive 1"));
-    }
-}
-
 TEST(Message, OfUnknownTypeOrCutShortIsDiscardedWithAnErrorLine) {
     const std::string discards = "ERR(handle_got_message):From 9: Message ";
     const std::string malformed = "ERR(discard_malformed):From 9: Message mtype=";
@@ -161,63 +145,6 @@ TEST(Message, OfUnknownTypeOrCutShortIsDiscardedWithAnErrorLine) {
     for (const auto &[message, line] : cases) {
         EXPECT_EQ(c.inject(message).settle()[1].take_log(), line);
         EXPECT_TRUE(c[1].signals.empty());
-    }
-}
-
-TEST(Device, IsAnnouncedByEveryNodeWhenItsReportIsDelivered) {
-    Booted c(2);
-    Node &node = c[2];
-    const std::string path(200, 'p');
-    strcpy(node.device.hardware_id, "id");
-    strcpy(node.device.location, "rear");
-    c.as(node, [&] {
-        node.requests->lumacrate_hotplug(node.user_data, TRUE, path.c_str(), "told", "told");
-        EXPECT_EQ(node.requests->lumacrates_count(node.user_data), 1);
-    });
-    EXPECT_TRUE(node.signals.empty());
-    EXPECT_EQ(node.outbox.front().first.size(), 293U);
-    c.settle();
-    for (auto &[key, each] : c.nodes) {
-        EXPECT_EQ(each.take_log(),
-                  "INFO: From 2: now 1 Lumacrates: ADDED [id] @rear (" + path + ")\n");
-        EXPECT_THAT(each.take_signals(), ElementsAre("LumacrateHotplug 2 1 1 id rear " + path));
-    }
-}
-
-TEST(Step, ThatFailsIsLoggedWithItsCauseAndAnnounced) {
-    struct {
-        gboolean is_master;
-        int status;
-        std::string error;
-    } const cases[] = {
-        {TRUE, 0, ""},
-        {TRUE, 512, "/s.run master -- exited, status 2\n"},
-        {FALSE, 15, "/s.run slave -- killed by signal 15\n"},
-        {FALSE, 0x137f, "/s.run slave -- stopped by signal 19\n"},
-        {TRUE, 0xffff, "/s.run master -- continued\n"},
-    };
-    Booted c(1);
-    Node &node = c[1];
-    for (const auto &[is_master, status, error] : cases) {
-        c.as(node, [&, is_master = is_master, status = status] {
-            node.steps->step_start(node.user_data, "/s.run", is_master, 42);
-            node.steps->step_end(node.user_data, "/s.run", is_master, 42, status);
-            node.steps->steps_done(node.user_data, status != 0);
-        });
-        const std::string step = " /s.run (is_master=" + std::to_string(is_master) + ") (pid = 42";
-        const std::string action = is_master != FALSE ? "start" : "stop";
-        const std::string wait_status = std::to_string(status);
-        const std::string errors = error.empty() ? "0" : "1";
-        std::string log = "INFO: ---------- started" + step + ")\nINFO: ---------- ended" + step +
-                          ", status = " + wait_status + ")\n";
-        log += error.empty() ? "" : "ERR(run_step_end):run_step_end(pid = 42): " + error;
-        log += "INFO: ---------- run steps done (" + errors + " errors)\n";
-        log += error.empty() ? "" : "ERR(run_steps_done):run_steps_done: done with 1 errors\n";
-        EXPECT_EQ(node.take_log(), log);
-        EXPECT_THAT(node.take_signals(),
-                    ElementsAre("RunstepBegin /s.run " + action,
-                                "RunstepEnd /s.run " + action + " " + wait_status,
-                                "RunstepsDone " + errors));
     }
 }
 
