@@ -124,6 +124,8 @@ int main(int argc, char *argv[]) {
         DUSKVALE_ERR("DuskvaleCorosync daemon initialization failure.\n");
         return EXIT_FAILURE;
     }
+    /* The end of a logger, or of whoever reads our standard error, must not be ours. */
+    signal(SIGPIPE, SIG_IGN);
     /* After daemon(), so that the loggers are children of the process that stays. */
     if (facility != nullptr) {
         duskvale_debug_redirect(facility, DUSKVALE_IDENT);

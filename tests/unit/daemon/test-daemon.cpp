@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -119,6 +120,19 @@ TEST(Foreground, LogsToSyslogWhenAFacilityIsNamedInAnyCase) {
     EXPECT_EQ(daemon.end(), 0);
     EXPECT_TRUE(syslog.got("<158>" + name + "-stdout]: redirected stdout")) << syslog.all();
     EXPECT_EQ(daemon.stderr_text(), "");
+}
+
+TEST(Foreground, OutlivesItsLoggers) {
+    SyslogSocket syslog;
+    const std::string path = getenv("PATH");
+    setenv("PATH", "/nonexistent", 1);
+    Daemon daemon({"-f", "-s", "daemon"});
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_TRUE(daemon.wrote("logger: not found")) << daemon.stderr_text();
+    const std::string name = "<30>duskvale-corosync-bridge[" + daemon.pid();
+    ASSERT_TRUE(syslog.got(name + "]: " + registered)) << syslog.all();
+    kill(daemon.id(), SIGTERM); /* and now what standard output still holds is written */
+    EXPECT_EQ(daemon.end(), 0);
 }
 
 TEST(Debug, NeedsTheMaskAndSevenTimesV) {
