@@ -43,6 +43,8 @@ void print_cpg_addr_list(const char *label, const cpg_address *list, size_t coun
         printf("\t[%zu] %s: nodeid=%u pid=%u reason=%u\n", i, label, list[i].nodeid, list[i].pid,
                list[i].reason);
     }
+    /* Into a pipe it would else wait for a full buffer, and be lost when the process aborts. */
+    fflush(stdout);
 }
 
 void cpg_confchg_fn(cpg_handle_t handle, const cpg_name *group_name, const cpg_address *,

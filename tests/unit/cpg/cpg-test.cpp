@@ -1,6 +1,8 @@
 /* The connection over libcpg, on a scripted library. */
 #include "recorder.h"
 
+#include <stdio_ext.h>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -177,6 +179,7 @@ TEST_F(Cpg, DebuggingShowsWhoLeftAndWhoJoined) {
         lib.queue_change(2, {{2, 200, CPG_REASON_NODEDOWN}},
                          {{3, 300, CPG_REASON_JOIN}, {4, 400, CPG_REASON_PROCDOWN}});
         dispatch();
+        EXPECT_EQ(__fpending(stdout), 0U) << "shown only when the buffer is full";
     };
     std::string listed, logged;
     const auto run = [&] { listed = output([&] { logged = output(change); }, STDOUT_FILENO); };
