@@ -90,8 +90,11 @@ void send_master_election_start(DuskvaleCorosync *self) {
     multicast(self, encode_bare(MessageType::election_start));
 }
 
-int message_handler_master_election_start(DuskvaleCorosync *self, uint32_t sender, unsigned int,
-                                          MessageView) {
+int message_handler_master_election_start(DuskvaleCorosync *self, uint32_t sender,
+                                          unsigned int mtype, MessageView message) {
+    if (!decode_bare(message)) {
+        return discard_malformed(sender, mtype, message);
+    }
     COORDINATOR_DBG("From %u: \n", sender);
     do_master_election_start(self);
     send_master_propose(self);

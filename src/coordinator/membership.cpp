@@ -80,7 +80,11 @@ int handle_keep_alive(gpointer user_data, uint32_t nodeid) {
                      encode_bare(MessageType::keep_alive));
 }
 
-int message_handler_keep_alive(DuskvaleCorosync *self, uint32_t sender, unsigned int, MessageView) {
+int message_handler_keep_alive(DuskvaleCorosync *self, uint32_t sender, unsigned int mtype,
+                               MessageView message) {
+    if (!decode_bare(message)) {
+        return discard_malformed(sender, mtype, message);
+    }
     COORDINATOR_DBG("from nodeid=%u\n", sender);
     duskvale_notify_keep_alive(self->priv->dbus, sender);
     return 0;

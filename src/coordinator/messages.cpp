@@ -103,6 +103,10 @@ Message encode_lumacrate(const LumacrateMessage &event) {
     return message;
 }
 
+bool decode_bare(MessageView message) {
+    return message.size() >= payload_offset;
+}
+
 std::optional<DuskvaleNodeInfo> decode_node_info(MessageView message) {
     return get<DuskvaleNodeInfo>(message, payload_offset);
 }

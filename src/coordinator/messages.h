@@ -64,6 +64,8 @@ Message encode_frozen_master(uint32_t nodeid, std::string_view reason);
 /* `hardware_id` and `location` are cut to 39 bytes. */
 Message encode_lumacrate(const LumacrateMessage &event);
 
+/* A bare message says nothing beyond its type: whether it is whole. */
+bool decode_bare(MessageView message);
 std::optional<DuskvaleNodeInfo> decode_node_info(MessageView message);
 std::optional<ProposeMessage> decode_propose(MessageView message);
 std::optional<const char *> decode_text(MessageView message);

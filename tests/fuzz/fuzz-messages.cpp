@@ -5,6 +5,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     const MessageView message(data, size);
+    decode_bare(message);
     decode_node_info(message);
     decode_propose(message);
     size_t read = 0;

@@ -133,6 +133,8 @@ TEST(Message, OfUnknownTypeOrCutShortIsDiscardedWithAnErrorLine) {
         {"Zap", discards + "mtype=90(Z) without handler. Discarding (3 bytes)\n"},
         {nul, discards + "mtype=0(" + nul + ") without handler. Discarding (1 bytes)\n"},
         {"", discards + "without a type. Discarding (0 bytes)\n"},
+        {"1", malformed + "49(1) is malformed. Discarding (1 bytes)\n"},
+        {"K..", malformed + "75(K) is malformed. Discarding (3 bytes)\n"},
         {words('M', {2, 0}), malformed + "77(M) is malformed. Discarding (12 bytes)\n"},
         {words('G', {2, 0}), malformed + "71(G) is malformed. Discarding (12 bytes)\n"},
         {words('s', {2, 0}), malformed + "115(s) is malformed. Discarding (12 bytes)\n"},

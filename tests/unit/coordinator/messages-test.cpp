@@ -85,6 +85,7 @@ TEST(Messages, NothingIsReadBeyondTheDeliveredLength) {
         Message message;
         std::function<bool(MessageView)> decodes;
     } layouts[] = {
+        {"bare", encode_bare(MessageType::keep_alive), decode_bare},
         {"node info", encode_node_info(MessageType::sync, node),
          [](MessageView m) { return decode_node_info(m).has_value(); }},
         {"proposal", encode_propose({node, 1}),
