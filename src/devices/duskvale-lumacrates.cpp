@@ -104,7 +104,8 @@ static int read_sysfs_attr(const char *dir, const char *name, std::span<char> te
     text[0] = '\0';
     char path[PATH_SIZE];
     g_snprintf(path, sizeof(path), "%s/%s", dir, name);
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    /* A report may name any path: one that leads to a pipe must not hold up the whole node. */
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         const int error = errno;
         DUSKVALE_ERR("Failed opening '%s': %s\n", path, strerror(error));

@@ -5,6 +5,7 @@
 #include "support/capture.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -168,16 +169,21 @@ TEST_F(Devices, UnreadableAttributeIsEmptyAndLogged) {
     const std::string odd = add("card0/lumacrates:2", "", "LC-2\n");
     fs::remove(odd + "/location");
     fs::create_directory(odd + "/location");
+    const std::string pipe = add("card0/lumacrates:3", "slot 3\n", "");
+    fs::remove(pipe + "/hardware_id");
+    ASSERT_EQ(mkfifo((pipe + "/hardware_id").c_str(), 0600), 0);
     create();
     Capture log;
     DuskvaleLumacrateInfo *details = nullptr;
-    ASSERT_EQ(duskvale_lumacrates_inventory(inventory, &details), 2);
+    ASSERT_EQ(duskvale_lumacrates_inventory(inventory, &details), 3);
     EXPECT_EQ(log.text(), failed("opening", no_id + "/hardware_id", "No such file or directory") +
                               failed("reading from", odd + "/location", "Is a directory"));
     EXPECT_STREQ(details[0].location, "slot 1");
     EXPECT_STREQ(details[0].hardware_id, "");
     EXPECT_STREQ(details[1].location, "");
     EXPECT_STREQ(details[1].hardware_id, "LC-2");
+    EXPECT_STREQ(details[2].location, "slot 3");
+    EXPECT_STREQ(details[2].hardware_id, "") << "a pipe that nobody writes to";
     duskvale_lumacrates_inventory_free(inventory, details);
 }
 
