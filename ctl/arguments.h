@@ -1,0 +1,42 @@
+/* One command line, parsed against the table. */
+#pragma once
+
+#include "ctl/table.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace ctl {
+
+class Arguments {
+public:
+    const CommandSpec *command = nullptr;
+    std::vector<std::string> positional; /* as many as the command's row allows */
+
+    bool has(Opt id) const;
+    /* The value given with the option; empty without the option or without a value. */
+    std::string value(Opt id) const;
+    void add(Opt id, std::string value) { given.emplace_back(id, std::move(value)); }
+
+private:
+    std::vector<std::pair<Opt, std::string>> given;
+};
+
+/*
+ * Parses `argv`. The first word is the command; without one, or when it is an option, the command
+ * is the first of the table. On a fault, one line on standard error and no value.
+ */
+std::optional<Arguments> parse_arguments(int argc, char **argv);
+
+/* A usage fault found by a command itself: the line on standard error; returns Exit::usage. */
+int usage_fault(const Arguments &arguments, const std::string &fault);
+
+/* A whole number from `least` up, or a number of seconds above 0 that may have a fraction. No value
+   when `text` is not one. */
+std::optional<unsigned> parse_count(const std::string &text, unsigned least);
+std::optional<std::chrono::microseconds> parse_seconds(const std::string &text);
+
+} // namespace ctl

@@ -1,0 +1,79 @@
+/*
+ * The daemon as its client sees it. Nothing here calls back: what the daemon announces is queued
+ * and taken with next(), so that a command reads from top to bottom. A call's answer is taken in
+ * its place among the announcements: what the daemon said before it answered is in the queue when
+ * the call returns.
+ */
+#pragma once
+
+#include "ctl/notice.h"
+#include "ctl/problem.h"
+#include "ctl/snapshot.h"
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <deque>
+#include <optional>
+#include <vector>
+
+namespace ctl {
+
+/* A point of time on the monotonic clock, in microseconds; no value: never. */
+using Deadline = std::optional<int64_t>;
+Deadline after(std::chrono::microseconds duration);
+bool passed(const Deadline &deadline);
+
+class Bus {
+public:
+    Bus() = default;
+    Bus(const Bus &) = delete;
+    Bus &operator=(const Bus &) = delete;
+    ~Bus();
+
+    /* Connects to the system bus; the daemon need not be there. */
+    std::optional<Problem> connect();
+
+    /* From now on, what the daemon announces, and its coming and going, is queued. */
+    void listen();
+    /* Queues `interrupted` for SIGINT and SIGTERM instead of ending the process, and
+       `output_closed` when nobody reads standard output any more. */
+    void catch_endings();
+
+    /* The daemon's state; a daemon that does not answer within 5 seconds is a problem. */
+    Result<Snapshot> read();
+    /* Calls a method of the daemon; `arguments` is a floating tuple or null. The result is the
+       status of the answer: false when the daemon refuses; true where the method tells none. */
+    Result<bool> ask(const char *method, GVariant *arguments);
+    std::optional<Problem> set_preferred(bool preferred);
+
+    /* The next announcement; none when `deadline` has passed. */
+    std::optional<Notice> next(const Deadline &deadline);
+    bool has_news() const { return !queue.empty(); }
+
+private:
+    static void on_signal(GDBusConnection *connection, const gchar *sender, const gchar *path,
+                          const gchar *interface, const gchar *name, GVariant *arguments,
+                          gpointer self);
+    static void on_owner(GDBusConnection *connection, const gchar *sender, const gchar *path,
+                         const gchar *interface, const gchar *name, GVariant *arguments,
+                         gpointer self);
+    static void on_closed(GDBusConnection *connection, gboolean vanished, GError *error,
+                          gpointer self);
+    static gboolean on_interrupt(gpointer self);
+    static gboolean on_output_closed(gint fd, GIOCondition condition, gpointer self);
+
+    Result<GVariant *> call(const char *interface, const char *method, GVariant *arguments);
+    void push(NoticeKind kind);
+
+    GDBusConnection *connection = nullptr;
+    std::vector<guint> subscriptions;
+    std::vector<guint> sources;
+    guint output_source = 0;
+    std::deque<Notice> queue;
+};
+
+/* Connects and reads the state; with `listen`, announcements are queued from before the reading. */
+Result<Snapshot> open_daemon(Bus &bus, bool listen = false);
+
+} // namespace ctl

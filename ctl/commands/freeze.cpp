@@ -1,0 +1,53 @@
+#include "ctl/commands/commands.h"
+#include "ctl/output.h"
+#include "ctl/request.h"
+
+#include <algorithm>
+
+namespace ctl {
+
+namespace {
+
+/* Without the blanks around it, which the daemon would not keep over a restart. */
+std::string trimmed(const std::string &text) {
+    const auto first = text.find_first_not_of(" \t");
+    const auto last = text.find_last_not_of(" \t");
+    return first == std::string::npos ? "" : text.substr(first, last - first + 1);
+}
+
+} // namespace
+
+int command_freeze(const Arguments &arguments) {
+    const std::string reason = trimmed(arguments.positional.front());
+    if (reason.empty()) {
+        return usage_fault(arguments, "freeze needs a REASON: whoever finds the freeze reads it");
+    }
+    /* The daemon stores the reason as a line. */
+    if (std::ranges::any_of(reason, [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
+        return usage_fault(arguments, "the REASON must be one line of plain text");
+    }
+    Request request;
+    /* With no master the daemon would take it for a lift of the freeze. */
+    request.objection = [](const Snapshot &before) -> std::string {
+        return before.master_node != 0 ? ""
+                                       : "no master is known that mastership could be frozen to\n"
+                                         "To go on, wait for one: duskvalectl wait stable";
+    };
+    request.ask = [&reason](Bus &bus) {
+        return bus.ask("SetFreeze", g_variant_new("(bs)", TRUE, reason.c_str()));
+    };
+    request.asked = [&reason](const Snapshot &before) {
+        return "asked to freeze mastership to " + node_text(before.master_node) +
+               (before.is_master ? ", this node: " : ": ") + reason;
+    };
+    request.effect = [&reason](const Notice &notice, const Snapshot &) {
+        return notice.kind == NoticeKind::frozen_master && notice.node != 0 &&
+               notice.text == reason;
+    };
+    request.holds = [&reason](const Snapshot &now) {
+        return now.frozen_node != 0 && now.frozen_reason == reason;
+    };
+    return carry_out(arguments, request);
+}
+
+} // namespace ctl

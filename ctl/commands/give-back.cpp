@@ -1,0 +1,35 @@
+#include "ctl/commands/commands.h"
+#include "ctl/output.h"
+#include "ctl/request.h"
+
+namespace ctl {
+
+int command_give_back(const Arguments &arguments) {
+    Request request;
+    request.needs_no_freeze = true;
+    /* The daemon takes it on a slave too: then the other slaves take over from the master, or
+       nothing happens where there is none. Nobody means that. */
+    request.objection = [](const Snapshot &before) -> std::string {
+        if (before.is_master || before.frozen_node != 0) {
+            return {};
+        }
+        if (before.master_node == 0) {
+            return "no master is known\nTo go on, wait for one: duskvalectl wait stable";
+        }
+        return "this node is not master, " + node_text(before.master_node) +
+               " is\nTo go on, ask there, or 'duskvalectl take-over' on the node that shall have "
+               "it";
+    };
+    request.ask = [](Bus &bus) { return bus.ask("GiveBack", nullptr); };
+    request.asked = [](const Snapshot &before) {
+        return "asked for another node to be master instead of " + node_text(before.local_node) +
+               ", this node";
+    };
+    request.effect = [](const Notice &notice, const Snapshot &before) {
+        return notice.kind == NoticeKind::new_master && notice.node != before.local_node;
+    };
+    request.holds = [](const Snapshot &now) { return !now.is_master; };
+    return carry_out(arguments, request);
+}
+
+} // namespace ctl

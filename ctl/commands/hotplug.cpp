@@ -1,0 +1,52 @@
+#include "ctl/bus.h"
+#include "ctl/commands/commands.h"
+#include "ctl/output.h"
+
+namespace ctl {
+
+namespace {
+
+/* An attribute of the device, for the daemon's debug lines; empty when it cannot be read. */
+std::string attribute(const std::string &device, const char *name) {
+    g_autofree char *content = nullptr;
+    const std::string path = device + "/" + name;
+    if (!g_file_get_contents(path.c_str(), &content, nullptr, nullptr)) {
+        return {};
+    }
+    g_autofree char *valid = g_utf8_make_valid(g_strchomp(content), -1);
+    return valid;
+}
+
+} // namespace
+
+int command_hotplug(const Arguments &arguments) {
+    const std::string &what = arguments.positional[0];
+    std::string device = arguments.positional[1];
+    if (what != "add" && what != "remove") {
+        return usage_fault(arguments, "hotplug takes add or remove, not '" + what + "'");
+    }
+    /* The kernel names devices from the root of sysfs, and so does udev's DEVPATH. */
+    if (device.starts_with("/devices/")) {
+        device = "/sys" + device;
+    }
+    if (!device.starts_with("/")) {
+        return usage_fault(arguments, "DEVPATH must be an absolute path, such as /sys/devices/...");
+    }
+    const bool added = what == "add";
+    const std::string hardware = added ? attribute(device, "hardware_id") : "";
+    const std::string location = added ? attribute(device, "location") : "";
+    Bus bus;
+    if (const std::optional<Problem> problem = bus.connect()) {
+        return report(*problem);
+    }
+    const Result<bool> told =
+        bus.ask("LumacrateHotplug", g_variant_new("(bsss)", added ? TRUE : FALSE, device.c_str(),
+                                                  hardware.c_str(), location.c_str()));
+    if (!told) {
+        return report(told.problem());
+    }
+    print_line("reported " + printable(device) + (added ? " as added" : " as removed"));
+    return static_cast<int>(Exit::ok);
+}
+
+} // namespace ctl

@@ -1,0 +1,20 @@
+#include "ctl/bus.h"
+#include "ctl/commands/commands.h"
+#include "ctl/output.h"
+
+namespace ctl {
+
+int command_keep_alive(const Arguments &) {
+    Bus bus;
+    if (const std::optional<Problem> problem = bus.connect()) {
+        return report(*problem);
+    }
+    const Result<bool> sent = bus.ask("KeepAlive", nullptr);
+    if (!sent) {
+        return report(sent.problem());
+    }
+    print_line("asked to show a sign of life of this node on every node");
+    return static_cast<int>(Exit::ok);
+}
+
+} // namespace ctl

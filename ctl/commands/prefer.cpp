@@ -1,0 +1,30 @@
+#include "ctl/commands/commands.h"
+#include "ctl/output.h"
+#include "ctl/request.h"
+
+namespace ctl {
+
+int command_prefer(const Arguments &arguments) {
+    const std::string &wanted = arguments.positional.front();
+    if (wanted != "on" && wanted != "off") {
+        return usage_fault(arguments, "prefer takes on or off, not '" + wanted + "'");
+    }
+    const bool preferred = wanted == "on";
+    Request request;
+    request.ask = [preferred](Bus &bus) -> Result<bool> {
+        const std::optional<Problem> problem = bus.set_preferred(preferred);
+        return problem ? Result<bool>(*problem) : Result<bool>(true);
+    };
+    request.asked = [preferred](const Snapshot &before) {
+        return node_text(before.local_node) + ", this node, is " +
+               (preferred ? "now preferred as master" : "no longer preferred as master") +
+               (before.frozen_node != 0
+                    ? "; no election: mastership is frozen to " + node_text(before.frozen_node)
+                    : "; an election follows");
+    };
+    request.election = [](const Snapshot &before) { return before.frozen_node == 0; };
+    request.holds = [preferred](const Snapshot &now) { return now.preferred == preferred; };
+    return carry_out(arguments, request);
+}
+
+} // namespace ctl

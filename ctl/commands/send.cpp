@@ -1,0 +1,21 @@
+#include "ctl/bus.h"
+#include "ctl/commands/commands.h"
+#include "ctl/output.h"
+
+namespace ctl {
+
+int command_send(const Arguments &arguments) {
+    Bus bus;
+    if (const std::optional<Problem> problem = bus.connect()) {
+        return report(*problem);
+    }
+    const Result<bool> sent =
+        bus.ask("SendMessage", g_variant_new("(s)", arguments.positional.front().c_str()));
+    if (!sent) {
+        return report(sent.problem());
+    }
+    print_line("asked to show the text on every node");
+    return static_cast<int>(Exit::ok);
+}
+
+} // namespace ctl

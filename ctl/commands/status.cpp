@@ -1,0 +1,88 @@
+#include "ctl/bus.h"
+#include "ctl/commands/commands.h"
+#include "ctl/output.h"
+
+namespace ctl {
+
+namespace {
+
+std::string label(const char *name) {
+    std::string text = name;
+    text.resize(12, ' ');
+    return paint(Colour::faint, text);
+}
+
+std::string master_line(const Snapshot &snapshot) {
+    if (snapshot.master_node == 0) {
+        return paint(Colour::bad, "none known");
+    }
+    const std::string node = node_text(snapshot.master_node);
+    return snapshot.is_master ? paint(Colour::good, node + ", this node") : node;
+}
+
+std::string frozen_line(const Snapshot &snapshot) {
+    if (snapshot.frozen_node == 0) {
+        return "no";
+    }
+    std::string text = "to " + node_text(snapshot.frozen_node);
+    if (snapshot.frozen_node == snapshot.local_node) {
+        text += ", this node";
+    }
+    return paint(Colour::doubtful,
+                 text + ": " +
+                     (snapshot.frozen_reason.empty() ? "no reason given"
+                                                     : printable(snapshot.frozen_reason)));
+}
+
+std::string members_line(const Snapshot &snapshot) {
+    switch (snapshot.members) {
+    case 0:
+        return paint(Colour::bad, "0: the group has not been joined yet");
+    case 1:
+        return paint(Colour::doubtful, "1: nobody could take over");
+    default:
+        return std::to_string(snapshot.members);
+    }
+}
+
+void print_status(const Snapshot &snapshot) {
+    const char *role = snapshot.is_master          ? "master"
+                       : snapshot.master_node != 0 ? "slave"
+                                                   : "no role yet";
+    print(label("master") + master_line(snapshot) + "\n");
+    print(label("this node") + node_text(snapshot.local_node) + ", " + role +
+          (snapshot.preferred ? ", preferred as master" : "") + "\n");
+    print(label("members") + members_line(snapshot) + "\n");
+    print(label("frozen") + frozen_line(snapshot) + "\n");
+    print(label("transition") +
+          (snapshot.in_transition
+               ? paint(Colour::doubtful, "yes: the run steps of this node are not done")
+               : "no") +
+          "\n");
+    print(label("devices") + std::to_string(snapshot.devices) + "\n");
+}
+
+} // namespace
+
+int command_status(const Arguments &arguments) {
+    Bus bus;
+    const Result<Snapshot> snapshot = open_daemon(bus);
+    if (arguments.has(Opt::json)) {
+        JsonLine line;
+        if (snapshot) {
+            line.add("state", "running");
+            add_snapshot(line, *snapshot);
+        } else {
+            add_problem(line, snapshot.problem());
+        }
+        print_line(line.text());
+        return static_cast<int>(snapshot ? Exit::ok : problem_exit(snapshot.problem()));
+    }
+    if (!snapshot) {
+        return report(snapshot.problem());
+    }
+    print_status(*snapshot);
+    return static_cast<int>(Exit::ok);
+}
+
+} // namespace ctl

@@ -1,0 +1,86 @@
+#include "ctl/commands/commands.h"
+#include "ctl/log/told.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace ctl {
+
+namespace {
+
+/*
+ * The episodes that answer, newest last: the last change of role; when it followed a start of the
+ * daemon, how the daemon had ended, since that moved mastership; and an end of the daemon since.
+ */
+std::vector<const Episode *> answer_in(const std::vector<Episode> &episodes) {
+    std::size_t change = episodes.size();
+    while (change > 0 && !episodes[change - 1].changes_master()) {
+        change--;
+    }
+    std::vector<const Episode *> answer;
+    if (change == 0) {
+        return answer;
+    }
+    if (episodes[change - 1].after_start) {
+        std::size_t first = change - 1;
+        while (first > 0 && (episodes[first - 1].kind == EpisodeKind::daemon ||
+                             episodes[first - 1].kind == EpisodeKind::trouble)) {
+            first--;
+        }
+        for (std::size_t i = first; i < change - 1; i++) {
+            answer.push_back(&episodes[i]);
+        }
+    }
+    answer.push_back(&episodes[change - 1]);
+    for (std::size_t i = change; i < episodes.size(); i++) {
+        if (episodes[i].kind == EpisodeKind::daemon) {
+            answer.push_back(&episodes[i]);
+        }
+    }
+    return answer;
+}
+
+const Episode &change_in(const std::vector<const Episode *> &answer) {
+    return **std::ranges::find_if(answer,
+                                  [](const Episode *episode) { return episode->changes_master(); });
+}
+
+} // namespace
+
+int command_why(const Arguments &arguments) {
+    int status = static_cast<int>(Exit::ok);
+    const auto episodes = read_named_log(arguments, status);
+    if (!episodes) {
+        return status;
+    }
+    const std::vector<const Episode *> answer = answer_in(*episodes);
+    if (arguments.has(Opt::json)) {
+        JsonLine line;
+        if (answer.empty()) {
+            line.add_null("change");
+        } else {
+            line.open_object("change");
+            add_episode(line, change_in(answer));
+            line.close_object();
+        }
+        line.open_array("episodes");
+        for (const Episode *episode : answer) {
+            line.open_object(nullptr);
+            add_episode(line, *episode);
+            line.close_object();
+        }
+        line.close_array();
+        print_line(line.text());
+        return status;
+    }
+    if (answer.empty()) {
+        print_line("the log shows no change of role");
+        return status;
+    }
+    for (const Episode *episode : answer) {
+        print_episode(*episode);
+    }
+    return status;
+}
+
+} // namespace ctl

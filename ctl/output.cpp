@@ -1,0 +1,129 @@
+#include "ctl/output.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace ctl {
+
+namespace {
+
+bool colours_wanted() {
+    const char *forbidden = std::getenv("NO_COLOR");
+    const char *terminal = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) == 1 && (forbidden == nullptr || *forbidden == '\0') &&
+           terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+const char *escape_code(Colour colour) {
+    switch (colour) {
+    case Colour::good:
+        return "\033[32m";
+    case Colour::doubtful:
+        return "\033[33m";
+    case Colour::bad:
+        return "\033[1;31m";
+    case Colour::faint:
+        return "\033[2m";
+    case Colour::plain:
+        break;
+    }
+    return "";
+}
+
+std::string local_time(int64_t time, const char *format) {
+    g_autoptr(GDateTime) utc = g_date_time_new_from_unix_utc(time / G_USEC_PER_SEC);
+    g_autoptr(GDateTime) local = g_date_time_to_local(utc);
+    g_autofree char *text = g_date_time_format(local, format);
+    return text;
+}
+
+std::string thousandths(int64_t time) {
+    char text[8];
+    std::snprintf(text, sizeof text, ".%03d", static_cast<int>(time % G_USEC_PER_SEC / 1000));
+    return text;
+}
+
+} // namespace
+
+std::string paint(Colour colour, const std::string &text) {
+    static const bool wanted = colours_wanted();
+    if (!wanted || colour == Colour::plain) {
+        return text;
+    }
+    return escape_code(colour) + text + "\033[0m";
+}
+
+std::string node_text(uint32_t node) {
+    return "node " + std::to_string(node);
+}
+
+std::string counted(uint64_t count, const char *noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::string file_name(const std::string &path) {
+    return printable(path.substr(path.rfind('/') + 1));
+}
+
+std::string printable(const std::string &text) {
+    g_autofree char *valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+    std::string result;
+    for (const char *at = valid; *at != '\0'; at = g_utf8_next_char(at)) {
+        const gunichar character = g_utf8_get_char(at);
+        if (g_unichar_iscntrl(character)) {
+            char code[16];
+            std::snprintf(code, sizeof code, "\\x%02x", character);
+            result += code;
+        } else {
+            result.append(at, static_cast<std::size_t>(g_utf8_next_char(at) - at));
+        }
+    }
+    return result;
+}
+
+std::string clock_text(int64_t time) {
+    return local_time(time, "%H:%M:%S") + thousandths(time);
+}
+
+std::string date_clock_text(int64_t time) {
+    return local_time(time, "%Y-%m-%d %H:%M:%S") + thousandths(time);
+}
+
+std::string iso_text(int64_t time) {
+    return local_time(time, "%Y-%m-%dT%H:%M:%S") + thousandths(time) + local_time(time, "%:z");
+}
+
+std::string duration_text(std::chrono::microseconds duration) {
+    const double seconds = std::chrono::duration<double>(duration).count();
+    char text[48];
+    if (seconds < 60) {
+        std::snprintf(text, sizeof text, "%.1f s", seconds);
+    } else {
+        const auto whole = static_cast<long>(seconds);
+        std::snprintf(text, sizeof text, "%ld min %ld s", whole / 60, whole % 60);
+    }
+    return text;
+}
+
+bool print(const std::string &text) {
+    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+}
+
+bool print_line(const std::string &text) {
+    return print(text + "\n") && std::fflush(stdout) == 0;
+}
+
+int finish_output(int status) {
+    errno = 0;
+    if ((std::fflush(stdout) == 0 && std::ferror(stdout) == 0) || errno == EPIPE) {
+        return status;
+    }
+    std::fprintf(stderr, "duskvalectl: cannot write the output: %s\n", std::strerror(errno));
+    return static_cast<int>(Exit::failed);
+}
+
+} // namespace ctl

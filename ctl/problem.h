@@ -1,0 +1,61 @@
+/* Why the daemon could not be asked: states of their own, each with the next thing to try. */
+#pragma once
+
+#include "ctl/exit-status.h"
+
+#include <gio/gio.h>
+
+#include <string>
+#include <utility>
+#include <variant>
+
+namespace ctl {
+
+enum class ProblemKind {
+    daemon_not_running,
+    no_corosync, /* the daemon is not running because it could not be */
+    bus_unreachable,
+    not_permitted,
+    no_answer,
+    failed,
+};
+
+struct Problem {
+    ProblemKind kind = ProblemKind::failed;
+    std::string detail; /* what was reported, for the cases where it helps; may be empty */
+};
+
+/* A stable word for programs, such as "daemon-not-running". */
+const char *problem_word(const Problem &problem);
+/* What is wrong, in a line. */
+std::string problem_text(const Problem &problem);
+/* What to try next, in a line. */
+const char *problem_advice(const Problem &problem);
+Exit problem_exit(const Problem &problem);
+
+/* Writes the text and the advice on standard error; returns the exit status. */
+int report(const Problem &problem);
+
+/* What a failed call on the bus means. Looks for corosync when the daemon is not there. */
+Problem classify_call(const GError *error);
+/* What a failed connection to the bus means. */
+Problem classify_connection(const GError *error);
+/* The daemon's name has no owner: says whether corosync, without which it cannot run, is there. */
+Problem daemon_absent();
+
+/* A value, or why there is none. */
+template <typename T>
+class Result {
+public:
+    Result(T value) : content(std::move(value)) {}
+    Result(Problem problem) : content(std::move(problem)) {}
+    explicit operator bool() const { return content.index() == 0; }
+    const T &operator*() const { return std::get<0>(content); }
+    const T *operator->() const { return &std::get<0>(content); }
+    const Problem &problem() const { return std::get<1>(content); }
+
+private:
+    std::variant<T, Problem> content;
+};
+
+} // namespace ctl
