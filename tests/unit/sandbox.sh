@@ -1,8 +1,9 @@
 #!/bin/sh
 # sandbox.sh COMMAND [ARG ...]: runs a test as root in mount and process namespaces of its own,
 # where the daemon's fixed directories are empty and writable: /etc/duskvale,
-# /usr/share/duskvale/run.d, /sys/bus, and /dev without a log socket. The machine's own files stay
-# as they are, and all of it goes with the process, daemonised children included.
+# /usr/share/duskvale/run.d, /sys/bus, and /dev without a log socket and with terminals of its own.
+# The machine's own files stay as they are, and all of it goes with the process, daemonised children
+# included.
 set -eu
 if [ "${DUSKVALE_SANDBOX:-}" != inside ]; then
     DUSKVALE_SANDBOX=inside exec unshare --mount --propagation private \
@@ -16,6 +17,8 @@ for dir in /dev /etc /usr/share; do
     mount -t overlay -o "lowerdir=$dir,upperdir=$layer/upper,workdir=$layer/work" overlay "$dir"
 done
 mount -t tmpfs sandbox /sys/bus
+mkdir -p /dev/pts
+mount -t devpts -o newinstance,ptmxmode=0666 sandbox /dev/pts
 rm -rf /etc/duskvale /usr/share/duskvale /dev/log
 mkdir -p /etc/duskvale /usr/share/duskvale/run.d
 # Not exec: the first process of a namespace cannot die of its own abort().

@@ -1,0 +1,189 @@
+/*
+ * A daemon and its cluster as a client sees them: the real bus object on a real bus, and behind it
+ * a cluster that grants every request that reaches it. This node is node 7 unless a test says
+ * otherwise.
+ */
+#pragma once
+
+#include "ctl/golden.h"
+#include "dbus/fixture.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <fcntl.h>
+#include <sched.h>
+
+#include <functional>
+#include <utility>
+
+class ClusterTest : public DBusTest {
+protected:
+    static constexpr uint32_t local = 7;
+    static constexpr uint32_t other = big_id;
+
+    void TearDown() override { drain(); }
+
+    /* The daemon, with `members` members and a settled master. */
+    void up(uint32_t master = other, unsigned members = 3) {
+        drain();
+        stop();
+        clear_settings();
+        start(&granting, local);
+        for (unsigned count = 1; count <= members; count++) {
+            duskvale_notify_joined(dbus, count == 1 ? local : other, count);
+        }
+        if (master != 0) {
+            duskvale_notify_new_master(dbus, master);
+            duskvale_notify_runsteps_done(dbus, 0);
+        }
+    }
+
+    /* What the cluster does comes after the answer to the request, an event at a time. */
+    void later(std::function<void()> event) {
+        pending++;
+        auto *task = new std::function<void()>([this, event = std::move(event)] {
+            event();
+            pending--;
+        });
+        g_timeout_add_full(
+            G_PRIORITY_DEFAULT, 1,
+            [](gpointer data) -> gboolean {
+                (*static_cast<std::function<void()> *>(data))();
+                return G_SOURCE_REMOVE;
+            },
+            task, [](gpointer data) { delete static_cast<std::function<void()> *>(data); });
+    }
+
+    /* Until all of that has come. */
+    void drain() {
+        ASSERT_TRUE(loop_until([&] { return pending == 0; }));
+    }
+
+    /* Each command finds all that the one before it has brought about. */
+    std::string session(std::initializer_list<Words> command_lines) {
+        return ::session(command_lines, [this] { drain(); });
+    }
+
+    /* A master is applied, and the run steps of this node run for it. */
+    void apply(uint32_t node) {
+        duskvale_notify_new_master(dbus, node);
+        later([this, node] { run_steps(node == local); });
+    }
+    void run_steps(bool starting) {
+        const char *action = starting ? "start" : "stop";
+        duskvale_notify_runstep_begin(dbus, "/usr/share/duskvale/run.d/10-network.run", action);
+        duskvale_notify_runstep_end(dbus, "/usr/share/duskvale/run.d/10-network.run", action, 0);
+        duskvale_notify_runstep_begin(dbus, "/usr/share/duskvale/run.d/20-db.run", action);
+        later([this, action] {
+            duskvale_notify_runstep_end(dbus, "/usr/share/duskvale/run.d/20-db.run", action,
+                                        step_status);
+            duskvale_notify_runsteps_done(dbus, step_status != 0 ? 1 : 0);
+            if (after_steps) {
+                std::exchange(after_steps, nullptr)();
+            }
+        });
+    }
+
+    int pending = 0;
+    int step_status = 0;
+    std::function<void()> after_steps; /* once, in the same breath as the end of the steps */
+    std::function<void()> on_take_over = [this] { apply(local); };
+    std::function<void()> on_prefer = [] {};
+
+    static ClusterTest *self(gpointer data) {
+        return static_cast<ClusterTest *>(static_cast<DBusTest *>(data));
+    }
+    static const DuskvaleDBusAgents granting;
+};
+
+inline const DuskvaleDBusAgents ClusterTest::granting = {
+    .text_message =
+        [](gpointer d, const char *text) {
+            const std::string copy = text;
+            self(d)->later([=] { duskvale_notify_got_message(self(d)->dbus, copy.c_str()); });
+            return 0;
+        },
+    .keep_alive =
+        [](gpointer d, uint32_t id) {
+            self(d)->later([=] { duskvale_notify_keep_alive(self(d)->dbus, id); });
+            return 0;
+        },
+    .preferred_master_was_set =
+        [](gpointer d, gboolean) {
+            self(d)->later(self(d)->on_prefer);
+            return 0;
+        },
+    .frozen_master_was_set =
+        [](gpointer d, uint32_t id, const char *reason) {
+            const std::string copy = reason;
+            self(d)->later([=] { duskvale_notify_frozen_master(self(d)->dbus, id, copy.c_str()); });
+            return 1;
+        },
+    .take_over =
+        [](gpointer d) {
+            self(d)->later([=] { self(d)->on_take_over(); });
+            return 0;
+        },
+    .give_back =
+        [](gpointer d) {
+            self(d)->later([=] { self(d)->apply(other); });
+            return 0;
+        },
+    .lumacrate_hotplug = recording.lumacrate_hotplug,
+    .lumacrates_count = [](gpointer) { return 2; },
+};
+
+/* In a network namespace of its own, where corosync's abstract sockets are not; with `corosync`
+   something listens where it would. */
+inline void leave_network(bool corosync) {
+    if (unshare(CLONE_NEWNET) != 0) {
+        _exit(126);
+    }
+    if (corosync) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        memcpy(address.sun_path + 1, "cpg", 3);
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+            listen(fd, 1) != 0) {
+            _exit(126);
+        }
+    }
+}
+
+/* duskvalectl on a terminal of its own. */
+class TerminalChild {
+public:
+    explicit TerminalChild(const Words &words) {
+        grantpt(terminal);
+        unlockpt(terminal);
+        const std::string side = ptsname(terminal);
+        child = std::make_unique<Child>([&] {
+            const int fd = open(side.c_str(), O_RDWR | O_NOCTTY);
+            dup2(fd, STDOUT_FILENO);
+            dup2(fd, STDERR_FILENO);
+            setenv("TERM", "xterm", 1);
+            exec_duskvalectl(words);
+        });
+    }
+    TerminalChild(const TerminalChild &) = delete;
+    TerminalChild &operator=(const TerminalChild &) = delete;
+    ~TerminalChild() { close(terminal); }
+
+    /* All that stood on the terminal when it ended. */
+    std::string end() {
+        child->end();
+        std::string text;
+        char buffer[4096];
+        fcntl(terminal, F_SETFL, O_NONBLOCK);
+        for (ssize_t got = 0; (got = read(terminal, buffer, sizeof buffer)) > 0;) {
+            text.append(buffer, static_cast<size_t>(got));
+        }
+        return std::regex_replace(text, std::regex("\r\n"), "\n");
+    }
+
+private:
+    int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    std::unique_ptr<Child> child;
+};

@@ -1,0 +1,111 @@
+/*
+ * duskvalectl as its user meets it: run as a program, and what it wrote and how it ended held
+ * against the kept examples in golden/. With UPDATE_GOLDEN=1 in the environment of the test the
+ * examples are written anew; read the difference before you commit it.
+ */
+#pragma once
+
+#include "support/child.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <initializer_list>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+inline std::filesystem::path source_path(const std::string &below) {
+    return std::filesystem::path(std::getenv("SOURCE_ROOT")) / below;
+}
+
+inline std::string file_text(const std::filesystem::path &path) {
+    std::ifstream stream(path);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+using Words = std::vector<std::string>;
+
+/* Turns a child into duskvalectl. */
+inline void exec_duskvalectl(const Words &words) {
+    std::vector<char *> argv{const_cast<char *>("duskvalectl")};
+    for (const std::string &word : words) {
+        argv.push_back(const_cast<char *>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    setenv("TZ", "UTC", 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
+    execv(std::getenv("DUSKVALECTL"), argv.data());
+    _exit(127);
+}
+
+/* How a duskvalectl that `child` became came out. */
+inline Outcome outcome_of(Child &child) {
+    Outcome outcome;
+    outcome.status = child.end();
+    outcome.out = child.stdout_text();
+    outcome.err = child.stderr_text();
+    return outcome;
+}
+
+inline Outcome duskvalectl(const Words &words) {
+    Child child([&] { exec_duskvalectl(words); });
+    return outcome_of(child);
+}
+
+/* The command line, the output, error lines marked with "!", and the exit status. */
+inline std::string transcript(const Words &words, const Outcome &outcome) {
+    std::string text = "$ duskvalectl";
+    for (const std::string &word : words) {
+        const bool plain = !word.empty() && word.find_first_of(" \n") == std::string::npos;
+        text += plain ? " " + word : " '" + word + "'";
+    }
+    text += "\n" + outcome.out;
+    std::istringstream lines(outcome.err);
+    for (std::string line; std::getline(lines, line);) {
+        text += "! " + line + "\n";
+    }
+    return text + "[" + std::to_string(outcome.status) + "]\n\n";
+}
+
+/* The transcripts of one command line after another; `between` is called after each. */
+inline std::string session(
+    std::initializer_list<Words> command_lines, const std::function<void()> &between = [] {}) {
+    std::string text;
+    for (const Words &words : command_lines) {
+        text += transcript(words, duskvalectl(words));
+        between();
+    }
+    return text;
+}
+
+/* Compares with golden/NAME. */
+inline void expect_golden(const std::string &name, const std::string &text) {
+    const std::filesystem::path path = source_path("tests/unit/ctl/golden/" + name);
+    if (std::getenv("UPDATE_GOLDEN") != nullptr) {
+        std::ofstream(path) << text;
+    }
+    EXPECT_EQ(text, file_text(path)) << path;
+}
+
+/* The same for output with the present time in it, which counts only by its form. */
+inline void expect_timed_golden(const std::string &name, std::string text) {
+    static const std::regex clock(R"(\d\d:\d\d:\d\d\.\d{3})");
+    static const std::regex date(R"(\d{4}-\d\d-\d\dT)");
+    static const std::regex duration(R"(\d+\.\d s)");
+    text = std::regex_replace(text, clock, "hh:mm:ss.mmm");
+    text = std::regex_replace(text, date, "yyyy-mm-ddT");
+    expect_golden(name, std::regex_replace(text, duration, "N s"));
+}

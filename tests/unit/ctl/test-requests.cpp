@@ -1,0 +1,138 @@
+/* The operator's requests: granted, refused, waited for; and waiting by itself. */
+#include "ctl/cluster.h"
+
+class Requests : public ClusterTest {};
+
+TEST_F(Requests, areSentAndTold) {
+    up(other);
+    std::string text = session({{"take-over"}});
+    up(local);
+    text += session({{"give-back"}});
+    up(other);
+    text += session({{"freeze", " disk replacement "},
+                     {"unfreeze"},
+                     {"prefer", "on"},
+                     {"prefer", "off"},
+                     {"send", "going down in 5 minutes"},
+                     {"keep-alive"}});
+    expect_golden("requests", text);
+}
+
+TEST_F(Requests, waitForTheirEffectAndTheSteps) {
+    up(other);
+    std::string text = session({{"take-over", "--wait"},
+                                {"give-back", "--wait"},
+                                {"freeze", "disk replacement", "--wait=20"}});
+    text += session({{"prefer", "on", "--wait"}, {"unfreeze", "--wait"}});
+    /* The election that follows moves mastership here. */
+    on_prefer = [this] { apply(local); };
+    text += session({{"prefer", "off", "--wait"}});
+    step_status = 512;
+    text += session({{"take-over", "--wait"}});
+    expect_timed_golden("requests-wait", text);
+}
+
+TEST_F(Requests, areRefusedInWordsWithAWayOn) {
+    up(other);
+    duskvale_notify_frozen_master(dbus, other, "kernel upgrade");
+    std::string text = session({{"take-over", "--wait"}});
+    duskvale_notify_left(dbus, other, 1);
+    text += session({{"take-over"}, {"unfreeze"}});
+    up(local, 1);
+    text += session({{"take-over"}, {"give-back"}, {"freeze", "why not"}});
+    up(other);
+    text += session({{"give-back"}});
+    up(0);
+    text += session({{"give-back"}, {"freeze", "why not"}});
+    EXPECT_EQ(asked(), "");
+    expect_golden("requests-refused", text);
+}
+
+TEST_F(Requests, sayWhenTheyDidNotTakeEffectOrDidNotHold) {
+    up(other);
+    on_take_over = [] {};
+    std::string text = session({{"take-over", "--wait=0.3"}});
+    on_take_over = [this] { duskvale_notify_new_master(dbus, local); };
+    text += session({{"take-over", "--wait=0.3"}});
+    on_take_over = [this] {
+        duskvale_notify_new_master(dbus, local);
+        duskvale_notify_runstep_begin(dbus, "/usr/share/duskvale/run.d/10-slow.run", "start");
+    };
+    text += session({{"take-over", "--wait=0.3"}});
+    up(other);
+    on_take_over = [this] {
+        apply(local);
+        duskvale_notify_new_master(dbus, other);
+    };
+    text += session({{"take-over", "--wait"}});
+    expect_timed_golden("requests-unfulfilled", text);
+}
+
+TEST_F(Requests, waitForStepsThatWereRememberedBehindOthers) {
+    up(other);
+    /* An earlier sequence still runs when this node takes over: its end is not the end of the
+       steps asked for, though InTransition falls with it. */
+    on_take_over = [this] {
+        duskvale_notify_new_master(dbus, local);
+        later([this] {
+            after_steps = [this] {
+                step_status = 256;
+                run_steps(true);
+            };
+            run_steps(false);
+        });
+    };
+    const Outcome outcome = duskvalectl({"take-over", "--wait"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.out.find("4 run steps done, 1 FAILED"), std::string::npos) << outcome.out;
+}
+
+TEST_F(Requests, sayWhenTheDaemonEndsMeanwhile) {
+    up(other);
+    on_take_over = [this] { stop(); };
+    Child child([] {
+        leave_network(true);
+        exec_duskvalectl({"take-over", "--wait"});
+    });
+    EXPECT_EQ(child.end(), 4) << child.stderr_text();
+}
+
+TEST_F(Requests, showTheStepsAsTheyGoOnATerminal) {
+    up(other);
+    step_status = 512;
+    setenv("NO_COLOR", "1", 1);
+    TerminalChild child({"take-over", "--wait"});
+    expect_timed_golden("requests-terminal", child.end());
+    unsetenv("NO_COLOR");
+}
+
+TEST_F(Requests, reportDevicesAsTheRuleOfUdevWould) {
+    up(other);
+    const std::string device = testing::TempDir() + "device";
+    std::filesystem::create_directories(device);
+    std::ofstream(device + "/hardware_id") << "LC-200\xff \n";
+    EXPECT_EQ(duskvalectl({"hotplug", "add", device}).status, 0);
+    EXPECT_EQ(asked(), "hotplug 1 " + device + " LC-200\xef\xbf\xbd ;");
+    EXPECT_EQ(duskvalectl({"hotplug", "remove", "/devices/crate/1-1"}).status, 0);
+    EXPECT_EQ(asked(), "hotplug 0 /sys/devices/crate/1-1  ;");
+}
+
+TEST_F(Requests, waitForARoleOrForRest) {
+    up(other);
+    std::string text =
+        session({{"wait", "slave"}, {"wait", "stable"}, {"wait", "master", "--timeout=0.2"}});
+    Child master([] { exec_duskvalectl({"wait", "master", "--timeout=20"}); });
+    later([this] { apply(local); });
+    EXPECT_EQ(master.end(), 0) << master.stderr_text();
+    duskvale_notify_new_master(dbus, local);
+    text += session({{"wait", "master", "--timeout=0.2"}, {"wait", "stable", "--timeout=0.2"}});
+    stop();
+    text += session({{"wait", "stable", "--timeout=0.2"}});
+    expect_golden("wait", text);
+
+    const size_t names = client.driver("ListNames", "()").size();
+    Child patient([] { exec_duskvalectl({"wait", "stable", "--timeout=20"}); });
+    ASSERT_TRUE(loop_until([&] { return client.driver("ListNames", "()").size() > names; }));
+    up(local);
+    EXPECT_EQ(patient.end(), 0) << patient.stderr_text();
+}

@@ -1,0 +1,132 @@
+/* The table, and what is made from it or must say the same. */
+#include "ctl/golden.h"
+
+#include "ctl/table.h"
+
+#include <set>
+
+using namespace ctl;
+
+namespace {
+
+std::string in_man_page() {
+    return file_text(source_path("docs/man/duskvalectl.1"));
+}
+
+/* The names that `pattern`'s first group finds in `text`. */
+std::set<std::string> found(const std::string &text, const std::string &pattern) {
+    const std::regex expression(pattern, std::regex::ECMAScript | std::regex::multiline);
+    std::set<std::string> names;
+    for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at) {
+        names.insert((*at)[1]);
+    }
+    return names;
+}
+
+std::set<std::string> option_names(const CommandSpec &command) {
+    std::set<std::string> names;
+    for (const Opt id : command.options) {
+        names.insert(option(id).name);
+    }
+    return names;
+}
+
+} // namespace
+
+TEST(Table, helpShowsAllOfIt) {
+    expect_golden("help", session({{"help"}, {"help", "history"}, {"help", "send"}}));
+    EXPECT_EQ(duskvalectl({"--help"}).out, duskvalectl({"help"}).out);
+    EXPECT_EQ(duskvalectl({"freeze", "-h"}).out, duskvalectl({"help", "freeze"}).out);
+    EXPECT_EQ(duskvalectl({"--version"}).out, "duskvalectl " PROJECT_VERSION "\n");
+}
+
+TEST(Table, usageFaultsAreToldWithoutTouchingTheBus) {
+    expect_golden("usage", session({
+                               {"stauts"},
+                               {"--bogus"},
+                               {"status", "extra"},
+                               {"status", "--json=1"},
+                               {"monitor", "--wait"},
+                               {"freeze"},
+                               {"freeze", "kernel", "upgrade"},
+                               {"freeze", "  "},
+                               {"freeze", "two\nlines"},
+                               {"take-over", "--wait=soon"},
+                               {"take-over", "--wait=-1"},
+                               {"prefer", "maybe"},
+                               {"wait", "quiet"},
+                               {"wait", "master", "--timeout"},
+                               {"wait", "master", "--timeout=0"},
+                               {"check", "--members=none"},
+                               {"check", "--bogus"},
+                               {"send", "caf\xe9"},
+                               {"hotplug", "plug", "/sys/x"},
+                               {"hotplug", "add", "relative"},
+                               {"history", "--last=0"},
+                               {"why", "--since=today", "--log=-"},
+                               {"help", "stauts"},
+                           }));
+}
+
+TEST(Table, manPageHasEachCommandWithItsOptions) {
+    const std::string page = in_man_page();
+    std::set<std::string> names;
+    for (const CommandSpec &command : commands()) {
+        names.insert(command.name);
+        const std::regex item(std::string("^\\.It Ic ") + command.name + "\\b(?!-)(.*)$",
+                              std::regex::ECMAScript | std::regex::multiline);
+        std::smatch match;
+        ASSERT_TRUE(std::regex_search(page, match, item)) << command.name;
+        EXPECT_EQ(found(match[1], R"(Fl -(\w+))"), option_names(command)) << command.name;
+    }
+    EXPECT_EQ(found(page, R"(^\.It Ic ([\w-]+))"), names);
+
+    std::set<std::string> all;
+    for (const OptionSpec &spec : options()) {
+        all.insert(spec.name);
+    }
+    EXPECT_EQ(found(page, R"(^\.It Fl -(\w+))"), all);
+
+    std::set<std::string> statuses;
+    for (const ExitSpec &spec : exit_statuses()) {
+        statuses.insert(std::to_string(static_cast<int>(spec.status)));
+    }
+    EXPECT_EQ(found(page, R"(^\.It (\d+)$)"), statuses);
+}
+
+TEST(Table, completionOffersEachCommandWithItsOptions) {
+    /* complete WORD ...: the candidates for the last word, as an interactive shell would ask. */
+    const std::string script = ". /usr/share/bash-completion/bash_completion\n"
+                               ". \"$SOURCE_ROOT/data/completions/duskvalectl\"\n"
+                               "compopt() { :; }\n"
+                               "complete_words() {\n"
+                               "  COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1)) COMP_LINE=\"$*\"\n"
+                               "  COMP_POINT=${#COMP_LINE} COMPREPLY=()\n"
+                               "  _duskvalectl; echo \"${COMPREPLY[*]}\"\n"
+                               "}\n";
+    std::string calls = "complete_words duskvalectl ''\n";
+    std::string expected;
+    for (const CommandSpec &command : commands()) {
+        expected += (expected.empty() ? "" : " ") + std::string(command.name);
+    }
+    expected += "\n";
+    for (const CommandSpec &command : commands()) {
+        calls += std::string("complete_words duskvalectl ") + command.name + " --\n";
+        expected += "--help --version";
+        for (const Opt id : command.options) {
+            expected += std::string(" --") + option(id).name +
+                        (option(id).value == Value::required ? "=" : "");
+        }
+        expected += "\n";
+    }
+    for (const char *words : {"wait ''", "prefer ''", "hotplug ''"}) {
+        calls += std::string("complete_words duskvalectl ") + words + "\n";
+    }
+    expected += "master slave stable\non off\nadd remove\n";
+    Child shell([&] {
+        execlp("bash", "bash", "-c", (script + calls).c_str(), nullptr);
+        _exit(127);
+    });
+    EXPECT_EQ(shell.end(), 0) << shell.stderr_text();
+    EXPECT_EQ(shell.stdout_text(), expected);
+}
