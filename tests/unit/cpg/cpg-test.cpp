@@ -1,198 +1,244 @@
-/* The connection over libcpg, on a scripted library. */
-#include "recorder.h"
+/* The connection on a main loop, on a scripted library with a descriptor of the kernel's. */
+#include "base/log.h"
+#include "cpg/duskvale-gcpg.h"
+#include "fake-libcpg.h"
+#include "support/capture.h"
 
-#include <stdio_ext.h>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class Cpg : public CpgTest {
+class Cpg : public testing::Test {
 public:
     ~Cpg() override {
+        g_clear_object(&object);
+        /* The object leaves its connection open, and so the record that lib knows. */
         lib.results.clear();
-        if (cpg != nullptr) {
-            duskvale_cpg_destroy(cpg);
+        if (lib.context != nullptr) {
+            duskvale_cpg_destroy(record());
         }
+        g_main_context_unref(context);
     }
 
-    void open(const DuskvaleGCpgAgents *to) {
-        ASSERT_EQ(duskvale_cpg_new(&cpg, "duskvale", to, static_cast<CpgTest *>(this)), CS_OK);
+    void join() {
+        ASSERT_TRUE(dvcpg_glib_register(object, context));
+        source = g_main_context_find_source_by_user_data(context, object);
+        ASSERT_NE(source, nullptr);
+    }
+    duskvale_cpg *record() const { return static_cast<duskvale_cpg *>(lib.context); }
+    bool turn() const { return g_main_context_iteration(context, FALSE); }
+
+    /* A change and a message arrive; what is logged and printed. */
+    std::string arrivals() {
+        lib.queue_change(2, {{9, 200, CPG_REASON_NODEDOWN}, {2, 201, CPG_REASON_LEAVE}},
+                         {{8, 300, CPG_REASON_JOIN}, {3, 301, CPG_REASON_PROCDOWN}});
+        lib.queue_message(3, std::string("a\0b", 3));
+        Capture log, list(STDOUT_FILENO);
+        EXPECT_EQ(duskvale_cpg_dispatch(record()), CS_OK);
+        EXPECT_EQ(duskvale_cpg_dispatch(record()), CS_OK);
+        return log.text() + list.text();
     }
 
-    void dispatch(int times = 1) {
-        for (int i = 0; i < times; i++) {
-            EXPECT_EQ(duskvale_cpg_dispatch(cpg), CS_OK);
-        }
+    /* -1, since the results of agents must not matter. */
+    static int note(void *test, const char *what, uint32_t nodeid, const std::string &detail) {
+        static_cast<Cpg *>(test)->events.push_back(what + std::to_string(nodeid) + " " + detail);
+        return -1;
     }
+    DuskvaleGCpgAgents agents = {
+        .joined = [](void *test, uint32_t nodeid,
+                     size_t members) { return note(test, "+", nodeid, std::to_string(members)); },
+        .left = [](void *test, uint32_t nodeid,
+                   size_t members) { return note(test, "-", nodeid, std::to_string(members)); },
+        .got_message =
+            [](void *test, uint32_t nodeid, const void *message, size_t length) {
+                return note(test, "", nodeid, {static_cast<const char *>(message), length});
+            },
+    };
 
-    duskvale_cpg *cpg = nullptr;
+    FakeLibcpg lib;
+    std::vector<std::string> events;
+    GMainContext *context = g_main_context_new();
+    DuskvaleGCpg *object = dvcpg_glib_new("duskvale", &agents, this);
+    GSource *source = nullptr;
+    cs_error_t sent = CS_OK;
 };
 
-TEST_F(Cpg, ConnectsReadsTheNodeIdJoinsAndReadsTheDescriptor) {
-    debug(7, 1 << 1);
-    EXPECT_EQ(output([this] { open(&agents); }), "DBG(CPG): duskvale_cpg_new: Local node: 7\n"
-                                                 "DBG(CPG): duskvale_cpg_new: Joined: Poll fd: " +
-                                                     std::to_string(lib.fd) + "\n");
-    EXPECT_THAT(lib.calls, ElementsAre("cpg_model_initialize flags=1", "cpg_local_get",
-                                       "cpg_join duskvale", "cpg_fd_get"));
-    lib.calls.clear();
-    EXPECT_EQ(duskvale_cpg_local_nodeid(cpg), FakeLibcpg::NODEID);
-    EXPECT_EQ(duskvale_cpg_fd(cpg), lib.fd);
-    EXPECT_THAT(lib.calls, IsEmpty());
-}
-
-TEST_F(Cpg, AFailureOnTheWayUpIsLoggedAndLeavesNothingOpen) {
+TEST_F(Cpg, RegisteringComesUpInFourStepsAndAFailureLeavesNothingOpen) {
     const struct {
         const char *function;
-        const char *line;
-        size_t finalized;
+        const char *arguments;
+        const char *failure;
     } steps[] = {
-        {"cpg_model_initialize", "ERR(duskvale_cpg_new):Failed: cpg_initialize()\n", 0},
-        {"cpg_local_get", "ERR(duskvale_cpg_new):Failed: cpg_local_get()\n", 1},
-        {"cpg_join", "ERR(duskvale_cpg_new):Failed: cpg_join()\n", 1},
-        {"cpg_fd_get", "ERR(duskvale_cpg_new):duskvale_cpg_new: failed getting file descriptor\n",
-         1},
+        {"cpg_model_initialize", " 1", "Failed: cpg_initialize()\n"},
+        {"cpg_local_get", "", "Failed: cpg_local_get()\n"},
+        {"cpg_join", " duskvale", "Failed: cpg_join()\n"},
+        {"cpg_fd_get", "", "duskvale_cpg_new: failed getting file descriptor\n"},
     };
-    for (const auto &step : steps) {
-        SCOPED_TRACE(step.function);
-        lib.calls.clear();
-        lib.results = {{step.function, CS_ERR_ACCESS}};
-        cs_error_t result = CS_OK;
-        EXPECT_EQ(output([&] { result = duskvale_cpg_new(&cpg, "duskvale", &agents, nullptr); }),
-                  step.line);
-        EXPECT_EQ(result, CS_ERR_ACCESS);
-        EXPECT_EQ(cpg, nullptr);
-        EXPECT_TRUE(lib.calls.at(lib.calls.size() - 1 - step.finalized).starts_with(step.function));
-        EXPECT_EQ(lib.count("cpg_finalize"), step.finalized);
+    EXPECT_THAT(lib.calls, IsEmpty());
+    std::vector<std::string> all;
+    for (const auto &[function, arguments, failure] : steps) {
+        Capture log;
+        lib.results = {{function, CS_ERR_ACCESS}};
+        EXPECT_FALSE(dvcpg_glib_register(object, context));
+        EXPECT_EQ(log.text(), std::string("ERR(duskvale_cpg_new):") + failure +
+                                  "ERR(dvcpg_glib_register):Failed instanciating cpg\n");
+        EXPECT_EQ(lib.context, nullptr) << function;
+        all.push_back(std::string(function) + arguments);
     }
+    lib.results.clear();
+    lib.calls.clear();
+    join();
+    EXPECT_EQ(lib.calls, all);
+    EXPECT_EQ(duskvale_glib_local_nodeid(object), FakeLibcpg::NODEID);
 }
 
 TEST_F(Cpg, AGroupNameThatDoesNotFitIsRefusedBeforeAnythingIsOpened) {
-    cs_error_t result = CS_OK;
-    EXPECT_EQ(output([&] {
-                  result = duskvale_cpg_new(&cpg, std::string(128, 'g').c_str(), &agents, nullptr);
-              }),
-              "ERR(duskvale_cpg_new):Group name of 128 bytes is too long, at most 127 are "
-              "allowed\n");
-    EXPECT_EQ(result, CS_ERR_NAME_TOO_LONG);
-    EXPECT_EQ(cpg, nullptr);
-    EXPECT_THAT(lib.calls, IsEmpty());
-
     const std::string longest(127, 'g');
-    EXPECT_EQ(duskvale_cpg_new(&cpg, longest.c_str(), &agents, nullptr), CS_OK);
+    duskvale_cpg *cpg = nullptr;
+    Capture log;
+    EXPECT_EQ(duskvale_cpg_new(&cpg, (longest + "g").c_str(), nullptr, nullptr),
+              CS_ERR_NAME_TOO_LONG);
+    EXPECT_EQ(log.text(), "ERR(duskvale_cpg_new):Group name of 128 bytes is too long, at most 127 "
+                          "are allowed\n");
+    EXPECT_THAT(lib.calls, IsEmpty());
+    EXPECT_EQ(duskvale_cpg_new(&cpg, longest.c_str(), nullptr, nullptr), CS_OK);
     EXPECT_THAT(lib.calls, testing::Contains("cpg_join " + longest));
 }
 
-TEST_F(Cpg, SendsAllBuffersAsOneMessageAndNeverTwice) {
-    open(&agents);
-    char head[] = "he", tail[] = "llo";
-    const iovec iov[] = {{head, 2}, {tail, 3}};
-    lib.calls.clear();
-    EXPECT_EQ(duskvale_cpg_send(cpg, iov, 2), CS_OK);
-    EXPECT_THAT(lib.calls, ElementsAre("cpg_mcast_joined 1:hello"));
-
-    lib.results["cpg_mcast_joined"] = CS_ERR_TRY_AGAIN;
-    EXPECT_EQ(output([&] { EXPECT_EQ(duskvale_cpg_send(cpg, iov, 1), CS_ERR_TRY_AGAIN); }),
-              "ERR(duskvale_cpg_send):Failed: cpg_mcast_joined()\n");
-    EXPECT_EQ(lib.count("cpg_mcast_joined"), 2u);
+TEST_F(Cpg, AnUnusableDescriptorIsRefused) {
+    lib.fd = -1;
+    Capture log;
+    EXPECT_FALSE(dvcpg_glib_register(object, context));
+    EXPECT_EQ(log.text(), "ERR(dvcpg_glib_register):Failed getting cpg file-descriptor\n");
+    EXPECT_EQ(g_main_context_find_source_by_user_data(context, object), nullptr);
 }
 
-TEST_F(Cpg, AFailedDispatchIsReportedAndTheConnectionStays) {
-    open(&agents);
-    lib.queue_message(3, "later");
-    lib.results["cpg_dispatch"] = CS_ERR_BUSY;
-    EXPECT_EQ(output([&] { EXPECT_EQ(duskvale_cpg_dispatch(cpg), CS_ERR_BUSY); }),
-              "ERR(duskvale_cpg_dispatch):Failed: cpg_dispatch()\n");
-    lib.results.clear();
-    dispatch();
-    EXPECT_THAT(events, ElementsAre("got 3 later"));
-    EXPECT_EQ(lib.count("cpg_finalize"), 0u);
-}
+TEST_F(Cpg, DeparturesComeBeforeArrivalsAndEventsWithoutASlotAreDropped) {
+    const std::string message("3 a\0b", 5);
+    join();
+    EXPECT_EQ(arrivals(), "");
+    EXPECT_THAT(std::exchange(events, {}), ElementsAre("-9 2", "-2 2", "+8 2", "+3 2", message));
+    const DuskvaleGCpgAgents all = agents;
+    agents.joined = nullptr;
+    EXPECT_EQ(arrivals(), "");
+    EXPECT_THAT(std::exchange(events, {}), ElementsAre("-9 2", "-2 2", message));
+    agents = {.joined = all.joined, .left = nullptr, .got_message = nullptr};
+    EXPECT_EQ(arrivals(), "");
+    EXPECT_THAT(events, ElementsAre("+8 2", "+3 2"));
 
-TEST_F(Cpg, AFailedFinalizeKeepsTheRecord) {
-    open(&agents);
-    lib.results["cpg_finalize"] = CS_ERR_BUSY;
-    EXPECT_EQ(output([&] { EXPECT_EQ(duskvale_cpg_destroy(cpg), CS_OK); }),
-              "ERR(duskvale_cpg_destroy):Failed: cpg_finalize()\n");
-    EXPECT_EQ(duskvale_cpg_local_nodeid(cpg), FakeLibcpg::NODEID);
-}
-
-TEST_F(Cpg, DeparturesComeBeforeArrivalsInListOrderWithOneMemberCount) {
-    open(&agents);
-    lib.queue_change(2, {{2, 0, 0}}, {{3, 0, 0}});
-    lib.queue_change(6, {{9, 0, 0}, {4, 0, 0}}, {{8, 0, 0}, {5, 0, 0}});
-    lib.queue_change(6, {}, {});
-    dispatch(3);
-    EXPECT_THAT(events, ElementsAre("left 2 2", "joined 3 2", "left 9 6", "left 4 6", "joined 8 6",
-                                    "joined 5 6"));
-}
-
-TEST_F(Cpg, AMessageIsHandedOnAsTheLibraryGaveIt) {
-    open(&agents);
-    const std::string with_nul("a\0b", 3);
-    lib.queue_message(FakeLibcpg::NODEID, with_nul);
-    dispatch();
-    EXPECT_THAT(events, ElementsAre("got 7 " + with_nul));
-    EXPECT_NE(delivered, nullptr);
-    EXPECT_EQ(delivered, lib.message);
-}
-
-TEST_F(Cpg, EventsWithoutASlotAreDroppedInSilence) {
-    const struct {
-        DuskvaleGCpgAgents table;
-        std::vector<std::string> expected;
-    } cases[] = {
-        {{nullptr, left, got_message}, {"left 2 1", "got 3 m"}},
-        {{joined, nullptr, got_message}, {"joined 3 1", "got 3 m"}},
-        {{joined, left, nullptr}, {"left 2 1", "joined 3 1"}},
-    };
-    const auto run = [this](const DuskvaleGCpgAgents *table) {
-        events.clear();
-        open(table);
-        lib.queue_change(1, {{2, 0, 0}}, {{3, 0, 0}});
-        lib.queue_message(3, "m");
-        EXPECT_EQ(output([this] { dispatch(2); }), "");
-        duskvale_cpg_destroy(std::exchange(cpg, nullptr));
-    };
-    for (const auto &row : cases) {
-        run(&row.table);
-        EXPECT_EQ(events, row.expected);
-    }
-    run(nullptr);
-    EXPECT_THAT(events, IsEmpty());
+    duskvale_cpg_destroy(record());
+    duskvale_cpg *without_table = nullptr;
+    ASSERT_EQ(duskvale_cpg_new(&without_table, "duskvale", nullptr, nullptr), CS_OK);
+    EXPECT_EQ(arrivals(), "");
 }
 
 TEST_F(Cpg, AnEventWhoseRecordCannotBeFoundIsDroppedWithAnError) {
-    open(&agents);
-    lib.queue_change(1, {{2, 0, 0}}, {{3, 0, 0}});
-    lib.queue_message(3, "m");
+    join();
     lib.results["cpg_context_get"] = CS_ERR_BAD_HANDLE;
-    EXPECT_EQ(output([this] { dispatch(2); }),
-              "ERR(cpg_confchg_fn):cpg_confchg_fn: Failed: cpg_context_get()\n"
-              "ERR(cpg_deliver_fn):cpg_deliver_fn: Failed: cpg_context_get()\n");
+    EXPECT_EQ(arrivals(), "ERR(cpg_confchg_fn):cpg_confchg_fn: Failed: cpg_context_get()\n"
+                          "ERR(cpg_deliver_fn):cpg_deliver_fn: Failed: cpg_context_get()\n");
     EXPECT_THAT(events, IsEmpty());
 }
 
-TEST_F(Cpg, DebuggingShowsWhoLeftAndWhoJoined) {
-    open(nullptr);
-    const auto change = [this] {
-        lib.queue_change(2, {{2, 200, CPG_REASON_NODEDOWN}},
-                         {{3, 300, CPG_REASON_JOIN}, {4, 400, CPG_REASON_PROCDOWN}});
-        dispatch();
-        EXPECT_EQ(__fpending(stdout), 0U) << "shown only when the buffer is full";
+TEST_F(Cpg, DebuggingListsWhoLeftAndWhoJoined) {
+    join();
+    duskvale_debug_set_categories(1 << static_cast<int>(LogCategory::cpg));
+    duskvale_debug_set_level(LOG_DEBUG);
+    const std::string shown = arrivals();
+    duskvale_debug_set_level(0);
+    EXPECT_EQ(shown, "DBG(CPG): cpg_confchg_fn: group_name='duskvale'\n"
+                     "\t[0] left: nodeid=9 pid=200 reason=3\n"
+                     "\t[1] left: nodeid=2 pid=201 reason=2\n"
+                     "\t[0] joined: nodeid=8 pid=300 reason=1\n"
+                     "\t[1] joined: nodeid=3 pid=301 reason=5\n");
+}
+
+TEST_F(Cpg, EachReadinessHandlesOneEvent) {
+    join();
+    EXPECT_FALSE(turn());
+    lib.queue_change(2, {}, {{3, 0, 0}});
+    lib.queue_message(3, "one");
+    lib.queue_message(4, "two");
+    for (size_t handled = 1; handled <= 3; handled++) {
+        EXPECT_TRUE(turn());
+        EXPECT_EQ(events.size(), handled);
+    }
+    EXPECT_THAT(events, ElementsAre("+3 2", "3 one", "4 two"));
+    EXPECT_FALSE(turn());
+}
+
+TEST_F(Cpg, AnAgentMaySendAndWhatIsRefusedIsNotSentAgain) {
+    agents.got_message = [](void *test, uint32_t, const void *message, size_t length) {
+        auto *self = static_cast<Cpg *>(test);
+        self->sent = dvcpg_glib_send_message(self->object, message, length);
+        return 0;
     };
-    std::string listed, logged;
-    const auto run = [&] { listed = output([&] { logged = output(change); }, STDOUT_FILENO); };
-    debug(7, 1 << 1);
-    run();
-    EXPECT_EQ(logged, "DBG(CPG): cpg_confchg_fn: group_name='duskvale'\n");
-    EXPECT_EQ(listed, "\t[0] left: nodeid=2 pid=200 reason=3\n"
-                      "\t[0] joined: nodeid=3 pid=300 reason=1\n"
-                      "\t[1] joined: nodeid=4 pid=400 reason=5\n");
-    debug(6, 1 << 1);
-    run();
-    EXPECT_EQ(logged + listed, "");
-    debug(7, 1 << 2);
-    run();
-    EXPECT_EQ(logged + listed, "");
+    join();
+    for (const cs_error_t result : {CS_OK, CS_ERR_TRY_AGAIN}) {
+        lib.calls.clear();
+        lib.results = {{"cpg_mcast_joined", result}};
+        EXPECT_EQ(arrivals(),
+                  result == CS_OK ? "" : "ERR(duskvale_cpg_send):Failed: cpg_mcast_joined()\n");
+        EXPECT_THAT(lib.calls, ElementsAre("cpg_dispatch", "cpg_dispatch",
+                                           std::string("cpg_mcast_joined 1:a\0b", 22)));
+        EXPECT_EQ(sent, result);
+    }
+}
+
+TEST_F(Cpg, FinalizingReleasesTheSourceAndLeavesTheConnection) {
+    static bool released;
+    released = false;
+    join();
+    lib.queue_message(3, "unheard");
+    g_source_set_dispose_function(source, [](GSource *) { released = true; });
+    g_clear_object(&object);
+    EXPECT_TRUE(released);
+    EXPECT_FALSE(turn());
+    EXPECT_NE(lib.context, nullptr);
+}
+
+TEST_F(Cpg, AFailedDispatchOrFinalizeKeepsTheConnection) {
+    join();
+    lib.queue_message(3, "later");
+    lib.results = {{"cpg_dispatch", CS_ERR_LIBRARY}, {"cpg_finalize", CS_ERR_BUSY}};
+    Capture log;
+    turn();
+    EXPECT_EQ(duskvale_cpg_destroy(record()), CS_OK);
+    EXPECT_EQ(log.text(), "ERR(duskvale_cpg_dispatch):Failed: cpg_dispatch()\n"
+                          "ERR(duskvale_cpg_destroy):Failed: cpg_finalize()\n");
+    lib.results.clear();
+    turn();
+    EXPECT_THAT(events, ElementsAre("3 later"));
+}
+
+/* Events queued before the end are handled; then the process ends at the first failure, with one
+   line to find. An exit handler says what was done, since the parent cannot look. */
+TEST_F(Cpg, TheProcessEndsOnceCorosyncIsGone) {
+    static Cpg *dying;
+    join();
+    EXPECT_EXIT(
+        {
+            dying = this;
+            lib.calls.clear();
+            atexit([] {
+                fprintf(stderr, "%zu events, %zu calls, source %s\n", dying->events.size(),
+                        dying->lib.calls.size(),
+                        g_source_is_destroyed(dying->source) ? "gone" : "attached");
+            });
+            lib.queue_message(3, "one");
+            lib.queue_message(3, "two");
+            lib.hang_up();
+            for (int i = 0; i < 100; i++) {
+                turn();
+            }
+        },
+        testing::ExitedWithCode(EXIT_FAILURE),
+        testing::StrEq("ERR(duskvale_cpg_dispatch):Failed: cpg_dispatch()\n"
+                       "ERR(dvcpg_callback):corosync is gone (cpg_dispatch: 2) -- ending\n"
+                       "2 events, 3 calls, source gone\n"));
 }
