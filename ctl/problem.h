@@ -23,6 +23,11 @@ enum class ProblemKind {
 struct Problem {
     ProblemKind kind = ProblemKind::failed;
     std::string detail; /* what was reported, for the cases where it helps; may be empty */
+
+    /* The daemon may yet come: whoever can wait goes on. */
+    bool is_absence() const {
+        return kind == ProblemKind::daemon_not_running || kind == ProblemKind::no_corosync;
+    }
 };
 
 /* A stable word for programs, such as "daemon-not-running". */

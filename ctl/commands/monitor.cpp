@@ -63,18 +63,13 @@ private:
     bool json;
 };
 
-bool is_absence(const Problem &problem) {
-    return problem.kind == ProblemKind::daemon_not_running ||
-           problem.kind == ProblemKind::no_corosync;
-}
-
 } // namespace
 
 int command_monitor(const Arguments &arguments) {
     const Printer printer(arguments.has(Opt::json));
     Bus bus;
     Result<Snapshot> snapshot = open_daemon(bus, true);
-    if (!snapshot && !is_absence(snapshot.problem())) {
+    if (!snapshot && !snapshot.problem().is_absence()) {
         return report(snapshot.problem());
     }
     bus.catch_endings();

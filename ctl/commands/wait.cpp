@@ -9,11 +9,6 @@ namespace ctl {
 
 namespace {
 
-bool is_absence(const Problem &problem) {
-    return problem.kind == ProblemKind::daemon_not_running ||
-           problem.kind == ProblemKind::no_corosync;
-}
-
 bool fits(const std::string &wanted, const Snapshot &now) {
     if (now.master_node == 0) {
         return false;
@@ -31,7 +26,7 @@ int timed_out(const std::string &wanted, const std::string &state) {
    the deadline. */
 std::optional<Result<Snapshot>> wait_for_daemon(Bus &bus, const Deadline &deadline) {
     Result<Snapshot> snapshot = bus.read();
-    while (!snapshot && is_absence(snapshot.problem())) {
+    while (!snapshot && snapshot.problem().is_absence()) {
         const std::optional<Notice> notice = bus.next(deadline);
         if (!notice) {
             return std::nullopt;
@@ -81,7 +76,7 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
         if (settling.outcome == Settled::yes && fits(wanted, settling.last)) {
             return static_cast<int>(Exit::ok);
         }
-        if (settling.outcome == Settled::vanished && !is_absence(settling.problem)) {
+        if (settling.outcome == Settled::vanished && !settling.problem.is_absence()) {
             return report(settling.problem);
         }
     }

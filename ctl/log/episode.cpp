@@ -318,24 +318,11 @@ void EpisodeBuilder::take_trouble(const Event &event) {
 }
 
 void EpisodeBuilder::add(const Event &event) {
-    switch (event.kind) {
-    case EventKind::starting:
-    case EventKind::registered:
-    case EventKind::got_signal:
-    case EventKind::ending:
-    case EventKind::process_ended:
-    case EventKind::start_failed:
-    case EventKind::name_taken:
-    case EventKind::split_brain:
-    case EventKind::corosync_gone:
-    case EventKind::bus_lost:
-    case EventKind::unit_stopping:
-    case EventKind::unit_step:
-    case EventKind::unit_step_failed:
-    case EventKind::unit_step_late:
-    case EventKind::unit_stopped:
+    if (about_daemon(event.kind)) {
         take_life(event);
-        break;
+        return;
+    }
+    switch (event.kind) {
     case EventKind::joined_frozen:
     case EventKind::left_frozen:
         take_membership(event);
@@ -390,9 +377,7 @@ void EpisodeBuilder::add(const Event &event) {
     case EventKind::device:
         open(EpisodeKind::device, event);
         break;
-    case EventKind::send_failed:
-    case EventKind::bad_message:
-    case EventKind::error:
+    default:
         take_trouble(event);
         break;
     }

@@ -12,7 +12,7 @@
 namespace ctl {
 
 enum class EventKind {
-    /* the daemon's life */
+    /* the daemon's life: see about_daemon() */
     starting,
     registered,
     got_signal,
@@ -70,6 +70,11 @@ enum class EventKind {
     bad_message,
     error,
 };
+
+/* Whether it is about the daemon's start or end. */
+constexpr bool about_daemon(EventKind kind) {
+    return kind <= EventKind::unit_stopped;
+}
 
 /* Which fields are set depends on the kind; see the table in event.cpp. */
 struct Event {

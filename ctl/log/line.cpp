@@ -11,6 +11,12 @@ namespace ctl {
 
 namespace {
 
+/* No value for what no clock of a running system shows. */
+std::optional<int64_t> sane_time(int64_t time) {
+    constexpr int64_t end_of_9999 = 253'402'300'800'000'000;
+    return time >= 0 && time < end_of_9999 ? std::optional(time) : std::nullopt;
+}
+
 int64_t time_of(GDateTime *date) {
     return g_date_time_to_unix(date) * G_USEC_PER_SEC + g_date_time_get_microsecond(date);
 }
@@ -20,7 +26,7 @@ std::optional<int64_t> iso_time(const std::string &date, const std::string &cloc
     g_autoptr(GTimeZone) local = g_time_zone_new_local();
     g_autoptr(GDateTime) parsed =
         g_date_time_new_from_iso8601((date + "T" + clock + zone).c_str(), local);
-    return parsed != nullptr ? std::optional(time_of(parsed)) : std::nullopt;
+    return parsed != nullptr ? sane_time(time_of(parsed)) : std::nullopt;
 }
 
 /* "May", "1", "03:12:04.5": the last such date up to a day after `now`, since clocks differ. */
@@ -104,7 +110,7 @@ std::optional<LogLine> parse_json(const std::string &text) {
     line.source = string_member(object, "SYSLOG_IDENTIFIER");
     const std::string time = string_member(object, "__REALTIME_TIMESTAMP");
     if (!time.empty()) {
-        line.time = g_ascii_strtoll(time.c_str(), nullptr, 10);
+        line.time = sane_time(g_ascii_strtoll(time.c_str(), nullptr, 10));
     }
     return line;
 }
@@ -116,7 +122,7 @@ std::optional<int64_t> counted_time(const std::string &seconds, const std::strin
     const int64_t time = g_ascii_strtoll(seconds.c_str(), nullptr, 10) * G_USEC_PER_SEC +
                          g_ascii_strtoll(micros.c_str(), nullptr, 10);
     if (time >= least_since_1970) {
-        return time;
+        return sane_time(time);
     }
     return time <= now.since_boot ? std::optional(now.since_1970 - now.since_boot + time)
                                   : std::nullopt;
@@ -132,7 +138,7 @@ LogLine parse_log_line(const std::string &text, const Clocks &now) {
     static const Pattern iso(
         R"(^(\d{4}-\d\d-\d\d)[T ](\d\d:\d\d:\d\d(?:[.,]\d+)?)(Z|[+-]\d\d:?\d\d)? (.*)$)");
     static const Pattern syslog(R"(^([A-Z][a-z][a-z]) +(\d\d?) (\d\d:\d\d:\d\d(?:\.\d+)?) (.*)$)");
-    static const Pattern counted(R"(^\[? *(\d+)\.(\d{6})\]? +(.*)$)");
+    static const Pattern counted(R"(^\[? *(\d{1,12})\.(\d{6})\]? +(.*)$)");
     LogLine line;
     line.text = text;
     if (is_ours(text)) {

@@ -113,23 +113,10 @@ std::string refusal_text(const Event &event) {
 } // namespace
 
 std::string event_text(const Event &event) {
-    switch (event.kind) {
-    case EventKind::starting:
-    case EventKind::registered:
-    case EventKind::got_signal:
-    case EventKind::ending:
-    case EventKind::process_ended:
-    case EventKind::start_failed:
-    case EventKind::name_taken:
-    case EventKind::split_brain:
-    case EventKind::corosync_gone:
-    case EventKind::bus_lost:
-    case EventKind::unit_stopping:
-    case EventKind::unit_step:
-    case EventKind::unit_step_failed:
-    case EventKind::unit_step_late:
-    case EventKind::unit_stopped:
+    if (about_daemon(event.kind)) {
         return life_text(event);
+    }
+    switch (event.kind) {
     case EventKind::joined:
         return node(event.node) + " joined, " +
                counted(static_cast<uint64_t>(event.count), "member") + " now";

@@ -82,6 +82,10 @@ TEST(LogLine, isTakenApartInEveryFormItIsMetIn) {
         {"6000.000000  INFO: Starting", std::nullopt, ""},
         {R"({"MESSAGE":"INFO: Starting","SYSLOG_IDENTIFIER":"x","__REALTIME_TIMESTAMP":"7000001"})",
          7000001, "x"},
+        {R"({"MESSAGE":"INFO: Starting","__REALTIME_TIMESTAMP":"9223372036854775807"})",
+         std::nullopt, ""},
+        {"999999999999.000000 INFO: Starting", std::nullopt, ""},
+        {"2024-13-01T03:12:04Z INFO: Starting", std::nullopt, ""},
         {R"({"MESSAGE":[73,78,70,79,58,32,83,116,97,114,116,105,110,103]})", std::nullopt, ""},
     };
     for (const Case &c : cases) {
