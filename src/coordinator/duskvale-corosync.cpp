@@ -7,8 +7,6 @@
 
 G_DEFINE_TYPE_WITH_PRIVATE(DuskvaleCorosync, duskvale_corosync, G_TYPE_OBJECT)
 
-namespace {
-
 constexpr guint sync_period_seconds = 1;
 
 constexpr DuskvaleGCpgAgents cpg_agents = {
@@ -39,8 +37,6 @@ constexpr DuskvaleRunAgents run_agents = {
     .steps_done = run_steps_done,
     .reserved = nullptr,
 };
-
-} // namespace
 
 GQuark duskvale_corosync_error_quark() {
     return g_quark_from_static_string("duskvale_corosync_error");

@@ -26,8 +26,8 @@ struct _DuskvaleGCpg {
 
 G_DEFINE_TYPE_WITH_PRIVATE(DuskvaleGCpg, dvcpg_glib, G_TYPE_OBJECT)
 
-static constexpr gushort HUNG_UP = G_IO_ERR | G_IO_HUP;
-static constexpr gushort READY = G_IO_IN | HUNG_UP;
+constexpr gushort hung_up = G_IO_ERR | G_IO_HUP;
+constexpr gushort ready = G_IO_IN | hung_up;
 
 static void dvcpg_glib_finalize(GObject *object) {
     DUSKVALE_DBG(LogCategory::cpg_glib, "\n");
@@ -59,7 +59,7 @@ static gboolean dvcpg_prepare(GSource *, gint *timeout) {
 static gboolean dvcpg_check(GSource *source) {
     const gushort revents = reinterpret_cast<DvcpgSource *>(source)->pollfd.revents;
     DUSKVALE_DBG(LogCategory::cpg_glib, "events=0x%X\n", revents);
-    return (revents & READY) != 0;
+    return (revents & ready) != 0;
 }
 
 static gboolean dvcpg_dispatch(GSource *, GSourceFunc callback, gpointer user_data) {
@@ -81,7 +81,7 @@ static gboolean dvcpg_callback(gpointer user_data) {
     /* A hang-up alone is no end as long as the library still has events to hand out. Once it also
        fails no event can come any more, while the descriptor stays ready: going on would spin and
        log without end. */
-    if (result != CS_OK && (priv->source->pollfd.revents & HUNG_UP) != 0) {
+    if (result != CS_OK && (priv->source->pollfd.revents & hung_up) != 0) {
         DUSKVALE_ERR("corosync is gone (cpg_dispatch: %d) -- ending\n", result);
         g_source_destroy(&priv->source->source);
         exit(EXIT_FAILURE);
@@ -119,7 +119,7 @@ gboolean dvcpg_glib_register(DuskvaleGCpg *self, GMainContext *context) {
     priv->source = reinterpret_cast<DvcpgSource *>(source);
     GPollFD *pollfd = &priv->source->pollfd;
     pollfd->fd = fd;
-    pollfd->events = READY;
+    pollfd->events = ready;
     DUSKVALE_DBG(LogCategory::cpg_glib, "fd=%d events=0x%X\n", pollfd->fd, pollfd->events);
     g_source_add_poll(source, pollfd);
     g_source_attach(source, context);

@@ -4,13 +4,17 @@
 #include "dbus/private.h"
 #include "dbus/settings.h"
 
+namespace {
+
 /* Emits `signal`, which the bus binding forwards. Texts must have passed duskvale_utf8(), and a
    boolean must be 0 or 1: libdbus ends the process over anything else. */
 template <typename... Args>
-static gboolean emit(DuskvaleDBus *self, DuskvaleDBusSignal signal, Args... args) {
+gboolean emit(DuskvaleDBus *self, DuskvaleDBusSignal signal, Args... args) {
     g_signal_emit(self, duskvale_dbus_signals[signal], 0, args...);
     return TRUE;
 }
+
+} // namespace
 
 gboolean duskvale_notify_new_master(DuskvaleDBus *self, uint32_t nodeid) {
     DBUS_DBG("nodeid=%u\n", nodeid);

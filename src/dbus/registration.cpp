@@ -40,9 +40,7 @@ void watch_disconnect(DBusGConnection *connection) {
     }
 }
 
-} // namespace
-
-static gboolean duskvale_acquire_name(DBusGConnection *connection) {
+gboolean duskvale_acquire_name(DBusGConnection *connection) {
     const Proxy bus_proxy(bus_driver(connection));
     if (!bus_proxy) {
         g_critical("Could not construct bus_proxy object; bailing out");
@@ -63,6 +61,8 @@ static gboolean duskvale_acquire_name(DBusGConnection *connection) {
     }
     return TRUE;
 }
+
+} // namespace
 
 gboolean duskvale_dbus_register(DuskvaleDBus *self) {
     DuskvaleDBusPrivate *priv = self->priv;

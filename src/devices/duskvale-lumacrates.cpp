@@ -27,8 +27,8 @@ struct _DuskvaleLumacrates {
 };
 
 enum : guint { PROP_LUMACRATE_COUNT = 1 };
-constexpr const char *COUNT_PROPERTY = "lumacrate-count";
-constexpr size_t PATH_SIZE = 4096;
+constexpr const char *count_property = "lumacrate-count";
+constexpr size_t path_size = 4096;
 
 G_DEFINE_TYPE_WITH_PRIVATE(DuskvaleLumacrates, duskvale_lumacrates, G_TYPE_OBJECT)
 
@@ -91,7 +91,7 @@ static void duskvale_lumacrates_class_init(DuskvaleLumacratesClass *klass) {
     object_class->get_property = duskvale_lumacrates_get_property;
     object_class->set_property = duskvale_lumacrates_set_property;
     g_object_class_install_property(object_class, PROP_LUMACRATE_COUNT,
-                                    g_param_spec_int(COUNT_PROPERTY, "Number of Lumacrates",
+                                    g_param_spec_int(count_property, "Number of Lumacrates",
                                                      "Set/Get Lumacrates count", 0, G_MAXINT32, 0,
                                                      G_PARAM_READWRITE));
 }
@@ -102,7 +102,7 @@ static void duskvale_lumacrates_class_init(DuskvaleLumacratesClass *klass) {
  */
 static int read_sysfs_attr(const char *dir, const char *name, std::span<char> text) {
     text[0] = '\0';
-    char path[PATH_SIZE];
+    char path[path_size];
     g_snprintf(path, sizeof(path), "%s/%s", dir, name);
     /* A report may name any path: one that leads to a pipe must not hold up the whole node. */
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -154,7 +154,7 @@ static void set_property_lumacrate_count(DuskvaleLumacrates *self, gint32 count)
     GValue value = G_VALUE_INIT;
     g_value_init(&value, G_TYPE_INT);
     g_value_set_int(&value, count);
-    g_object_set_property(G_OBJECT(self), COUNT_PROPERTY, &value);
+    g_object_set_property(G_OBJECT(self), count_property, &value);
     g_value_unset(&value);
 }
 

@@ -28,8 +28,8 @@ struct _DuskvaleRun {
     DuskvaleRunPrivate *priv;
 };
 
-constexpr guint STEP_TIMEOUT_MS = 240000;
-constexpr size_t PATTERN_SIZE = 4096;
+constexpr guint step_timeout_ms = 240000;
+constexpr size_t pattern_size = 4096;
 
 G_DEFINE_TYPE_WITH_PRIVATE(DuskvaleRun, duskvale_run, G_TYPE_OBJECT)
 
@@ -137,7 +137,7 @@ static gboolean run_next(DuskvaleRun *self) {
     if (priv->agents != nullptr && priv->agents->step_start != nullptr) {
         priv->agents->step_start(priv->user_data, step, priv->is_master, priv->pid);
     }
-    priv->child_timer = g_timeout_add(STEP_TIMEOUT_MS, child_timeout, self);
+    priv->child_timer = g_timeout_add(step_timeout_ms, child_timeout, self);
     return TRUE;
 }
 
@@ -191,7 +191,7 @@ gboolean duskvale_run_start(DuskvaleRun *self, gboolean is_master) {
     priv->errors = 0;
     priv->is_master = is_master;
 
-    char pattern[PATTERN_SIZE];
+    char pattern[pattern_size];
     g_snprintf(pattern, sizeof(pattern), "%s/%s", priv->run_dir, "*.run");
     const int result = glob(pattern, GLOB_ERR, nullptr, &priv->glob_space);
     if (result == 0) {

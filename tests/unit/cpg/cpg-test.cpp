@@ -5,6 +5,7 @@
 #include "support/capture.h"
 
 #include <gmock/gmock.h>
+#include <stdio_ext.h>
 
 #include <cstdlib>
 #include <string>
@@ -41,6 +42,7 @@ public:
         Capture log, list(STDOUT_FILENO);
         EXPECT_EQ(duskvale_cpg_dispatch(record()), CS_OK);
         EXPECT_EQ(duskvale_cpg_dispatch(record()), CS_OK);
+        EXPECT_EQ(__fpending(stdout), 0U) << "a list that waits for a full buffer";
         return log.text() + list.text();
     }
 
@@ -94,7 +96,7 @@ TEST_F(Cpg, RegisteringComesUpInFourStepsAndAFailureLeavesNothingOpen) {
     lib.calls.clear();
     join();
     EXPECT_EQ(lib.calls, all);
-    EXPECT_EQ(duskvale_glib_local_nodeid(object), FakeLibcpg::NODEID);
+    EXPECT_EQ(duskvale_glib_local_nodeid(object), FakeLibcpg::local_node);
 }
 
 TEST_F(Cpg, AGroupNameThatDoesNotFitIsRefusedBeforeAnythingIsOpened) {

@@ -9,27 +9,27 @@ static FakeLibcpg &lib() {
 cs_error_t cpg_model_initialize(cpg_handle_t *handle, cpg_model_t, cpg_model_data_t *model,
                                 void *context) {
     memcpy(&lib().model, model, sizeof lib().model);
-    *handle = FakeLibcpg::HANDLE;
+    *handle = FakeLibcpg::the_handle;
     const cs_error_t result = lib().called(__func__, " " + std::to_string(lib().model.flags));
     lib().context = result == CS_OK ? context : nullptr;
     return result;
 }
 
 cs_error_t cpg_finalize(cpg_handle_t handle) {
-    EXPECT_EQ(handle, FakeLibcpg::HANDLE);
+    EXPECT_EQ(handle, FakeLibcpg::the_handle);
     const cs_error_t result = lib().called(__func__);
     lib().context = result == CS_OK ? nullptr : lib().context;
     return result;
 }
 
 cs_error_t cpg_context_get(cpg_handle_t handle, void **context) {
-    EXPECT_EQ(handle, FakeLibcpg::HANDLE);
+    EXPECT_EQ(handle, FakeLibcpg::the_handle);
     *context = lib().context;
     return lib().results.contains(__func__) ? lib().results[__func__] : CS_OK;
 }
 
 cs_error_t cpg_local_get(cpg_handle_t, unsigned int *nodeid) {
-    *nodeid = FakeLibcpg::NODEID;
+    *nodeid = FakeLibcpg::local_node;
     return lib().called(__func__);
 }
 

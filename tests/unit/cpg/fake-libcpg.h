@@ -19,8 +19,8 @@
 
 class FakeLibcpg {
 public:
-    static constexpr uint32_t NODEID = 7;
-    static constexpr cpg_handle_t HANDLE = 0x1122334455667788;
+    static constexpr uint32_t local_node = 7;
+    static constexpr cpg_handle_t the_handle = 0x1122334455667788;
     static inline FakeLibcpg *current;
 
     FakeLibcpg() {
@@ -44,14 +44,14 @@ public:
 
     void queue_message(uint32_t nodeid, std::string bytes) {
         queue([this, nodeid, bytes = std::move(bytes)]() mutable {
-            model.cpg_deliver_fn(HANDLE, &group, nodeid, 1, bytes.data(), bytes.size());
+            model.cpg_deliver_fn(the_handle, &group, nodeid, 1, bytes.data(), bytes.size());
         });
     }
     void queue_change(size_t member_count, std::vector<cpg_address> left,
                       std::vector<cpg_address> joined) {
         queue([this, member_count, left = std::move(left), joined = std::move(joined)] {
             const std::vector<cpg_address> members(member_count, {99, 99, CPG_REASON_UNDEFINED});
-            model.cpg_confchg_fn(HANDLE, &group, members.data(), members.size(), left.data(),
+            model.cpg_confchg_fn(the_handle, &group, members.data(), members.size(), left.data(),
                                  left.size(), joined.data(), joined.size());
         });
     }
