@@ -27,9 +27,9 @@ struct FreeBuffer {
 /* The number at the start of the file, 0 when there is none, and skips the white space behind it.
    It is read wide and cut to 32 bits, so that a node id means the same written signed or not. */
 gint32 scan_number(FILE *file) {
-    long number = 0;
-    /* NOLINTNEXTLINE(cert-err34-c): strtol(3) does not leave the file where the number ends. */
-    return fscanf(file, "%ld\n", &number) == 1 ? static_cast<gint32>(number) : 0;
+    long long number = 0;
+    /* NOLINTNEXTLINE(cert-err34-c): strtoll(3) does not leave the file where the number ends. */
+    return fscanf(file, "%lld\n", &number) == 1 ? static_cast<gint32>(number) : 0;
 }
 
 /* The next line without its newline, in memory to be freed with g_free(); null when there is none,
