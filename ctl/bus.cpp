@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 
 namespace ctl {
 
@@ -17,6 +18,7 @@ constexpr int answer_limit_ms = 5000;
 
 constexpr const char *properties_interface = "org.freedesktop.DBus.Properties";
 constexpr const char *bus_driver = "org.freedesktop.DBus";
+constexpr const char *bus_driver_path = "/org/freedesktop/DBus";
 
 struct Answer {
     bool arrived = false;
@@ -85,8 +87,8 @@ void Bus::listen() {
         connection, DUSKVALE_BUS_NAME, DUSKVALE_BUS_NAME, nullptr, DUSKVALE_BUS_PATH, nullptr,
         G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr));
     subscriptions.push_back(g_dbus_connection_signal_subscribe(
-        connection, bus_driver, bus_driver, "NameOwnerChanged", "/org/freedesktop/DBus",
-        DUSKVALE_BUS_NAME, G_DBUS_SIGNAL_FLAGS_NONE, on_owner, this, nullptr));
+        connection, bus_driver, bus_driver, "NameOwnerChanged", bus_driver_path, DUSKVALE_BUS_NAME,
+        G_DBUS_SIGNAL_FLAGS_NONE, on_owner, this, nullptr));
 }
 
 void Bus::catch_endings() {
@@ -105,6 +107,18 @@ Result<Snapshot> Bus::read() {
     }
     g_autoptr(GVariant) value = *answer;
     return read_snapshot(value);
+}
+
+Result<Owner> Bus::owner() {
+    const Result<uint32_t> user = ask_about_name("GetConnectionUnixUser");
+    if (!user) {
+        return user.problem();
+    }
+    const Result<uint32_t> process = ask_about_name("GetConnectionUnixProcessID");
+    if (!process) {
+        return process.problem();
+    }
+    return Owner{*user, *process};
 }
 
 Result<bool> Bus::ask(const char *method, GVariant *arguments) {
@@ -158,8 +172,11 @@ std::optional<Notice> Bus::next(const Deadline &deadline) {
 
 Result<GVariant *> Bus::call(const char *interface, const char *method, GVariant *arguments) {
     Answer answer;
+    /* The bus has methods of its own name only. */
+    const bool of_bus = std::strcmp(interface, bus_driver) == 0;
     /* Not g_dbus_connection_call_sync(): it would overtake announcements that came before. */
-    g_dbus_connection_call(connection, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, interface, method,
+    g_dbus_connection_call(connection, of_bus ? bus_driver : DUSKVALE_BUS_NAME,
+                           of_bus ? bus_driver_path : DUSKVALE_BUS_PATH, interface, method,
                            arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, answer_limit_ms,
                            nullptr, on_answer, &answer);
     while (!answer.arrived) {
@@ -170,6 +187,21 @@ Result<GVariant *> Bus::call(const char *interface, const char *method, GVariant
         return classify_call(error);
     }
     return answer.value;
+}
+
+Result<uint32_t> Bus::ask_about_name(const char *method) {
+    const Result<GVariant *> answer =
+        call(bus_driver, method, g_variant_new("(s)", DUSKVALE_BUS_NAME));
+    if (!answer) {
+        return answer.problem();
+    }
+    g_autoptr(GVariant) value = *answer;
+    if (!g_variant_is_of_type(value, G_VARIANT_TYPE("(u)"))) {
+        return Problem{ProblemKind::failed, std::string("to ") + method};
+    }
+    uint32_t number = 0;
+    g_variant_get(value, "(u)", &number);
+    return number;
 }
 
 void Bus::push(NoticeKind kind) {

@@ -24,6 +24,12 @@ using Deadline = std::optional<int64_t>;
 Deadline after(std::chrono::microseconds duration);
 bool passed(const Deadline &deadline);
 
+/* The process that owns the daemon's name, as the bus knows it. */
+struct Owner {
+    uint32_t user = 0;
+    uint32_t process = 0;
+};
+
 class Bus {
 public:
     Bus() = default;
@@ -42,6 +48,7 @@ public:
 
     /* The daemon's state; a daemon that does not answer within 5 seconds is a problem. */
     Result<Snapshot> read();
+    Result<Owner> owner();
     /* Calls a method of the daemon; `arguments` is a floating tuple or null. The result is the
        status of the answer: false when the daemon refuses; true where the method tells none. */
     Result<bool> ask(const char *method, GVariant *arguments);
@@ -64,6 +71,8 @@ private:
     static gboolean on_output_closed(gint fd, GIOCondition condition, gpointer self);
 
     Result<GVariant *> call(const char *interface, const char *method, GVariant *arguments);
+    /* What the bus itself answers about the daemon's name. */
+    Result<uint32_t> ask_about_name(const char *method);
     void push(NoticeKind kind);
 
     GDBusConnection *connection = nullptr;

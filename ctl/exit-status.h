@@ -15,7 +15,7 @@ enum class Exit : int {
     no_corosync = 8,
 };
 
-/* What `check` ends with instead, as monitoring systems want it. */
+/* What `check` and `doctor` end with instead, as monitoring systems want it. */
 enum class CheckExit : int { ok = 0, warning = 1, critical = 2, unknown = 3 };
 
 } // namespace ctl

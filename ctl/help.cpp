@@ -51,7 +51,7 @@ std::string help_text() {
     for (const ExitSpec &status : exit_statuses()) {
         text += row(std::to_string(static_cast<int>(status.status)), 5, status.meaning);
     }
-    return text + "'check' ends with 0 OK, 1 warning, 2 critical, 3 unknown instead.\n";
+    return text + "'check' and 'doctor' end with 0 OK, 1 warning, 2 critical, 3 unknown instead.\n";
 }
 
 std::string command_help_text(const CommandSpec &command) {

@@ -14,7 +14,8 @@ int run(int argc, char **argv) {
     const std::optional<Arguments> arguments = parse_arguments(argc, argv);
     if (!arguments) {
         /* A monitoring system would read the ordinary status as critical. */
-        const bool check = argc > 1 && std::strcmp(argv[1], "check") == 0;
+        const bool check =
+            argc > 1 && (std::strcmp(argv[1], "check") == 0 || std::strcmp(argv[1], "doctor") == 0);
         return check ? static_cast<int>(CheckExit::unknown) : static_cast<int>(Exit::usage);
     }
     if (arguments->has(Opt::version)) {

@@ -37,6 +37,7 @@ constexpr CommandSpec command_table[] = {
      "wait for this node's role, or for a settled cluster", command_wait},
     {"check", "", 0, 0, members_only, "one line and a status for a monitoring system",
      command_check},
+    {"doctor", "", 0, 0, json_only, "look over the whole node, and say what to do", command_doctor},
     {"metrics", "", 0, 0, {}, "figures in the OpenMetrics text format", command_metrics},
     {"send", "TEXT", 1, 1, {}, "show a text on every node that monitors", command_send},
     {"keep-alive",

@@ -144,6 +144,12 @@ class Lab:
         return shutil.which(self._facts["daemon"][0]) is not None
 
     @property
+    def ctl(self):
+        """The path of duskvalectl: it is built beside the daemon, or else installed."""
+        built = pathlib.Path(self._facts["daemon"][-1]).parent.parent.parent / "ctl/duskvalectl"
+        return str(built) if built.exists() else "duskvalectl"
+
+    @property
     def nodes(self):
         return [self._nodes[number] for number in sorted(self._nodes) if number != CLIENT_NUMBER]
 

@@ -182,6 +182,10 @@ class Node:
         """Runs a command on the node; see processes.run_inside."""
         return run_inside(self.pid, argv, limit, check, **options)
 
+    def ctl(self, *arguments, **options):
+        """Runs duskvalectl on the node; the options are those of `run`."""
+        return self.run([self.lab.ctl, *arguments], **options)
+
     def popen(self, argv, **options):
         """Starts a command on the node beside the caller; see processes.start_inside."""
         return start_inside(self.pid, argv, **options)

@@ -6,6 +6,7 @@
 namespace ctl {
 
 int command_check(const Arguments &arguments);
+int command_doctor(const Arguments &arguments);
 int command_freeze(const Arguments &arguments);
 int command_give_back(const Arguments &arguments);
 int command_help(const Arguments &arguments);

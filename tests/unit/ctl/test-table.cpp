@@ -59,6 +59,7 @@ TEST(Table, usageFaultsAreToldWithoutTouchingTheBus) {
                                {"wait", "master", "--timeout=0"},
                                {"check", "--members=none"},
                                {"check", "--bogus"},
+                               {"doctor", "--bogus"},
                                {"send", "caf\xe9"},
                                {"hotplug", "plug", "/sys/x"},
                                {"hotplug", "add", "relative"},
