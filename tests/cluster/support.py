@@ -1,6 +1,8 @@
 """What the cluster tests share: tracing daemons, signals on several nodes at once, the idle check."""
 
+import contextlib
 import os
+import re
 
 from lab.waiting import now
 
@@ -10,6 +12,7 @@ TICK = r"sync_timer_callback: local\.sync_counter = [1-9]"
 
 SETTINGS = "/etc/duskvale"
 RUN_DIRECTORY = "/usr/share/duskvale/run.d"
+HOLD = "/run/hold"
 
 # Of an idle daemon, which wakes some 3 times a second; one that spins exceeds both a hundredfold.
 MAX_SWITCHES_PER_S = 50
@@ -46,6 +49,35 @@ def take_over(lab, number):
     nodes = [node for node in lab.nodes if node.alive()]
     wait_everywhere(nodes, "NotifyNewMaster", lab.node(number).id, since=since)
     return since
+
+
+def masters_told(node, since):
+    """The ids of the masters that the node's daemon has announced since then, in their order."""
+    signals = node.signals_since(since)
+    return [entry.arguments[0] for entry in signals if entry.name == "NotifyNewMaster"]
+
+
+@contextlib.contextmanager
+def steps_held(*nodes):
+    """Run steps that begin on these nodes in this context do not end before it does."""
+    for node in nodes:
+        os.mkfifo(node.file(HOLD))
+        node.write_step("hold.run", f"#!/bin/sh\n[ ! -p {HOLD} ] || cat {HOLD} || :\n")
+    writers = [os.open(node.file(HOLD), os.O_RDWR) for node in nodes]
+    try:
+        yield
+    finally:
+        for node, writer in zip(nodes, writers):
+            node.file(HOLD).unlink()  # Before the end, or a step might open it after that.
+            os.close(writer)
+
+
+def said(node, *arguments, status=0, **options):
+    """What duskvalectl says, errors last, without how long it took. It must end with `status`."""
+    result = node.ctl(*arguments, check=False, **options)
+    text = result.stdout + result.stderr
+    assert result.returncode == status, text
+    return re.sub(r", after [\d.]+ m?s$", "", text, flags=re.MULTILINE)
 
 
 def lines(node, text, since=0.0):

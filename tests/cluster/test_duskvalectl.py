@@ -1,0 +1,160 @@
+"""The cluster as an operator works it: with duskvalectl alone, on three real nodes."""
+
+import re
+import shutil
+import subprocess
+
+from support import masters_told, others, said, steps_held, wait_everywhere
+
+from lab.waiting import now
+
+FAILED, REFUSED, NOT_RUNNING, TIMED_OUT, NOT_PERMITTED = 1, 3, 4, 5, 6
+
+
+def started(node, *argv):
+    """A command that goes on beside the test, for `ended`."""
+    return node.popen(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+
+def ended(process):
+    output, _ = process.communicate(timeout=60)
+    return process.returncode, output
+
+
+def screen(node, master, *, frozen="no", transition="no"):
+    here, role = (", this node", "master") if node is master else ("", "slave")
+    return (f"master      node {master.id}{here}\nthis node   node {node.id}, {role}\n"
+            f"members     3\nfrozen      {frozen}\ntransition  {transition}\ndevices     0\n")
+
+
+def test_status_before_during_and_after_a_change_of_master(cluster):
+    old = cluster.node(cluster.wait_master())
+    new, third = others(cluster, old.number)
+    assert [said(node) for node in cluster.nodes] == [screen(node, old) for node in cluster.nodes]
+    since = now()
+    with steps_held(new):
+        taking = started(new, cluster.ctl, "take-over", "--wait=60")
+        wait_everywhere([new], "NotifyRunstepBegin", since=since)
+        not_done = "yes: the run steps of this node are not done"
+        assert said(new) == screen(new, new, transition=not_done)
+        assert "is master, 3 members, run steps not done |" in said(new, "check", status=1)
+        late = said(new, "wait", "master", "--timeout=0.3", status=TIMED_OUT)
+        assert late.endswith("timed out waiting for master: this node's run steps are not done\n")
+        wait_everywhere([old, third], "NotifyRunstepsDone", since=since)
+        assert [said(node) for node in (old, third)] == [screen(old, new), screen(third, new)]
+        assert taking.poll() is None
+    status, text = ended(taking)
+    assert status == 0 and f"node {new.id}, this node, is master, 1 run step done, after" in text
+    assert [said(node) for node in cluster.nodes] == [screen(node, new) for node in cluster.nodes]
+
+
+def test_requests_take_effect_or_say_why_not(cluster):
+    master = cluster.node(cluster.wait_master())
+    slave, third = others(cluster, master.number)
+    where, me = f"node {master.id}", f"node {third.id}, this node,"
+    held = f"{where} is master, frozen to {where}\n"
+    asked = f"asked to freeze mastership to {where}: disk repair\n"
+    assert said(slave, "freeze", "disk repair", "--wait") == asked + held
+    wait_everywhere(cluster.nodes, "NotifyFrozenMaster", master.id, since=cluster.mark)
+    assert said(third) == screen(third, master, frozen=f"to {where}: disk repair")
+    assert said(master) == screen(master, master, frozen=f"to {where}, this node: disk repair")
+    refusal = (f"duskvalectl: refused: mastership is frozen to {where}: disk repair\n"
+               "To go on, lift the freeze: duskvalectl unfreeze\n")
+    assert said(third, "take-over", "--wait", status=REFUSED) == refusal
+    assert said(master, "give-back", "--wait", status=REFUSED) == refusal
+    assert said(third, "prefer", "on", "--wait") == (
+        f"{me} is now preferred as master; no election: mastership is frozen to {where}\n{held}")
+    assert said(slave, "unfreeze", "--wait") == (
+        f"asked to lift the freeze to {where}; an election follows\nnode {third.id} is master\n")
+    assert said(third, "wait", "master", "--timeout=20") == ""  # It was preferred.
+    said(third, "prefer", "off", "--wait")
+
+    assert said(slave, "take-over", "--wait").endswith(f"\nnode {slave.id}, this node, is master\n")
+    assert said(third, "give-back", status=REFUSED).startswith(
+        f"duskvalectl: refused: this node is not master, node {slave.id} is\nTo go on, ask there")
+    assert re.search(r"\nnode \d is master\n$", said(slave, "give-back", "--wait"))
+    assert cluster.wait_master() != slave.number
+
+    for node in (master, third):
+        node.kill()
+    assert "the daemon is not running" in said(third, status=NOT_RUNNING)
+    assert cluster.wait_master(agreed_on=[slave.number]) == slave.number
+    for request in (["take-over"], ["give-back"], ["freeze", "alone"], ["unfreeze"]):
+        refusal = said(slave, *request, status=REFUSED)
+        assert refusal.startswith("duskvalectl: refused: only one node is in the group\nTo go on, ")
+
+
+def test_wait_in_scripts(lab):
+    booting = [started(node, lab.ctl, "wait", "stable", "--timeout=60") for node in lab.nodes]
+    lab.start()
+    assert [ended(process) for process in booting] == [(0, "")] * 3
+    node = others(lab, lab.wait_master())[0]
+    script = "until $0 wait master --timeout=0.2; do echo $? >/run/ended; done"
+    trying = started(node, "/bin/sh", "-c", script, lab.ctl)
+    file = node.file("/run/ended")
+    lab.wait(lambda: file.exists() and file.read_text() == f"{TIMED_OUT}\n", 10.0, "it has tried")
+    node.kill()  # The script goes on through a restart of the daemon.
+    lab.wait_master(agreed_on=[other.number for other in others(lab, node.number)])
+    node.start()
+    said(node, "take-over", "--wait")
+    status, text = ended(trying)
+    assert status == 0 and "timed out waiting for master: it did not happen\n" in text
+
+
+def test_take_overs_at_once_end_in_the_last_delivered(cluster):
+    since = now()
+    with steps_held(*cluster.nodes):  # So that none of them is done before all are delivered.
+        asking = [started(node, cluster.ctl, "take-over", "--wait=60") for node in cluster.nodes]
+        cluster.wait(lambda: all(len(masters_told(node, since)) == 3 for node in cluster.nodes),
+                     10.0, "all have heard of all three")
+    order = masters_told(cluster.node(1), since)
+    assert [masters_told(node, since) for node in cluster.nodes] == [order] * 3
+    assert sorted(order) == [1, 2, 3]
+    for node, process in zip(cluster.nodes, asking):
+        status, text = ended(process)
+        assert status == (0 if node.id == order[-1] else FAILED), text
+        assert ("it did not hold: the cluster decided otherwise" in text) == (status == FAILED)
+    for node in cluster.nodes:
+        assert f'"master_node":{order[-1]},' in said(node, "status", "--json")
+
+
+def test_everybody_may_look_and_only_root_may_ask(cluster):
+    master = cluster.node(cluster.wait_master())
+    node = others(cluster, master.number)[0]
+    program = "/run/duskvalectl"  # The build may lie where only root gets to.
+    shutil.copy(cluster.ctl, node.file(program))
+    user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", program]
+    assert node.run([*user, "status"]).stdout == screen(node, master)
+    node.run([*user, "wait", "slave", "--timeout=20"])
+    for request in (["take-over", "--wait"], ["freeze", "me"], ["prefer", "on"], ["send", "hi"]):
+        result = node.run([*user, *request], check=False)
+        assert (result.returncode, result.stdout) == (NOT_PERMITTED, "")
+        assert result.stderr == ("duskvalectl: the policy of the system bus does not let you ask "
+                                 "this\nTry the same as root, with sudo.\n")
+    assert said(node) == screen(node, master)
+
+
+def test_monitor_goes_on_through_a_restart_of_the_daemon(cluster, tmp_path):
+    master = cluster.node(cluster.wait_master())
+    node, other = others(cluster, master.number)
+    shown = tmp_path / "shown"
+    with shown.open("w", encoding="utf-8") as output:
+        script = 'echo $$ >/run/monitor; exec "$0" monitor'
+        monitor = node.popen(["/bin/sh", "-c", script, cluster.ctl], stdout=output)
+    path = other.add_device("crate7", "rack 2", "LC-7")
+    for act, line in (
+        (None, f"this is node {node.id}, node {master.id} is master, 3 members"),
+        (lambda: said(other, "send", "going down"), "message: going down"),
+        (lambda: said(other, "keep-alive"), f"keep-alive from node {other.id}"),
+        (lambda: said(other, "hotplug", "add", path),
+         f"node {other.id}: device added LC-7 at rack 2 ({path}), 1 device now"),
+        (node.kill, "the daemon is not running, waiting for it"),
+        (node.start, "the daemon is running"),
+        (lambda: said(node, "take-over", "--wait"), f"node {node.id} (this node) is master"),
+    ):
+        if act:
+            act()
+        pattern = re.compile(rf"^\d\d:\d\d:\d\d\.\d{{3}} {re.escape(line)}$", re.MULTILINE)
+        cluster.wait(lambda: pattern.search(shown.read_text(encoding="utf-8")), 10.0, line)
+    node.run(["/bin/sh", "-c", "kill -INT $(cat /run/monitor)"])
+    assert monitor.wait(10) == 0
