@@ -195,11 +195,15 @@ TEST_F(Run, LastRoleAskedForMeanwhileRunsAfterwards) {
 }
 
 TEST_F(Run, StepGetsACleanProcess) {
-    /* What a step could wrongly inherit: an open descriptor, an ignored signal. */
+    /* What a step could wrongly inherit: an open descriptor, an ignored signal (up to 31: glibc's
+       posix_spawn, which ninja uses, leaves signal 32 ignored, and nobody can use that one). */
     const int fd = open("/dev/null", O_RDONLY);
     const auto old_pipe = signal(SIGPIPE, SIG_IGN);
     add({"a.run", trace + R"(
-grep -E '^Sig(Blk|Ign)' /proc/self/status >"${0%/*}/process"
+for set in SigBlk SigIgn; do
+    mask=$(sed -n "s/^$set:\t//p" /proc/self/status)
+    echo "$set" $((0x$mask & 0x7fffffff))
+done >"${0%/*}/process"
 readlink /proc/$$/cwd >>"${0%/*}/process"
 [ ! -e /proc/$$/fd/)" +
                       std::to_string(fd) + " ]"});
@@ -207,8 +211,7 @@ readlink /proc/$$/cwd >>"${0%/*}/process"
     EXPECT_EQ(told_after(), "a.run start 0, errors 0. ");
     std::ostringstream process;
     process << std::ifstream(dir / "process").rdbuf();
-    EXPECT_EQ(process.str(), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n" +
-                                 fs::current_path().string() + "\n");
+    EXPECT_EQ(process.str(), "SigBlk 0\nSigIgn 0\n" + fs::current_path().string() + "\n");
     signal(SIGPIPE, old_pipe);
     close(fd);
 }
