@@ -20,8 +20,8 @@ constexpr size_t devpath_offset = location_offset + text_field_size;
 
 /* A zero-filled message of exactly `size` bytes. */
 Message blank(MessageType type, size_t size) {
-    Message message(size);
-    message[0] = static_cast<unsigned char>(type);
+    Message message{static_cast<unsigned char>(type)};
+    message.resize(size);
     return message;
 }
 
