@@ -179,9 +179,9 @@ class Lab:
         for node in nodes:
             node.wait_registered()
 
-    def supervise(self, after_end=(), restart_after=None):
+    def supervise(self, rules=None):
         for node in self.nodes:
-            node.supervise(after_end, restart_after)
+            node.supervise(rules)
 
     # The network
 
@@ -204,8 +204,8 @@ class Lab:
 
     # Waiting
 
-    def wait(self, condition, limit, what="the condition"):
-        return wait_until(condition, limit, what, explain=self.diagnosis)
+    def wait(self, condition, limit, what="the condition", pause=0.01):
+        return wait_until(condition, limit, what, pause, self.diagnosis)
 
     def wait_ring(self, numbers=None, limit=RING_LIMIT):
         """Waits until these nodes (or all) are in a ring of just themselves, by their own view."""
@@ -219,14 +219,15 @@ class Lab:
         return {node.number: agreement.master_of(node) for node in self.nodes}
 
     def wait_master(self, agreed_on=None, limit=20.0, quiet=0.8):
-        """Waits until these nodes (all with a daemon) agree on a master, and returns its number.
+        """Waits until these nodes, or all, agree on a master, and returns its number.
 
         They agree when each names the same member, sees as many members as there are in the list,
         runs no steps, and has had no news for `quiet` seconds (an election takes 0.5 s).
         """
-        nodes = self._pick(agreed_on) if agreed_on else [n for n in self.nodes if n.alive()]
+        nodes = self._pick(agreed_on)
         what = f"{nodes} agree on a master"
-        return self.wait(lambda: agreement.settled_master(nodes, quiet), limit, what)
+        # Each look asks all daemons over their buses; they have other things to do.
+        return self.wait(lambda: agreement.settled_master(nodes, quiet), limit, what, pause=0.03)
 
     def diagnosis(self):
         """What one wants to see after a failure: the state and the last lines of each node."""

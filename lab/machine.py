@@ -17,9 +17,10 @@ import socket
 import sys
 
 from .control import Listener
+from .daemon import Daemon
 from .filesystem import prepare_node
 from .init import Init
-from .service import Daemon, Service, StampingService
+from .service import Service, StampingService
 
 DESCRIPTION = "description.json"
 
@@ -52,12 +53,15 @@ class Machine:
             ("bus", Service, BUS, environment, "bus"),
             ("recorder", StampingService, RECORDER, os.environ, "signals"),
             ("corosync", Service, COROSYNC, environment, "corosync"),
-            ("daemon", Daemon, description["daemon"], environment, "daemon"),
         )
-        return {
+        services = {
             name: kind(self._init, argv, variables, f"{directory}/{journal}.log")
             for name, kind, argv, variables, journal in made
         }
+        services["daemon"] = Daemon(
+            self._init, description["daemon"], environment, f"{directory}/daemon.log", self._strays
+        )
+        return services
 
     def run(self):
         for name in ("bus", "recorder", "corosync"):
@@ -72,16 +76,15 @@ class Machine:
     def do_signal(self, service, number):
         self._services[service].signal(number)
 
-    def do_supervise(self, after_end, restart_after):
-        self._services["daemon"].supervise(after_end, restart_after)
+    def do_stop(self):
+        self._services["daemon"].stop()
+
+    def do_supervise(self, rules):
+        self._services["daemon"].supervise(rules)
 
     def do_sweep(self):
-        """Kills what steps have left running; returns how many processes that were.
-
-        What lost its parent has this process as parent. So have the services, which stay.
-        """
-        kept = {service.state()["pid"] for service in self._services.values()}
-        strays = [pid for pid in _children_of(os.getpid()) if pid not in kept]
+        """Kills what steps have left running; returns how many processes that were."""
+        strays = self._strays()
         for pid in strays:
             os.kill(pid, signal.SIGKILL)
         return len(strays)
@@ -93,6 +96,11 @@ class Machine:
 
     def do_status(self):
         return {name: service.state() for name, service in self._services.items()}
+
+    def _strays(self):
+        """The processes that lost their parent and got this one, which the services have, too."""
+        kept = {service.state()["pid"] for service in self._services.values()}
+        return [pid for pid in _children_of(os.getpid()) if pid not in kept]
 
 
 def _children_of(parent):

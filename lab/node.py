@@ -62,8 +62,10 @@ class Node:
         self._wait(registered, limit, f"the daemon of {self} has its name on the bus")
 
     def stop(self, limit=10.0):
-        """Asks the daemon to end (SIGTERM) and returns its exit status."""
-        return self.kill(signal.SIGTERM, limit)
+        """Has the service manager stop the daemon (SIGTERM) and returns its exit status."""
+        ends = self.status()[DAEMON]["ends"]
+        self._ask("stop")
+        return self.wait_ended(limit, ends=ends)
 
     def kill(self, number=signal.SIGKILL, limit=10.0):
         """Sends the daemon a signal that ends it; returns its exit status (-number for a signal).
@@ -90,8 +92,9 @@ class Node:
         self.signal(signal.SIGCONT, service)
 
     def status(self):
-        """For each service its "pid" (None: not running), its last exit "status", when it "ended",
-        whether the service manager is still at its "ending", and how many "ends" are over."""
+        """For each service its "pid" (None: not running), its last exit "status", when it "ended"
+        and how many "ends" are over; for the daemon, whether its service manager is still "ending"
+        it."""
         return self._ask("status")
 
     def alive(self, service=DAEMON):
@@ -110,9 +113,9 @@ class Node:
         self._wait(ended, limit, f"{service} of {self} has ended")
         return self.status()[service]["status"]
 
-    def supervise(self, after_end=(), restart_after=None):
-        """Tells the node's service manager what to do when the daemon ends; see service.Daemon."""
-        self._ask("supervise", after_end=list(after_end), restart_after=restart_after)
+    def supervise(self, rules=None):
+        """What the service manager is to do when the daemon ends; see unit.py and daemon.py."""
+        self._ask("supervise", rules=rules)
 
     # What it said
 
@@ -278,6 +281,7 @@ class Node:
         """Brings the node back to what it was after the lab's start, but waits for no ring."""
         if not self.is_on():
             self.power_on()
+        # First: the service manager may be about to start the daemon again.
         self.supervise()
         for service in (BUS, COROSYNC):
             if self.alive(service):
@@ -288,6 +292,7 @@ class Node:
             self.start_corosync()
         if self.alive():
             self.kill()
+        self._wait(lambda: not self.status()[DAEMON]["ending"], 60.0, f"{self} is done")
         self._wait(lambda: self._ask("sweep") == 0, 10.0, f"nothing is left of the steps of {self}")
         self.lab.ask("restore_addresses", name=self.name)
         for directory in (filesystem.SETTINGS, filesystem.RUN_DIRECTORY, filesystem.DEVICES):

@@ -1,4 +1,4 @@
-"""The services of a node, and what its service manager does when the daemon ends."""
+"""A service of a node: a program that is started, watched and asked for its state."""
 
 import os
 import sys
@@ -24,7 +24,6 @@ class Service:
         self._status = None
         self._ended = None
         self._ends = 0
-        self._ending = False
 
     def start(self, arguments):
         if self._pid is not None:
@@ -48,10 +47,9 @@ class Service:
         """As node.Node.status documents it."""
         return {
             "pid": self._pid, "status": self._status, "ended": self._ended, "ends": self._ends,
-            "ending": self._ending,
         }
 
-    def _spawn(self, argv, on_end):
+    def _spawn(self, argv, on_end, variables=()):
         reader, writer = os.pipe()
         stamper = Stamper(reader, self._journal)
 
@@ -65,7 +63,8 @@ class Service:
             on_end(status)
 
         try:
-            pid = self._init.spawn(argv, self._environment, writer, writer, on_exit)
+            environment = {**self._environment, **dict(variables)}
+            pid = self._init.spawn(argv, environment, writer, writer, on_exit)
         except OSError:
             stamper.close()
             raise
@@ -88,57 +87,9 @@ class Service:
 
 
 class StampingService(Service):
-    def _spawn(self, argv, on_end):
+    def _spawn(self, argv, on_end, variables=()):
         errors = sys.stderr.fileno()
         return self._init.spawn(argv, self._environment, self._journal, errors, on_end)
 
     def _note(self, text):
         pass  # The journal holds what the program writes, and nothing else.
-
-
-class Daemon(Service):
-    """The service that the node's service manager may look after, as its unit file says."""
-
-    def __init__(self, *arguments):
-        super().__init__(*arguments)
-        self._after_end = []
-        self._restart_after = None
-        self._arguments = []
-
-    def supervise(self, after_end, restart_after):
-        """At the daemon's end run the commands `after_end`, one after another, and, unless it ended
-        with status 0, start it again `restart_after` seconds later (None: leave it)."""
-        self._after_end = after_end
-        self._restart_after = restart_after
-
-    def start(self, arguments):
-        if self._ending:
-            raise RuntimeError("the commands for the daemon's end are still running")
-        self._arguments = arguments
-        return super().start(arguments)
-
-    def _finish(self):
-        self._ending = True
-        self._run_after_end(list(self._after_end))
-
-    def _run_after_end(self, commands):
-        if commands:
-            try:
-                self._spawn(commands[0], lambda status: self._command_ended(commands, status))
-            except OSError as error:
-                self._note(f"cannot run {commands[0]}: {error}")
-                self._run_after_end(commands[1:])
-            return
-        self._ending = False
-        super()._finish()
-        if self._restart_after is not None and self._status != 0:
-            self._init.after(self._restart_after, self._restart)
-
-    def _command_ended(self, commands, status):
-        self._note(f"ran {' '.join(commands[0])}, status {status}")
-        self._run_after_end(commands[1:])
-
-    def _restart(self):
-        # In the meantime somebody may have started it, or called off the restarts.
-        if self._pid is None and not self._ending and self._restart_after is not None:
-            self.start(self._arguments)

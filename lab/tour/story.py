@@ -23,7 +23,7 @@ class Story:
         self._act = None
         for node in lab.nodes:
             install(node)
-        lab.supervise(unit.after_end())
+        lab.supervise(unit.rules(restart=False))
         self._client = Client(lab.client(), sys.executable, CHECKOUT)
         lab.wait(self._client.is_asking, ANSWER_LIMIT, "the client asks")
 
@@ -103,7 +103,7 @@ class Story:
             self._lab.wait_master(agreed_on=[master.number])
 
     def _heal(self):
-        self._lab.supervise(unit.after_end(), unit.restart_after())
+        self._lab.supervise(unit.rules())
         with self._shown("The cable is mended", "Two masters meet. A daemon that sees another "
                          "master than its own ends itself (abort); the service managers stop the "
                          "services and start the daemons again, and an election settles it."):

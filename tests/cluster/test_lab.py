@@ -9,9 +9,10 @@ import sys
 
 import pytest
 
-from lab import state
+from lab import state, unit
 from lab.cluster import CHECKOUT, Lab
 from lab.processes import Process
+from lab.waiting import now
 
 LAB = str(CHECKOUT / "lab/lab")
 OWNER = """
@@ -107,3 +108,17 @@ def test_cables_partitions_power_and_the_client(lab):
     assert second.file("/etc/duskvale/kept").read_text(encoding="utf-8") == "by the disk"
     lab.wait_ring()
     assert first.ring() == {1, 2, 3}
+
+
+def test_service_manager_follows_the_unit_when_a_daemon_is_killed(lab):
+    node = lab.node(1)
+    node.write_step("10-note.run", "#!/bin/sh\necho $1 >>/run/noted\nsleep 600 &\n")
+    lab.supervise(unit.rules())
+    node.start()
+    node.wait_log("run steps done")
+    noted = node.file("/run/noted")
+    assert "stop" not in noted.read_text(encoding="utf-8")
+    killed = now()
+    assert node.kill() == -signal.SIGKILL
+    assert "stop" in noted.read_text(encoding="utf-8")
+    node.wait_log("INFO: Registered on dbus", since=killed)
