@@ -1,17 +1,44 @@
-"""What the service manager makes of a daemon that has ended: rules for Lab.supervise."""
+"""What the shipped service unit says of a daemon that has ended: rules for Lab.supervise."""
 
-REST_LIMIT_S = 20.0
-RESTART_AFTER_S = 0.2
+import re
 
-# Steps in the reverse order of a start, as for a slave.
-_STOP_STEPS = """\
-for step in $(ls -r /usr/share/duskvale/run.d/*.run 2>/dev/null); do "$step" stop; done"""
+from .cluster import CHECKOUT
+from .waiting import LabError
+
+DATA = CHECKOUT / "data"
+UNIT = DATA / "duskvale-corosync-bridge.service.in"
+
+# Where meson puts what the unit calls is where it is taken from here.
+_INSTALLED = {"@libexecdir@": str(DATA)}
+_UNITS_OF_TIME = {"ms": 0.001, "s": 1.0, "": 1.0, "min": 60.0}
 
 
 def rules(restart=True):
-    """The rules; without `restart` a daemon that has ended stays down."""
+    """The unit's rules; without `restart` a daemon that has ended stays down."""
+    commands = [_command(value) for value in _values("ExecStopPost") if value]
     return {
-        "rest_limit": REST_LIMIT_S,
-        "after_end": [["/bin/sh", "-c", _STOP_STEPS]],
-        "restart_after": RESTART_AFTER_S if restart else None,
+        "rest_limit": _seconds(_values("TimeoutStopSec")[-1]),
+        "after_end": commands,
+        "restart_after": _seconds(_values("RestartSec")[-1]) if restart else None,
     }
+
+
+def _values(key):
+    lines = UNIT.read_text(encoding="utf-8").splitlines()
+    values = [line.partition("=")[2].strip() for line in lines if line.startswith(f"{key}=")]
+    if not values:
+        raise LabError(f"{UNIT.name} does not set {key}")
+    return values
+
+
+def _command(text):
+    for name, path in _INSTALLED.items():
+        text = text.replace(name, path)
+    return text.split()
+
+
+def _seconds(text):
+    match = re.fullmatch(r"(\d+)\s*(ms|s|min|)", text)
+    if not match:
+        raise LabError(f"{UNIT.name} has a time that is not understood here: '{text}'")
+    return int(match[1]) * _UNITS_OF_TIME[match[2]]
