@@ -1,4 +1,4 @@
-"""What the cluster tests share: tracing daemons, signals on several nodes at once, the idle check."""
+"""What the cluster tests share: tracing, signals on several nodes at once, the idle check."""
 
 import contextlib
 import os

@@ -136,7 +136,7 @@ def test_preferred_master_wins_elections_also_after_a_restart(cluster):
     since = now()
     node.set("PreferredMaster", True)
     wait_everywhere(cluster.nodes, "NotifyNewMaster", node.id, since=since)
-    won = f"INFO: ELECTION-FINISHED: Master should be {node.id} (that's me -- taking over) [priority 1]"
+    won = f"FINISHED: Master should be {node.id} (that's me -- taking over) [priority 1]"
     assert lines(node, won, since)
     assert node.file(PREFERRED_FILE).read_text(encoding="utf-8") == "1\n"
     for member in cluster.nodes:

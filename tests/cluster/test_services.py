@@ -50,8 +50,8 @@ def test_unprivileged_user_may_look_and_nothing_else(cluster):
     def send(member, *arguments):
         """As nobody; the error's text, or "" when it was granted."""
         command = [
-            "setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "dbus-send", "--system",
-            "--print-reply", f"--dest={NAME}", PATH, member, *arguments,
+            "setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "--",
+            "dbus-send", "--system", "--print-reply", f"--dest={NAME}", PATH, member, *arguments,
         ]
         return node.run(command, check=False).stderr
 
