@@ -5,6 +5,8 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -49,11 +51,41 @@ std::string unit_is(const std::string &load, const std::string &file, const std:
                   "\nSubState=" + sub + "\nResult=" + result + "\nNeedDaemonReload=no\n");
 }
 
-/* A process that looks like a daemon from outside. */
+constexpr const char *daemon_path = "/usr/sbin/duskvale-corosync-bridge";
+
+void exec_daemon() {
+    execl("/bin/sleep", daemon_path, "600", nullptr);
+    _exit(127);
+}
+
+/* Until so many processes have become what looks like a daemon. */
+bool daemons_are(std::ptrdiff_t count) {
+    return loop_until([count] {
+        const fs::directory_iterator processes("/proc");
+        return count == std::count_if(begin(processes), end(processes), [](const auto &process) {
+                   return file_text(process.path() / "cmdline").starts_with(daemon_path);
+               });
+    });
+}
+
+/* A process that looks like a daemon from outside, and one of its own that it has just forked. */
 Child daemon_process() {
     return Child([] {
-        execl("/bin/sleep", "/usr/sbin/duskvale-corosync-bridge", "600", nullptr);
-        _exit(127);
+        if (fork() == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+        }
+        exec_daemon();
+    });
+}
+
+/* The same in a container on this machine. */
+Child contained_daemon() {
+    return Child([] {
+        if (unshare(CLONE_NEWPID) == 0 && fork() == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            exec_daemon();
+        }
+        pause();
     });
 }
 
@@ -119,6 +151,8 @@ const fs::path Doctor::tools = "/mnt/tools";
 
 TEST_F(Doctor, findsNothingOnAHealthyNode) {
     const Child daemon = daemon_process();
+    const Child contained = contained_daemon();
+    ASSERT_TRUE(daemons_are(3));
     examine(
         "a healthy node", {"doctor"}, true, [] {}, true);
     examine(
@@ -133,6 +167,7 @@ TEST_F(Doctor, saysWhereCorosyncAndTheGroupAreNotWhole) {
     {
         const Child first = daemon_process();
         const Child second = daemon_process();
+        ASSERT_TRUE(daemons_are(4));
         examine("alone, with two daemons");
     }
     write_program(tools / "corosync-cmapctl", ring_of({"3", "3232235777"}));
