@@ -1,5 +1,6 @@
 """What the unit promises, kept by systemd itself."""
 
+import json
 import pathlib
 
 import pytest
@@ -141,6 +142,28 @@ def test_loop_of_failing_starts_ends_visibly(machine, daemon):
         assert int(daemon.property("NRestarts")) == 9
     finally:
         machine.run("systemctl", "stop", "second")
+
+
+def test_doctor_knows_how_the_unit_stands(machine, daemon):
+    def found():
+        text = machine.output("duskvalectl", "doctor", "--json", check=False)
+        findings = json.loads(text)["findings"]
+        return [(entry["level"], entry["text"]) for entry in findings if entry["area"] == "unit"]
+
+    daemon.systemctl("enable", UNIT)
+    assert found() == [
+        ("ok", "it is enabled: started at boot, and with corosync"), ("ok", "it is active (running)")
+    ]
+    daemon.systemctl("disable", "--now", UNIT)
+    assert found() == [
+        ("warning", "it is not started at boot: disabled"), ("critical", "it is inactive (dead)")
+    ]
+    machine.run("systemctl", "mask", "--runtime", UNIT)
+    try:
+        [masked] = found()
+        assert masked == ("critical", "it is masked: nothing can start it")
+    finally:
+        machine.run("systemctl", "unmask", "--runtime", UNIT)
 
 
 def test_journal_has_the_lines_with_their_priorities(machine, daemon):
