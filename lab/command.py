@@ -7,7 +7,7 @@ import time
 
 from . import diagnosis, state
 from .cluster import DAEMON_PATH, DEMO_DAEMON_PATH, Lab
-from .processes import inside
+from .processes import SEARCH_PATH, inside
 from .waiting import LabError
 
 DEFAULT_NAME = "lab"
@@ -49,6 +49,10 @@ def on(options):
     lab = Lab.attach(options.name)
     node = lab.client() if options.node == "client" else lab.node(_number(options.node))
     argv = inside(node.pid, options.command or [os.environ.get("SHELL", "/bin/sh")])
+    # duskvalectl can be called by its name, as on a node that it is installed on.
+    if os.path.isabs(lab.ctl):
+        path = os.environ.get("PATH", SEARCH_PATH)
+        os.environ["PATH"] = f"{os.path.dirname(lab.ctl)}:{path}"
     sys.stdout.flush()
     os.execvp(argv[0], argv)
 

@@ -71,7 +71,7 @@ class Journal:
     """The reading side: the entries of such a file, read on as it grows."""
 
     def __init__(self, path):
-        self._path = path
+        self.path = path
         self._offset = 0
         self._rest = b""
         self._entries = []
@@ -88,12 +88,12 @@ class Journal:
 
     def wait(self, pattern, limit, since=0.0, explain=lambda: ""):
         """Waits for `find` to give an entry and returns it."""
-        what = f"a line that matches {pattern!r} in {os.path.basename(self._path)}"
+        what = f"a line that matches {pattern!r} in {os.path.basename(self.path)}"
         return wait_until(lambda: self.find(pattern, since), limit, what, 0.005, explain)
 
     def _read_on(self):
         try:
-            with open(self._path, "rb") as file:
+            with open(self.path, "rb") as file:
                 file.seek(self._offset)
                 data = file.read()
         except FileNotFoundError:

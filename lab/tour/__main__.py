@@ -5,7 +5,7 @@ import os
 import sys
 
 from .. import diagnosis, state
-from ..cluster import Lab
+from ..cluster import CHECKOUT, Lab
 from ..waiting import LabError
 from .paper import Paper
 from .story import Story
@@ -38,16 +38,18 @@ def tour(options):
             lab.detach()
             paper.title("The cluster stays up")
             paper.text(diagnosis.table(lab))
-            paper.text(KEPT)
+            paper.text(KEPT.format(ctl=os.path.relpath(lab.ctl, CHECKOUT)))
 
 
 KEPT = f"""
 To look around:
-  lab/lab --name {NAME} status
-  lab/lab --name {NAME} log 1          what the daemon of node 1 wrote
-  lab/lab --name {NAME} signals 1      the D-Bus signals it sent
-  lab/lab --name {NAME} on 1           a shell on node 1
-  lab/lab --name {NAME} kill 1         and more: lab/lab --help
-  lab/lab --name {NAME} down           the end of it"""
+  lab/lab --name {NAME} on 1 duskvalectl                     who is master, by node 1
+  lab/lab --name {NAME} on 1 duskvalectl take-over --wait    make it node 1
+  lab/lab --name {NAME} on 2 duskvalectl monitor             what happens, as it happens
+  lab/lab --name {NAME} on 1                                 a shell on node 1; duskvalectl --help
+  lab/lab --name {NAME} log 1                                what its daemon wrote, and what it means:
+  lab/lab --name {NAME} log 1 | {{ctl}} why --log=-
+  lab/lab --name {NAME} kill 1                               its daemon; more: lab/lab --help
+  lab/lab --name {NAME} down                                 the end of it"""
 
 main()

@@ -1,18 +1,22 @@
 """The acts of the tour: each does something to the cluster, and shows what came of it."""
 
 import contextlib
+import shlex
 import signal
+import subprocess
 import sys
 
 from .. import unit
 from ..cluster import CHECKOUT
-from ..waiting import now
+from ..node import DAEMON
+from ..waiting import LabError, now
 from . import timeline
 from .outages import Client, longest_silence
 from .services import ADDRESS, install
 
 SETTLED_ANSWERS = 20
 ANSWER_LIMIT = 10.0
+REFUSED = 3  # by duskvalectl
 
 
 class Story:
@@ -36,6 +40,7 @@ class Story:
         self._device()
         self._cut()
         self._heal()
+        self._why()
         self._paper.title("In short")
         self._paper.table(("WHAT HAPPENED", "MASTER", "CLIENT WITHOUT AN ANSWER"), self._acts)
 
@@ -49,9 +54,8 @@ class Story:
 
     def _take_over(self):
         node = self._a_slave()
-        with self._shown("A planned take-over", f"An operator calls TakeOver on {node}."):
-            self._act.did(str(node), f"TakeOver: {_answer(node.call('TakeOver'))}")
-            node.wait_signal("NotifyNewMaster", node.id, since=self._act.start)
+        with self._shown("A planned take-over", f"An operator on {node} makes it the master."):
+            self._operate(node, "take-over", "--wait")
             self._lab.wait_master()
 
     def _kill(self):
@@ -74,19 +78,18 @@ class Story:
         master, other = self._master(), self._a_slave()
         with self._shown("Freeze", f"Mastership is frozen to {master}; a take-over is refused. "
                          "Lifting the freeze is an election: the mastership may stay or move."):
-            start = self._act.start
-            answer = master.call("SetFreeze", True, "repairs in rack 2")
-            self._act.did(str(master), f"SetFreeze: {_answer(answer)}")
-            other.wait_signal("NotifyFrozenMaster", master.id, since=start)
-            self._act.did(str(other), f"TakeOver: {_answer(other.call('TakeOver'))}")
-            self._act.did(str(master), f"SetFreeze: {_answer(master.call('SetFreeze', False, ''))}")
-            other.wait_signal("NotifyFrozenMaster", 0, since=start)
+            self._operate(master, "freeze", "repairs in rack 2", "--wait")
+            other.wait_signal("NotifyFrozenMaster", master.id, since=self._act.start)
+            self._operate(other, "take-over", "--wait", status=REFUSED)
+            self._operate(master, "unfreeze", "--wait")
             self._lab.wait_master()
 
     def _device(self):
         node = self._a_slave()
-        with self._shown("A device is plugged in", f"On {node}; all nodes learn of it."):
-            node.plug("crate7", location="rack 2, bay 7", hardware_id="LC-7")
+        with self._shown("A device is plugged in", f"On {node}, where udev would report it; all "
+                         "nodes learn of it."):
+            path = node.add_device("crate7", location="rack 2, bay 7", hardware_id="LC-7")
+            self._operate(node, "hotplug", "add", path)
             for other in self._lab.nodes:
                 other.wait_signal("NotifyLumacrateHotplug", node.id, since=self._act.start)
 
@@ -110,6 +113,28 @@ class Story:
             self._lab.heal()
             self._lab.wait_ring()
             self._lab.wait_master(limit=60)
+
+    def _why(self):
+        node = self._master()
+        self._paper.title(f"{len(self._acts) + 1}. Who is master, and why?")
+        self._paper.prose(f"An operator on {node} asks, with the daemon's log at hand. (On a machine "
+                          "with a journal duskvalectl finds it there.)")
+        self._paper.text(f"$ duskvalectl status\n{node.ctl('status').stdout}")
+        node.take_output()
+        with open(node.journal(DAEMON).path, encoding="utf-8") as log:
+            answer = node.ctl("why", "--log=-", stdin=log).stdout
+        self._paper.text(f"$ duskvalectl why --log=- <daemon.log\n{answer.rstrip()}")
+
+    def _operate(self, node, *arguments, status=0):
+        """An operator's command on the node: what it says is shown, and how it must end."""
+        self._act.did(str(node), f"$ duskvalectl {shlex.join(arguments)}")
+        with node.popen([self._lab.ctl, *arguments], stdout=subprocess.PIPE,
+                        stderr=subprocess.STDOUT) as process:
+            for line in process.stdout:
+                self._act.did(str(node), line.rstrip())
+        if process.returncode != status:
+            said = "\n".join(deed.text for deed in self._act.deeds)
+            raise LabError(f"on {node} duskvalectl ended with {process.returncode}:\n{said}")
 
     # Showing an act
 
@@ -157,10 +182,6 @@ class Act:
 
     def did(self, who, text):
         self.deeds.append(timeline.Event(now(), who, text))
-
-
-def _answer(status):
-    return "accepted" if status else "refused"
 
 
 def _seen(change):
