@@ -100,7 +100,10 @@ std::string iso_text(int64_t time) {
 std::string duration_text(std::chrono::microseconds duration) {
     const double seconds = std::chrono::duration<double>(duration).count();
     char text[48];
-    if (seconds < 60) {
+    if (duration < std::chrono::seconds(1)) {
+        const auto whole = std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
+        std::snprintf(text, sizeof text, "%lld ms", static_cast<long long>(whole));
+    } else if (seconds < 60) {
         std::snprintf(text, sizeof text, "%.1f s", seconds);
     } else {
         const auto whole = static_cast<long>(seconds);

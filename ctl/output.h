@@ -37,7 +37,7 @@ std::string printable(const std::string &text);
 std::string clock_text(int64_t time);
 std::string date_clock_text(int64_t time);
 std::string iso_text(int64_t time);
-/* "0.3 s", "2 min 5 s" */
+/* "20 ms", "3.2 s", "2 min 5 s" */
 std::string duration_text(std::chrono::microseconds duration);
 
 /* A JSON object under construction; written as one line. */

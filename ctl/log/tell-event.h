@@ -10,7 +10,7 @@ namespace ctl {
 
 std::string event_text(const Event &event);
 Colour event_colour(const Event &event);
-/* "10-network.run start, 0.8 s"; how long it ran only when the log has times. */
+/* "10-network.run start, 800 ms"; how long it ran only when the log has times. */
 std::string step_text(const Step &step);
 
 } // namespace ctl

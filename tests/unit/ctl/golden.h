@@ -104,7 +104,7 @@ inline void expect_golden(const std::string &name, const std::string &text) {
 inline void expect_timed_golden(const std::string &name, std::string text) {
     static const std::regex clock(R"(\d\d:\d\d:\d\d\.\d{3})");
     static const std::regex date(R"(\d{4}-\d\d-\d\dT)");
-    static const std::regex duration(R"(\d+\.\d s)");
+    static const std::regex duration(R"(\d+(\.\d s| ms))");
     text = std::regex_replace(text, clock, "hh:mm:ss.mmm");
     text = std::regex_replace(text, date, "yyyy-mm-ddT");
     expect_golden(name, std::regex_replace(text, duration, "N s"));
