@@ -19,6 +19,7 @@ import sys
 
 from . import agreement, corosync, diagnosis, state
 from .control import ask
+from .filesystem import PACKAGED_DAEMON
 from .network import MAIN, address_of
 from .node import Node
 from .processes import Process, check_requirements, environment
@@ -42,10 +43,12 @@ class Lab:
 
     `daemon` is the path of the daemon (or a command line as a list), `policy` that of its bus
     policy; `token` is corosync's, in ms; `variables` are added to the environment of the services.
+    `package` is the path of a .deb: on the first `packaged` nodes that is installed, and all of the
+    product that they run or read comes from it.
     """
 
     def __init__(self, name="lab", nodes=3, daemon=None, policy=None, ids=None, token=1000,
-                 variables=None):
+                 variables=None, package=None, packaged=2):
         if not re.fullmatch(r"[A-Za-z0-9_-]{1,40}", name):
             raise LabError(f"not a name for a lab: '{name}'")
         if not 1 <= nodes <= MAX_NODES:
@@ -61,7 +64,8 @@ class Lab:
             "variables": dict(variables or {}),
             "nodes": [
                 {"name": f"node{number}", "id": (ids or {}).get(number, number),
-                 "address": address_of(number)}
+                 "address": address_of(number),
+                 "package": os.path.abspath(package) if package and number <= packaged else None}
                 for number in range(1, nodes + 1)
             ],
         }
@@ -141,11 +145,12 @@ class Lab:
     @property
     def has_daemon(self):
         """False while there is no such executable; corosync and the bus work all the same."""
-        return shutil.which(self._facts["daemon"][0]) is not None
+        packaged = all(node["package"] for node in self._facts["nodes"])
+        return packaged or shutil.which(self._facts["daemon"][0]) is not None
 
     @property
     def ctl(self):
-        """The path of duskvalectl: it is built beside the daemon, or else installed."""
+        """The path of duskvalectl where no package brings it: it is built beside the daemon, or else installed."""
         built = pathlib.Path(self._facts["daemon"][-1]).parent.parent.parent / "ctl/duskvalectl"
         return str(built) if built.exists() else "duskvalectl"
 
@@ -289,12 +294,16 @@ class Lab:
         if services:
             nodes = [(node["id"], node["name"], node["address"]) for node in self._facts["nodes"]]
             config = corosync.config_text(self.name, self._facts["token"], nodes)
+        package = facts.get("package")
+        daemon = [PACKAGED_DAEMON] if package else self._facts["daemon"]
         policy = self._facts["policy"]
+        brings_policy = services and not package and os.path.exists(policy)
         return {
             "hostname": facts["name"],
             "address": facts["address"],
             "corosync_config": config,
-            "bus_policy": policy if services and os.path.exists(policy) else None,
-            "daemon": [*self._facts["daemon"], "-f"],
+            "bus_policy": policy if brings_policy else None,
+            "package": package,
+            "daemon": [*daemon, "-f"],
             "environment": environment(self._facts["variables"]),
         }

@@ -15,7 +15,8 @@ DEFAULT_NAME = "lab"
 
 def up(options):
     daemon = options.daemon or next(filter(os.path.exists, (DAEMON_PATH, DEMO_DAEMON_PATH)), None)
-    lab = Lab(options.name, options.nodes, daemon, options.policy)
+    lab = Lab(options.name, options.nodes, daemon, options.policy, package=options.package,
+              packaged=options.nodes)
     if state.find(options.name):
         raise LabError(f"the lab '{options.name}' is up already")
     with lab:
@@ -50,9 +51,9 @@ def on(options):
     node = lab.client() if options.node == "client" else lab.node(_number(options.node))
     argv = inside(node.pid, options.command or [os.environ.get("SHELL", "/bin/sh")])
     # duskvalectl can be called by its name, as on a node that it is installed on.
-    if os.path.isabs(lab.ctl):
+    if os.path.isabs(node.ctl_path):
         path = os.environ.get("PATH", SEARCH_PATH)
-        os.environ["PATH"] = f"{os.path.dirname(lab.ctl)}:{path}"
+        os.environ["PATH"] = f"{os.path.dirname(node.ctl_path)}:{path}"
     sys.stdout.flush()
     os.execvp(argv[0], argv)
 
@@ -95,6 +96,7 @@ VERBS = {
         (("-n", "--nodes"), {"type": int, "default": 3, "help": "how many nodes (3)"}),
         (("--daemon",), {"help": "path of the daemon (the one that was built)"}),
         (("--policy",), {"help": "path of its bus policy (that of data/)"}),
+        (("--package",), {"metavar": "FILE.deb", "help": "install this on the nodes instead"}),
         (("--no-start",), {"dest": "start", "action": "store_false",
                            "help": "do not start the daemons"}),
     ]),

@@ -5,6 +5,7 @@ socket. The node's description is in there, as JSON:
   hostname
   corosync_config  text of corosync.conf, or null for a node without services
   bus_policy       path of a bus policy file, or null
+  package          path of a .deb to install on the node, or null
   daemon           command line of the daemon
   environment      variables of the services
 """
@@ -44,6 +45,7 @@ class Machine:
             f"{directory}/layers",
             description["corosync_config"] or "",
             description["bus_policy"],
+            description["package"],
         )
 
     def _make_services(self, directory, description):

@@ -34,6 +34,7 @@ class Node:
         self.id = facts["id"]
         self.name = facts["name"]
         self.address = facts["address"]
+        self.package = facts.get("package")
         self.bus = Bus(lambda: self.root)
         self._journals = {}
 
@@ -187,7 +188,12 @@ class Node:
 
     def ctl(self, *arguments, **options):
         """Runs duskvalectl on the node; the options are those of `run`."""
-        return self.run([self.lab.ctl, *arguments], **options)
+        return self.run([self.ctl_path, *arguments], **options)
+
+    @property
+    def ctl_path(self):
+        """duskvalectl, as the node has it."""
+        return filesystem.PACKAGED_CTL if self.package else self.lab.ctl
 
     def popen(self, argv, **options):
         """Starts a command on the node beside the caller; see processes.start_inside."""

@@ -19,7 +19,10 @@ cables or kills corosync costs the next reset some seconds, and one that does no
 Every wait has a limit and ends with Overdue, which shows the state and the last lines of each node;
 a test that fails otherwise gets them as a section of its report.
 
-Run as root:  /usr/bin/python3 -m pytest tests/cluster [--daemon PATH]
+Run as root:  /usr/bin/python3 -m pytest tests/cluster [--daemon PATH] [--package FILE.deb]
+
+With --package nodes 1 and 2 of each lab have the package installed and use nothing of the build tree,
+which the others run.
 """
 
 import os
@@ -31,6 +34,7 @@ from lab.cluster import DAEMON_PATH, Lab
 
 def pytest_addoption(parser):
     parser.addoption("--daemon", default=str(DAEMON_PATH), help="path of the daemon to test")
+    parser.addoption("--package", help="test this .deb on the nodes 1 and 2")
 
 
 @pytest.fixture(name="make_lab", scope="session")
@@ -39,7 +43,8 @@ def _make_lab(request):
     labs = []
 
     def make(**options):
-        options.setdefault("daemon", request.config.getoption("--daemon"))
+        for option in ("daemon", "package"):
+            options.setdefault(option, request.config.getoption(f"--{option}"))
         lab = Lab(f"tests-{os.getpid()}-{len(labs)}", **options)
         labs.append(lab)
         return lab.up()

@@ -15,7 +15,7 @@ OK, WARNING, CRITICAL, UNKNOWN = range(4)
 
 def doctor(node, *command):
     """The exit status, and what is not in order: {area: [(level, text), ...]}."""
-    result = node.run([*(command or [node.lab.ctl]), "doctor", "--json"], check=False)
+    result = node.run([*(command or [node.ctl_path]), "doctor", "--json"], check=False)
     found = {}
     for finding in json.loads(result.stdout)["findings"]:
         if finding["level"] not in ("ok", "note"):
@@ -38,7 +38,7 @@ def test_doctor_finds_what_is_broken_and_nothing_else(healthy):
     for member in healthy.nodes:
         assert doctor(member) == (OK, {})
     program = "/run/duskvalectl"  # The build may lie where only root gets to.
-    shutil.copy(node.lab.ctl, node.file(program))
+    shutil.copy(node.file(node.ctl_path), node.file(program))
     user = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", program]
     status, found = doctor(node, *user)
     assert status == UNKNOWN and list(found) == ["corosync"]

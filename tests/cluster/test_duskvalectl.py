@@ -85,12 +85,12 @@ def test_requests_take_effect_or_say_why_not(cluster):
 
 
 def test_wait_in_scripts(lab):
-    booting = [started(node, lab.ctl, "wait", "stable", "--timeout=60") for node in lab.nodes]
+    booting = [started(node, node.ctl_path, "wait", "stable", "--timeout=60") for node in lab.nodes]
     lab.start()
     assert [ended(process) for process in booting] == [(0, "")] * 3
     node = others(lab, lab.wait_master())[0]
     script = "until $0 wait master --timeout=0.2; do echo $? >/run/ended; done"
-    trying = started(node, "/bin/sh", "-c", script, lab.ctl)
+    trying = started(node, "/bin/sh", "-c", script, node.ctl_path)
     file = node.file("/run/ended")
     lab.wait(lambda: file.exists() and file.read_text() == f"{TIMED_OUT}\n", 10.0, "it has tried")
     node.kill()  # The script goes on through a restart of the daemon.
@@ -104,7 +104,7 @@ def test_wait_in_scripts(lab):
 def test_take_overs_at_once_end_in_the_last_delivered(cluster):
     since = now()
     with steps_held(*cluster.nodes):  # So that none of them is done before all are delivered.
-        asking = [started(node, cluster.ctl, "take-over", "--wait=60") for node in cluster.nodes]
+        asking = [started(node, node.ctl_path, "take-over", "--wait=60") for node in cluster.nodes]
         cluster.wait(lambda: all(len(masters_told(node, since)) == 3 for node in cluster.nodes),
                      10.0, "all have heard of all three")
     order = masters_told(cluster.node(1), since)

@@ -11,6 +11,7 @@ import pytest
 
 from lab import state, unit
 from lab.cluster import CHECKOUT, Lab
+from lab.filesystem import PACKAGED_DAEMON
 from lab.processes import Process
 from lab.waiting import now
 
@@ -110,10 +111,19 @@ def test_cables_partitions_power_and_the_client(lab):
     assert first.ring() == {1, 2, 3}
 
 
+def test_each_node_runs_what_it_was_given(lab, pytestconfig):
+    lab.start()
+    for node in lab.nodes:
+        [package] = node.run(["sh", "-c", "dpkg-query -W | grep -c ^duskvale || :"]).stdout.split()
+        program = node.file(f"/proc/{node.status()['daemon']['pid']}/exe").readlink()
+        built = os.path.abspath(pytestconfig.getoption("--daemon"))
+        assert (package, str(program)) == (("1", PACKAGED_DAEMON) if node.package else ("0", built))
+
+
 def test_service_manager_follows_the_unit_when_a_daemon_is_killed(lab):
     node = lab.node(1)
     node.write_step("10-note.run", "#!/bin/sh\necho $1 >>/run/noted\nsleep 600 &\n")
-    lab.supervise(unit.rules())
+    node.supervise(unit.rules_on(node))
     node.start()
     node.wait_log("run steps done")
     noted = node.file("/run/noted")

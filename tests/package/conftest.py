@@ -10,7 +10,6 @@ Run as root:  /usr/bin/python3 -m pytest tests/package [--package FILE.deb]
 """
 
 import pathlib
-import shutil
 import subprocess
 
 import pytest
@@ -46,11 +45,9 @@ def package(request, tmp_path_factory):
     """The path of the built package."""
     if request.config.getoption("--package"):
         return pathlib.Path(request.config.getoption("--package")).resolve()
-    source = tmp_path_factory.mktemp("package") / NAME
-    no_source = shutil.ignore_patterns(".git", "build*", "__pycache__")
-    shutil.copytree(CHECKOUT, source, ignore=no_source)
-    subprocess.run(["dpkg-buildpackage", "-us", "-uc", "-b"], cwd=source, check=True)
-    [built] = source.parent.glob(f"{NAME}_*.deb")
+    directory = tmp_path_factory.mktemp("package")
+    subprocess.run([CHECKOUT / "scripts/make-package", directory], check=True)
+    [built] = directory.glob(f"{NAME}_*.deb")
     return built
 
 
