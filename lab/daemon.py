@@ -3,6 +3,7 @@
 What systemd would do is done here, so that the nodes need none: see Daemon.supervise.
 """
 
+import contextlib
 import os
 import signal
 
@@ -65,7 +66,8 @@ class Daemon(Service):
 
     def _signal_strays(self, number):
         for pid in self._strays():
-            os.kill(pid, number)
+            with contextlib.suppress(ProcessLookupError):  # Its parent was not this process.
+                os.kill(pid, number)
 
     def _run_commands(self, commands):
         if not commands:

@@ -10,6 +10,7 @@ socket. The node's description is in there, as JSON:
   environment      variables of the services
 """
 
+import contextlib
 import json
 import os
 import resource
@@ -88,7 +89,8 @@ class Machine:
         """Kills what steps have left running; returns how many processes that were."""
         strays = self._strays()
         for pid in strays:
-            os.kill(pid, signal.SIGKILL)
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGKILL)
         return len(strays)
 
     def do_take_output(self):
@@ -100,14 +102,21 @@ class Machine:
         return {name: service.state() for name, service in self._services.items()}
 
     def _strays(self):
-        """The processes that lost their parent and got this one, which the services have, too."""
+        """The processes that lost their parent and got this one, which the services have, too; and
+        all below them, as they are in one cgroup under systemd."""
         kept = {service.state()["pid"] for service in self._services.values()}
-        return [pid for pid in _children_of(os.getpid()) if pid not in kept]
+        found = [pid for pid in _children_of(os.getpid()) if pid not in kept]
+        for pid in found:
+            found += _children_of(pid)
+        return found
 
 
 def _children_of(parent):
-    with open(f"/proc/{parent}/task/{parent}/children", encoding="ascii") as file:
-        return [int(pid) for pid in file.read().split()]
+    try:
+        with open(f"/proc/{parent}/task/{parent}/children", encoding="ascii") as file:
+            return [int(pid) for pid in file.read().split()]
+    except (FileNotFoundError, ProcessLookupError):
+        return []  # It has ended, and what it had is, or soon will be, a child of this process.
 
 
 def main():

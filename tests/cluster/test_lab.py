@@ -122,7 +122,7 @@ def test_each_node_runs_what_it_was_given(lab, pytestconfig):
 
 def test_service_manager_follows_the_unit_when_a_daemon_is_killed(lab):
     node = lab.node(1)
-    node.write_step("10-note.run", "#!/bin/sh\necho $1 >>/run/noted\nsleep 600 &\n")
+    node.write_step("10-note.run", "#!/bin/sh\necho $1 >>/run/noted\n(sleep 600; :) &\n")
     node.supervise(unit.rules_on(node))
     node.start()
     node.wait_log("run steps done")
