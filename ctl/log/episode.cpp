@@ -310,7 +310,12 @@ void EpisodeBuilder::take_step(const Event &event) {
 }
 
 void EpisodeBuilder::take_trouble(const Event &event) {
-    if (!settled && follows(current, event)) {
+    /* A start goes on over an error, such as that of a node without the driver. */
+    const bool starting = after_start && !list.empty() && list.back().kind == EpisodeKind::daemon &&
+                          !holds(list.back(), EventKind::registered);
+    if (starting) {
+        list.back().events.push_back(event);
+    } else if (!settled && follows(current, event)) {
         list[*current].events.push_back(event);
     } else {
         continue_or_open(EpisodeKind::trouble, event);

@@ -92,6 +92,9 @@ Told daemon_headline(const Episode &episode) {
     if (holds(episode, EventKind::got_signal) || holds(episode, EventKind::ending)) {
         return {std::nullopt, "this node's daemon was stopped", Colour::doubtful};
     }
+    if (holds(episode, EventKind::registered)) {
+        return {std::nullopt, "this node's daemon had started", Colour::plain};
+    }
     return {std::nullopt, "this node's daemon ended", Colour::bad};
 }
 
