@@ -147,7 +147,7 @@ std::string describe(const Notice &notice, uint32_t local_node) {
     case NoticeKind::new_master:
         return node + " is master";
     case NoticeKind::frozen_master:
-        return (notice.node != 0 ? "mastership is frozen to " + node : "the freeze is lifted") +
+        return (notice.node != 0 ? "mastership is frozen to " + node : "mastership is not frozen") +
                (notice.text.empty() ? "" : ": " + printable(notice.text));
     case NoticeKind::joined:
         return node + " joined, " + counted(notice.count, "member") + " now";

@@ -112,20 +112,31 @@ std::string duration_text(std::chrono::microseconds duration) {
     return text;
 }
 
+/* The first fault of the output: a later write may fail in another way, or not at all. */
+static int output_fault = 0;
+
+static bool succeeded(bool success) {
+    if (!success && output_fault == 0) {
+        output_fault = errno;
+    }
+    return success;
+}
+
 bool print(const std::string &text) {
-    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    return succeeded(std::fwrite(text.data(), 1, text.size(), stdout) == text.size());
 }
 
 bool print_line(const std::string &text) {
-    return print(text + "\n") && std::fflush(stdout) == 0;
+    return print(text + "\n") && succeeded(std::fflush(stdout) == 0);
 }
 
 int finish_output(int status) {
-    errno = 0;
-    if ((std::fflush(stdout) == 0 && std::ferror(stdout) == 0) || errno == EPIPE) {
+    succeeded(std::fflush(stdout) == 0);
+    /* Who closes a pipe has seen enough. */
+    if (output_fault == 0 || output_fault == EPIPE) {
         return status;
     }
-    std::fprintf(stderr, "duskvalectl: cannot write the output: %s\n", std::strerror(errno));
+    std::fprintf(stderr, "duskvalectl: cannot write the output: %s\n", std::strerror(output_fault));
     return static_cast<int>(Exit::failed);
 }
 

@@ -15,6 +15,8 @@ std::string trimmed(const std::string &text) {
     return first == std::string::npos ? "" : text.substr(first, last - first + 1);
 }
 
+constexpr size_t max_reason = 1000;
+
 } // namespace
 
 int command_freeze(const Arguments &arguments) {
@@ -25,6 +27,11 @@ int command_freeze(const Arguments &arguments) {
     /* The daemon stores the reason as a line. */
     if (std::ranges::any_of(reason, [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
         return usage_fault(arguments, "the REASON must be one line of plain text");
+    }
+    /* Every node stores it, and repeats it in its log and to the others at each join. */
+    if (reason.size() > max_reason) {
+        return usage_fault(arguments, "the REASON is too long, at most " +
+                                          std::to_string(max_reason) + " bytes are of use");
     }
     Request request;
     /* With no master the daemon would take it for a lift of the freeze. */

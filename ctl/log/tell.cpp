@@ -279,7 +279,8 @@ std::string cause_text(const Episode &episode) {
     case Cause::joined:
         return found.nodes.size() == 1
                    ? nodes + " joined the group"
-                   : "a node joined the group, of " + nodes + " (debug lines would name it)";
+                   : "a node joined the group, of " + nodes +
+                         ", and one may have left just before (debug lines would name them)";
     case Cause::left:
         return nodes + " left the group";
     case Cause::unfrozen:

@@ -106,3 +106,10 @@ def _usage(node):
     switches = sum(int(line.split()[1]) for line in status if "ctxt_switches" in line)
     times = (process / "stat").read_text(encoding="utf-8").rpartition(")")[2].split()[11:13]
     return switches, sum(map(int, times)) / os.sysconf("SC_CLK_TCK")
+
+
+def daemon_program(node):
+    """The program that the node's daemon was started as. (Not its /proc/PID/exe: in a chroot that link
+    shows the path outside.)"""
+    pid = node.status()["daemon"]["pid"]
+    return node.file(f"/proc/{pid}/cmdline").read_text(encoding="utf-8").split("\0", 1)[0]

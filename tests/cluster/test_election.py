@@ -3,7 +3,7 @@
 import signal
 
 import pytest
-from support import SETTINGS, TRACE, assert_idle, lines, others, wait_everywhere
+from support import SETTINGS, TRACE, assert_idle, daemon_program, lines, others, wait_everywhere
 
 from lab.node import COROSYNC
 from lab.waiting import now
@@ -123,9 +123,8 @@ def test_daemon_ends_with_its_bus(cluster):
 
 def test_second_daemon_on_a_node_fails_and_disturbs_nobody(cluster):
     node = cluster.node(1)
-    program = node.file(f"/proc/{node.status()['daemon']['pid']}/exe").readlink()
     since = now()
-    second = node.run([str(program), "-f"], check=False)
+    second = node.run([daemon_program(node), "-f"], check=False)
     assert second.returncode == 1
     for line in (
         "CRITICAL **: ", "Failed to acquire com.norvel.DuskvaleCorosync\n",

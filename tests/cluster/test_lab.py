@@ -8,6 +8,7 @@ import subprocess
 import sys
 
 import pytest
+from support import daemon_program
 
 from lab import state, unit
 from lab.cluster import CHECKOUT, Lab
@@ -115,9 +116,8 @@ def test_each_node_runs_what_it_was_given(lab, pytestconfig):
     lab.start()
     for node in lab.nodes:
         [package] = node.run(["sh", "-c", "dpkg-query -W | grep -c ^duskvale || :"]).stdout.split()
-        program = node.file(f"/proc/{node.status()['daemon']['pid']}/exe").readlink()
         built = os.path.abspath(pytestconfig.getoption("--daemon"))
-        assert (package, str(program)) == (("1", PACKAGED_DAEMON) if node.package else ("0", built))
+        assert (package, daemon_program(node)) == (("1", PACKAGED_DAEMON) if node.package else ("0", built))
 
 
 def test_service_manager_follows_the_unit_when_a_daemon_is_killed(lab):
