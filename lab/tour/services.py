@@ -30,9 +30,14 @@ esac
 
 def install(node):
     """The address comes last and goes first: whoever reaches it finds the server running."""
+    install_address(node)
     web = pathlib.Path(__file__).with_name("web.py")
     server = shlex.join([sys.executable, "-I", "-S", str(web)])
     node.write_step(_WEB_STEP, _WEB.replace("{server}", server).replace("{port}", str(PORT)))
+
+
+def install_address(node):
+    """Puts the example step of the virtual address on the node, set up for ADDRESS."""
     settings = f"ADDRESS={ADDRESS}/32\nINTERFACE=eth0\n"
     node.file(_ADDRESS_SETTINGS).write_text(settings, encoding="utf-8")
     node.write_step(_ADDRESS_STEP, (_EXAMPLES / _ADDRESS_STEP).read_text(encoding="utf-8"))

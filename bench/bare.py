@@ -1,0 +1,76 @@
+"""Bare corosync: the time until a member's death is reported, and until a message comes back."""
+
+import os
+import subprocess
+
+from lab.cluster import CHECKOUT
+from lab.journal import Journal
+from lab.waiting import LabError
+
+PROGRAM = CHECKOUT / "build/bench/cpg-member"
+LIMIT = 10.0
+PINGS = 200
+
+
+class Member:
+    """A process of cpg-member.cpp on a node."""
+
+    def __init__(self, node):
+        if not PROGRAM.exists():
+            raise LabError(f"{PROGRAM} is missing: meson setup build && meson compile -C build")
+        self._node = node
+        self._record = os.memfd_create("member")
+        self._journal = Journal(f"/proc/self/fd/{self._record}")
+        self._process = node.popen([str(PROGRAM)], stdin=subprocess.PIPE, stdout=self._record)
+
+    def tell(self, command):
+        self._process.stdin.write(command + "\n")
+        self._process.stdin.flush()
+
+    def entries(self, word, since=0.0):
+        return [entry for entry in self._journal.entries(since) if entry.text.startswith(word)]
+
+    def time_of(self, text, since=0.0):
+        return self._journal.wait(f"^{text}$", LIMIT, since).time
+
+    def wait_members(self, count):
+        """Waits until the group, as the member sees it now, is of that size."""
+        def reached():
+            entries = self.entries("members")
+            return entries and entries[-1].text == f"members {count}"
+
+        self._node.lab.wait(reached, LIMIT, f"{count} members")
+
+    def close(self):
+        self._process.stdin.close()
+        self._process.wait()
+        os.close(self._record)
+
+
+def measure(lab, runs):
+    """The seconds from a death to its report on the last survivor, and of multicast round trips."""
+    lab.reset()
+    members = {node: Member(node) for node in lab.nodes}
+    try:
+        deaths = []
+        for run in range(runs):
+            for member in members.values():
+                member.wait_members(len(members))
+            node = lab.nodes[run % len(members)]
+            members[node].tell("die")
+            died = members[node].time_of("dies")
+            survivors = [member for other, member in members.items() if other is not node]
+            reports = [member.time_of(f"left {node.id}", since=died) for member in survivors]
+            deaths.append(max(reports) - died)
+            members[node].close()
+            members[node] = Member(node)
+        for member in members.values():
+            member.wait_members(len(members))
+        pinger = members[lab.nodes[0]]
+        for count in range(PINGS):
+            pinger.tell("ping")
+            lab.wait(lambda: len(pinger.entries("ping")) > count, LIMIT, "the message came back")
+        return deaths, [float(entry.text.split()[1]) / 1e6 for entry in pinger.entries("ping")]
+    finally:
+        for member in members.values():
+            member.close()
