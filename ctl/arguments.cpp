@@ -16,6 +16,9 @@ namespace {
  */
 constexpr int first_option_value = 0x100;
 
+/* More than anyone waits, and its sum with a clock is far from overflow. */
+constexpr unsigned longest_wait_s = 100'000'000;
+
 std::vector<struct option> getopt_table(const CommandSpec &command) {
     std::vector<struct option> table;
     for (const OptionSpec &spec : options()) {
@@ -44,7 +47,19 @@ std::string option_at_fault(char **argv) {
                                                       : argv[optind - 1];
 }
 
-bool parse_options(Arguments &arguments, int argc, char **argv) {
+void complain_of_option(const Arguments &arguments, bool named, const std::string &spelling) {
+    if (optopt >= first_option_value) {
+        complain(arguments.command->name, spelling + " takes no value");
+    } else if (named) {
+        complain(arguments.command->name,
+                 spelling + " is no option of '" + arguments.command->name + "'");
+    } else {
+        complain("", spelling + ": name a command first, its options come after it");
+    }
+}
+
+/* `named`: the command was named, not taken for granted. */
+bool parse_options(Arguments &arguments, bool named, int argc, char **argv) {
     const std::vector<struct option> table = getopt_table(*arguments.command);
     /* 0 makes getopt start afresh; the leading colon makes it report faults instead of printing. */
     optind = 0;
@@ -58,10 +73,7 @@ bool parse_options(Arguments &arguments, int argc, char **argv) {
                      std::string(argv[optind - 1]) + " needs a value after it");
             return false;
         } else if (found == '?') {
-            const bool known = optopt >= first_option_value;
-            complain(arguments.command->name,
-                     option_at_fault(argv) + (known ? " takes no value" : " is no option of '") +
-                         (known ? "" : std::string(arguments.command->name) + "'"));
+            complain_of_option(arguments, named, option_at_fault(argv));
             return false;
         } else {
             const auto place = static_cast<std::size_t>(found - first_option_value);
@@ -119,15 +131,20 @@ std::optional<Arguments> parse_arguments(int argc, char **argv) {
     const bool named = argc > 1 && argv[1][0] != '-';
     arguments.command = named ? find_command(argv[1]) : &commands().front();
     if (arguments.command == nullptr) {
-        complain("", std::string("there is no command '") + argv[1] + "'");
+        unknown_command(argv[1]);
         return std::nullopt;
     }
     const int skip = named ? 1 : 0;
-    if (!parse_options(arguments, argc - skip, argv + skip) ||
+    if (!parse_options(arguments, named, argc - skip, argv + skip) ||
         !parse_positional(arguments, argc - skip, argv + skip)) {
         return std::nullopt;
     }
     return arguments;
+}
+
+int unknown_command(const std::string &name) {
+    complain("", "there is no command '" + name + "'");
+    return static_cast<int>(Exit::usage);
 }
 
 int usage_fault(const Arguments &arguments, const std::string &fault) {
@@ -145,13 +162,15 @@ std::optional<unsigned> parse_count(const std::string &text, unsigned least) {
     return count;
 }
 
-std::optional<std::chrono::microseconds> parse_seconds(const std::string &text) {
-    /* A year is more than anyone waits, and keeps the sum with a clock far from overflow. */
-    constexpr double longest = 366.0 * 24 * 3600;
+std::optional<std::chrono::microseconds> parse_seconds(const Arguments &arguments, Opt id) {
+    const std::string text = arguments.value(id);
     double seconds = 0;
     const char *end = text.data() + text.size();
     const auto [stop, fault] = std::from_chars(text.data(), end, seconds);
-    if (fault != std::errc{} || stop != end || !(seconds > 0 && seconds <= longest)) {
+    if (fault != std::errc{} || stop != end || !(seconds > 0 && seconds <= longest_wait_s)) {
+        usage_fault(arguments, std::string("--") + option(id).name +
+                                   " takes a number of seconds above 0, at most " +
+                                   std::to_string(longest_wait_s));
         return std::nullopt;
     }
     return std::chrono::round<std::chrono::microseconds>(std::chrono::duration<double>(seconds));

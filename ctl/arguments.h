@@ -31,12 +31,17 @@ private:
  */
 std::optional<Arguments> parse_arguments(int argc, char **argv);
 
+/* Says on standard error that there is no such command; returns Exit::usage. */
+int unknown_command(const std::string &name);
+
 /* A usage fault found by a command itself: the line on standard error; returns Exit::usage. */
 int usage_fault(const Arguments &arguments, const std::string &fault);
 
-/* A whole number from `least` up, or a number of seconds above 0 that may have a fraction. No value
-   when `text` is not one. */
+/* A whole number from `least` up. No value when `text` is not one. */
 std::optional<unsigned> parse_count(const std::string &text, unsigned least);
-std::optional<std::chrono::microseconds> parse_seconds(const std::string &text);
+
+/* The option's number of seconds, above 0, which may have a fraction. When it is not one, no value,
+   and a usage fault was told. */
+std::optional<std::chrono::microseconds> parse_seconds(const Arguments &arguments, Opt id);
 
 } // namespace ctl

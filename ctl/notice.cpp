@@ -95,10 +95,10 @@ constexpr Row rows[] = {
 std::string describe_hotplug(const Notice &notice) {
     std::string text = node_text(notice.node) + ": device " + (notice.added ? "added" : "removed");
     if (!notice.hardware.empty()) {
-        text += " " + printable(notice.hardware);
+        text.append(" ").append(printable(notice.hardware));
     }
     if (!notice.location.empty()) {
-        text += " at " + printable(notice.location);
+        text.append(" at ").append(printable(notice.location));
     }
     return text + " (" + printable(notice.device) + "), " + counted(notice.count, "device") +
            " now";
@@ -163,9 +163,8 @@ std::string describe(const Notice &notice, uint32_t local_node) {
     case NoticeKind::step_end:
         return describe_step(notice);
     case NoticeKind::steps_done:
-        return "run steps done" + (notice.count == 0
-                                       ? std::string()
-                                       : ", " + std::to_string(notice.count) + " FAILED");
+        return notice.count == 0 ? "run steps done"
+                                 : "run steps done, " + std::to_string(notice.count) + " FAILED";
     case NoticeKind::daemon_appeared:
         return "the daemon is running";
     case NoticeKind::daemon_vanished:

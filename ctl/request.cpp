@@ -115,9 +115,9 @@ int wait_for_effect(Bus &bus, const Request &request, const Snapshot &before,
 int carry_out(const Arguments &arguments, const Request &request) {
     std::optional<std::chrono::microseconds> limit = default_wait;
     if (!arguments.value(Opt::wait).empty()) {
-        limit = parse_seconds(arguments.value(Opt::wait));
+        limit = parse_seconds(arguments, Opt::wait);
         if (!limit) {
-            return usage_fault(arguments, "--wait takes a number of seconds above 0");
+            return static_cast<int>(Exit::usage);
         }
     }
     Bus bus;

@@ -12,7 +12,7 @@ int command_help(const Arguments &arguments) {
     }
     const CommandSpec *command = find_command(arguments.positional.front().c_str());
     if (command == nullptr) {
-        return usage_fault(arguments, "there is no command '" + arguments.positional.front() + "'");
+        return unknown_command(arguments.positional.front());
     }
     print(command_help_text(*command));
     return static_cast<int>(Exit::ok);

@@ -1,5 +1,6 @@
 #include "ctl/commands/commands.h"
 #include "ctl/log/told.h"
+#include "ctl/output.h"
 
 namespace ctl {
 
@@ -21,6 +22,9 @@ int command_history(const Arguments &arguments) {
         shown = shown.last(*last);
     }
     if (!arguments.has(Opt::json)) {
+        if (shown.empty()) {
+            print_line("the log tells nothing of the daemon");
+        }
         for (const Episode &episode : shown) {
             print_episode(episode);
         }

@@ -91,9 +91,9 @@ int command_wait(const Arguments &arguments) {
     }
     Deadline deadline;
     if (arguments.has(Opt::timeout)) {
-        const auto limit = parse_seconds(arguments.value(Opt::timeout));
+        const auto limit = parse_seconds(arguments, Opt::timeout);
         if (!limit) {
-            return usage_fault(arguments, "--timeout takes a number of seconds above 0");
+            return static_cast<int>(Exit::usage);
         }
         deadline = after(*limit);
     }

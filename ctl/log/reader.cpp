@@ -3,6 +3,7 @@
 #include "base/paths.h"
 
 #include <gio/gio.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -104,9 +105,9 @@ LogRead read_journal(const std::string &since) {
     LogRead result{feeder.finish(), ""};
     if (result.episodes.empty()) {
         result.fault = "the journal of " DUSKVALE_IDENT " tells nothing";
-        result.fault += since.empty()
-                            ? "; only root and the group systemd-journal may read all of it"
-                            : " since " + since;
+        result.fault += since.empty() ? "" : " since " + since;
+        result.fault +=
+            geteuid() == 0 ? "" : "; only root and the group systemd-journal may read all of it";
         result.fault += elsewhere;
     }
     return result;

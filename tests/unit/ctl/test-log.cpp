@@ -163,6 +163,7 @@ TEST(Why, answersForTheLastChangeOfRole) {
 TEST(Why, saysWhenThereIsNothingToTell) {
     expect_golden("why-nothing", session({{"why", "--log=/dev/null"},
                                           {"why", "--json", "--log=/dev/null"},
+                                          {"history", "--log=/dev/null"},
                                           {"history", "--json", "--log=/dev/null"},
                                           {"why", "--log=/nonexistent"},
                                           {"why", "--log=/"}}));

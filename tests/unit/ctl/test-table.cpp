@@ -44,6 +44,7 @@ TEST(Table, usageFaultsAreToldWithoutTouchingTheBus) {
     expect_golden("usage", session({
                                {"stauts"},
                                {"--bogus"},
+                               {"--wait", "take-over"},
                                {"status", "extra"},
                                {"status", "--json=1"},
                                {"monitor", "--wait"},
@@ -52,7 +53,7 @@ TEST(Table, usageFaultsAreToldWithoutTouchingTheBus) {
                                {"freeze", "  "},
                                {"freeze", "two\nlines"},
                                {"take-over", "--wait=soon"},
-                               {"take-over", "--wait=-1"},
+                               {"take-over", "--wait=1e9"},
                                {"prefer", "maybe"},
                                {"wait", "quiet"},
                                {"wait", "master", "--timeout"},
@@ -67,6 +68,9 @@ TEST(Table, usageFaultsAreToldWithoutTouchingTheBus) {
                                {"why", "--since=today", "--log=-"},
                                {"help", "stauts"},
                            }));
+    const Outcome lengthy = duskvalectl({"freeze", std::string(1001, 'x')});
+    EXPECT_EQ(lengthy.status, 2);
+    EXPECT_NE(lengthy.err.find("too long, at most 1000 bytes"), std::string::npos) << lengthy.err;
 }
 
 TEST(Table, manPageHasEachCommandWithItsOptions) {
