@@ -53,6 +53,8 @@ class Lab:
             raise LabError(f"not a name for a lab: '{name}'")
         if not 1 <= nodes <= MAX_NODES:
             raise LabError(f"a lab has 1 to {MAX_NODES} nodes, not {nodes}")
+        if package and not os.path.isfile(package):
+            raise LabError(f"no such package: {package}")
         if not isinstance(daemon, list):
             daemon = [os.path.abspath(daemon or DAEMON_PATH)]
         self.name = name

@@ -105,7 +105,8 @@ VERBS = {
     "list": (list_labs, "show the names of the labs that are up", []),
     "on": (on, "run a command on a node (a shell if none is given)", [
         (("node",), {"metavar": "N", "help": "number of the node, or 'client'"}),
-        (("command",), {"nargs": argparse.REMAINDER, "metavar": "COMMAND"}),
+        (("command",), {"nargs": argparse.REMAINDER, "metavar": "COMMAND",
+                      "help": "what to run, with its arguments"}),
     ]),
     "cut": (_verb("cut"), "cut the node's network cable", [_NODE]),
     "heal": (_verb("heal"), "mend the node's network cable", [_NODE]),

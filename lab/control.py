@@ -39,6 +39,8 @@ class Listener:
             request = json.loads(line)
             method = getattr(self._target, "do_" + request.pop("operation"))
             return {"result": method(**request)}
+        except LabError as error:
+            return {"error": str(error)}
         except Exception as error:  # pylint: disable=broad-except
             # The other side raises it: this process must live on, it holds the node together.
             return {"error": f"{type(error).__name__}: {error}"}

@@ -5,8 +5,6 @@ from .network import MAIN
 from .node import COROSYNC, DAEMON
 from .waiting import LabError
 
-LAST_LINES = 15
-
 
 def rows(lab):
     """One tuple for each node: name, address, power, cable, ring, daemon, master."""
@@ -29,9 +27,7 @@ def text(lab):
     try:
         parts = [table(lab)]
         for node in lab.nodes:
-            lines = [f"{entry.time:.3f}  {entry.text}" for entry in node.log[-LAST_LINES:]]
-            parts.append(f"--- last lines of the daemon of {node}")
-            parts.extend(lines or ["(none)"])
+            parts.append(f"--- last lines of the daemon of {node}\n{node.last_lines()}")
         return "\n".join(parts)
     except (LabError, OSError) as error:
         return f"(the lab cannot be asked: {error})"

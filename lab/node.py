@@ -56,8 +56,8 @@ class Node:
     def wait_registered(self, limit=10.0):
         def registered():
             if not self.alive():
-                raise LabError(f"the daemon of {self} ended, status {self.exit_status()}\n"
-                               + self.lab.diagnosis())
+                raise LabError(f"the daemon of {self} ended, status {self.exit_status()}; its last "
+                               f"lines:\n{self.last_lines()}")
             return self.bus.has_daemon()
 
         self._wait(registered, limit, f"the daemon of {self} has its name on the bus")
@@ -130,6 +130,11 @@ class Node:
         """The daemon's lines since the lab's last reset, to the very last, as Entry(time, text)."""
         self.take_output()
         return self.journal(DAEMON).entries(self.lab.mark)
+
+    def last_lines(self, count=15):
+        """The end of `log` as a text; for messages."""
+        lines = [f"{entry.time:.3f}  {entry.text}" for entry in self.log[-count:]]
+        return "\n".join(lines or ["(none)"])
 
     def wait_log(self, pattern, limit=10.0, since=None):
         """The first line since the time `since` (the last reset) that the expression matches."""
@@ -273,7 +278,8 @@ class Node:
 
     def power_off(self):
         """Ends everything on the node at once, as a power cut does. Its files in /etc stay."""
-        self.lab.ask("power_off", name=self.name)
+        with self._told_when_off():
+            self.lab.ask("power_off", name=self.name)
         self._wait(lambda: not self.is_on(), 30.0, f"{self} is off")
 
     def power_on(self, wait=True):
@@ -312,7 +318,8 @@ class Node:
         return self.lab.node_states()[self.name]["on"]
 
     def wait_booted(self, since):
-        """Waits until the services of a node that was powered on after `since` can be used."""
+        """Waits until the services of a node that was powered on after `since` can be used: its
+        corosync is in a ring then, be it alone."""
         def booted():
             if not self.is_on():
                 text = pathlib.Path(f"{self._directory}/machine.log").read_text(encoding="utf-8")
@@ -322,11 +329,15 @@ class Node:
         self._wait(booted, 30.0, f"{self} has started")
         if RECORDER in self.status():
             self._wait_recording(since)
+            corosync_log = self.journal(COROSYNC)
+            self._wait(lambda: corosync.views(corosync_log.entries(since)), 30.0,
+                       f"corosync of {self} is in a ring")
 
     @property
     def pid(self):
         """The node's first process, as seen from here."""
-        return listener_pid(self._control)
+        with self._told_when_off():
+            return listener_pid(self._control)
 
     @property
     def root(self):
@@ -344,7 +355,18 @@ class Node:
         return f"{filesystem.DEVICES}/{name}/lumacrates:{name}"
 
     def _ask(self, operation, **arguments):
-        return ask(self._control, operation, **arguments)
+        with self._told_when_off():
+            return ask(self._control, operation, **arguments)
+
+    @contextlib.contextmanager
+    def _told_when_off(self):
+        """A node that is off answers nothing: says that rather than which socket it was."""
+        try:
+            yield
+        except LabError as error:
+            if not self.is_on():
+                raise LabError(f"{self} is off") from error
+            raise
 
     def _wait(self, condition, limit, what):
         return wait_until(condition, limit, what, explain=self.lab.diagnosis)

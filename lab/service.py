@@ -4,7 +4,7 @@ import os
 import sys
 
 from .journal import Stamper, write_line
-from .waiting import now
+from .waiting import LabError, now
 
 
 class Service:
@@ -27,7 +27,7 @@ class Service:
 
     def start(self, arguments):
         if self._pid is not None:
-            raise RuntimeError(f"{self._argv[0]} runs already, with pid {self._pid}")
+            raise LabError(f"{self._argv[0]} runs already, with pid {self._pid}")
         self._pid = self._spawn(self._argv + arguments, self._note_end)
         self._status = self._ended = None
         self._note(f"started, pid {self._pid}")
@@ -35,7 +35,7 @@ class Service:
 
     def signal(self, number):
         if self._pid is None:
-            raise RuntimeError(f"{self._argv[0]} does not run")
+            raise LabError(f"{self._argv[0]} does not run")
         os.kill(self._pid, number)
 
     def take_output(self):

@@ -18,6 +18,7 @@ from .control import Listener, listener_pid
 from .init import Init
 from .machine import DESCRIPTION
 from .network import Switch
+from .waiting import LabError
 
 # In the supervisor's mount namespace; others reach it through /proc/PID/root.
 DIRECTORY = "/run/lab"
@@ -32,6 +33,7 @@ class Supervisor:
     def __init__(self, owner):
         self._init = Init()
         self._owner = owner
+        os.set_inheritable(owner, False)
         self._descriptions = {}
         self._running = {}
         subprocess.run(["mount", "-t", "proc", "proc", "/proc"], check=True)
@@ -59,7 +61,7 @@ class Supervisor:
         if description is not None:
             self._descriptions[name] = {**description, "directory": f"{DIRECTORY}/{name}"}
         if name in self._running:
-            raise RuntimeError(f"{name} is on already")
+            raise LabError(f"{name} is on already")
         description = self._descriptions[name]
         directory = description["directory"]
         os.makedirs(directory, exist_ok=True)
