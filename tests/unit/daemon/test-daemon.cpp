@@ -1,13 +1,13 @@
 #include "support/child.h"
+#include "support/file.h"
 #include "support/syslog-socket.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -40,30 +40,17 @@ struct Daemon : Child {
     explicit Daemon(std::vector<std::string> args, const char *directory = "/tmp")
         : Child([&] {
               args.insert(args.begin(), "bridge");
-              std::vector<char *> argv;
-              argv.reserve(args.size() + 1);
-              for (std::string &arg : args) {
-                  argv.push_back(arg.data());
-              }
-              argv.push_back(nullptr);
               fs::current_path(directory);
-              execv(DAEMON, argv.data());
-              _exit(127);
+              become(DAEMON, args);
           }) {}
 
     std::string pid() const { return std::to_string(id()); }
 };
 
-std::string contents_of(const char *path) {
-    g_autofree gchar *text = nullptr;
-    return g_file_get_contents(path, &text, nullptr, nullptr) ? text : "";
-}
-
 /* The pid in `path`, once the daemon wrote it whole; -1 if it never did. */
 pid_t pid_in(const char *path) {
-    return loop_until([&] { return contents_of(path).ends_with('\n'); })
-               ? std::stoi(contents_of(path))
-               : -1;
+    return loop_until([&] { return file_text(path).ends_with('\n'); }) ? std::stoi(file_text(path))
+                                                                       : -1;
 }
 
 } // namespace
@@ -71,20 +58,17 @@ pid_t pid_in(const char *path) {
 TEST(CommandLine, RefusesWhatItDoesNotKnowWithTheUsageAndStatus1) {
     const std::string no_facility = "ERR(duskvale_debug_syslog):Unknown syslog facility 'mark'"
                                     "ERR(main):Failed opening syslog";
-    struct {
-        std::vector<std::string> args;
-        std::string complaint;
-    } const cases[] = {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"-h"}, "ERR(main):Unknown option 'h'\n"},
         {{"-d"}, "bridge: option requires an argument -- 'd'\nERR(main):Unknown option '?'\n"},
         {{"-f", "-x", "-h"}, "bridge: invalid option -- 'x'\nERR(main):Unknown option '?'\n"},
         {{"-s", "mark"}, no_facility},
         {{"-f", "-s", "mark"}, no_facility},
     };
-    for (const auto &c : cases) {
-        Daemon daemon(c.args);
+    for (const auto &[args, complaint] : cases) {
+        Daemon daemon(args);
         EXPECT_EQ(daemon.end(), 1);
-        EXPECT_EQ(daemon.stderr_text(), c.complaint + usage);
+        EXPECT_EQ(daemon.stderr_text(), complaint + usage);
     }
 }
 
@@ -136,31 +120,23 @@ TEST(Foreground, OutlivesItsLoggers) {
 }
 
 TEST(Debug, NeedsTheMaskAndSevenTimesV) {
-    const std::vector<std::string> one_to_five = {"CPG 1", "CPG_GLIB 2", "DBUS 3", "LUMACRATES 4",
-                                                  "DUSKVALE 5"};
-    struct {
-        std::vector<std::string> options;
-        std::vector<std::string> categories;
-    } const cases[] = {
-        {{"-d", "0x3e", "-vvvvvvv"}, one_to_five},
-        {{"-d", "62", "-vvvv", "-vvv"}, one_to_five},
-        {{"-d", "076", "-vvvvvvvv"}, one_to_five},
-        {{"-d", "0x10000003e", "-vvvvvvv"}, one_to_five},
-        {{"-d", "0x80000040", "-vvvvvvv"}, {"RUN 6", " 31"}},
-        {{"-d", "0x3e", "-vvvvvv"}, {}},
-        {{"-d", "everything", "-vvvvvvv"}, {}},
-        {{"-vvvvvvv"}, {}},
-        {{"-d", "0xFF"}, {}},
+    const auto line = [](const std::string &tag, const char *category) {
+        return "DBG(" + tag + "): duskvale_corosync_new: " + category + "\n";
     };
-    for (const auto &c : cases) {
-        std::vector<std::string> args = c.options;
-        args.push_back("-f");
-        std::string lines;
-        for (const std::string &category : c.categories) {
-            const size_t blank = category.find(' ');
-            lines += "DBG(" + category.substr(0, blank) +
-                     "): duskvale_corosync_new: " + category.substr(blank + 1) + "\n";
-        }
+    const std::string one_to_five = line("CPG", "1") + line("CPG_GLIB", "2") + line("DBUS", "3") +
+                                    line("LUMACRATES", "4") + line("DUSKVALE", "5");
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"-f", "-d", "0x3e", "-vvvvvvv"}, one_to_five},
+        {{"-f", "-d", "62", "-vvvv", "-vvv"}, one_to_five},
+        {{"-f", "-d", "076", "-vvvvvvvv"}, one_to_five},
+        {{"-f", "-d", "0x10000003e", "-vvvvvvv"}, one_to_five},
+        {{"-f", "-d", "0x80000040", "-vvvvvvv"}, line("RUN", "6") + line("", "31")},
+        {{"-f", "-d", "0x3e", "-vvvvvv"}, ""},
+        {{"-f", "-d", "everything", "-vvvvvvv"}, ""},
+        {{"-f", "-vvvvvvv"}, ""},
+        {{"-f", "-d", "0xFF"}, ""},
+    };
+    for (const auto &[args, lines] : cases) {
         Daemon daemon(args);
         ASSERT_TRUE(daemon.wrote(registered)) << daemon.stderr_text();
         EXPECT_EQ(daemon.stderr_text(), starting + lines + registered);
@@ -190,23 +166,20 @@ TEST(PidFile, IsWrittenWhereTheForegroundProcessStands) {
     std::ofstream("/etc/duskvale/pid") << "a longer text that must go\n";
     Daemon daemon({"-f", "-p", "pid"}, "/etc/duskvale");
     ASSERT_TRUE(daemon.wrote(registered)) << daemon.stderr_text();
-    EXPECT_EQ(contents_of("/etc/duskvale/pid"), daemon.pid() + "\n");
+    EXPECT_EQ(file_text("/etc/duskvale/pid"), daemon.pid() + "\n");
     kill(daemon.id(), SIGTERM);
     EXPECT_EQ(daemon.end(), 0);
 }
 
 TEST(PidFile, EndsTheProcessWhenItCannotBeWritten) {
-    struct {
-        const char *path;
-        const char *reason;
-    } const cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"/etc/duskvale/no/such/dir", "No such file or directory"},
         {"/etc/duskvale", "Is a directory"},
         {"/dev/full", "No space left on device"},
     };
-    for (const auto &c : cases) {
-        Daemon daemon({"-f", "-p", c.path});
+    for (const auto &[path, reason] : cases) {
+        Daemon daemon({"-f", "-p", path});
         EXPECT_EQ(daemon.end(), 1);
-        EXPECT_EQ(daemon.stderr_text(), std::string(c.path) + ": " + c.reason + "\n");
+        EXPECT_EQ(daemon.stderr_text(), path + ": " + reason + "\n");
     }
 }

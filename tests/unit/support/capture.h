@@ -7,6 +7,13 @@
 #include <cstdio>
 #include <string>
 
+/* All that a file in memory holds. */
+inline std::string text_of(int fd) {
+    std::string result(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    result.resize(static_cast<size_t>(pread(fd, result.data(), result.size(), 0)));
+    return result;
+}
+
 class Capture {
 public:
     explicit Capture(int fd = STDERR_FILENO)
@@ -26,9 +33,7 @@ public:
     /* All that was written so far. */
     std::string text() const {
         fflush(nullptr);
-        std::string result(static_cast<size_t>(lseek(file, 0, SEEK_END)), '\0');
-        result.resize(static_cast<size_t>(pread(file, result.data(), result.size(), 0)));
-        return result;
+        return text_of(file);
     }
 
     /* The same, and forgets it. */

@@ -1,9 +1,9 @@
 /* A process of its own: what it writes, and how it ends. */
 #pragma once
 
+#include "support/capture.h"
 #include "support/loop.h"
 
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
 /* Exit status of `pid`, a child or an adopted orphan; 128 and the signal's number when one ended
    it; -1, and the process is killed, when it does not end within a generous limit. */
@@ -25,9 +26,21 @@ inline int end_of(pid_t pid) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+/* Turns this process into `program`, called by `words`; it ends with 127 where that fails. */
+[[noreturn]] inline void become(const char *program, std::vector<std::string> words) {
+    std::vector<char *> argv;
+    for (std::string &word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    execvp(program, argv.data());
+    _exit(127);
+}
+
 class Child {
 public:
-    /* Runs `body` in a copy of this process; it may exec. A body that returns exits with 0. */
+    /* Runs `body` in a copy of this process; it may become another program. A body that returns
+     * exits with 0. */
     explicit Child(const std::function<void()> &body) {
         /* A daemon's parent ends at once: its child then becomes ours to wait for. */
         prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -69,12 +82,6 @@ public:
     }
 
 private:
-    static std::string text_of(int fd) {
-        std::string result(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
-        result.resize(static_cast<size_t>(pread(fd, result.data(), result.size(), 0)));
-        return result;
-    }
-
     int out = memfd_create("stdout", MFD_CLOEXEC);
     int err = memfd_create("stderr", MFD_CLOEXEC);
     pid_t pid = -1;
