@@ -6,6 +6,7 @@
 #pragma once
 
 #include "support/child.h"
+#include "support/file.h"
 
 #include <gtest/gtest.h>
 
@@ -29,26 +30,14 @@ inline std::filesystem::path source_path(const std::string &below) {
     return std::filesystem::path(std::getenv("SOURCE_ROOT")) / below;
 }
 
-inline std::string file_text(const std::filesystem::path &path) {
-    std::ifstream stream(path);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
 using Words = std::vector<std::string>;
 
 /* Turns a child into duskvalectl. */
-inline void exec_duskvalectl(const Words &words) {
-    std::vector<char *> argv{const_cast<char *>("duskvalectl")};
-    for (const std::string &word : words) {
-        argv.push_back(const_cast<char *>(word.c_str()));
-    }
-    argv.push_back(nullptr);
+inline void exec_duskvalectl(Words words) {
+    words.insert(words.begin(), "duskvalectl");
     setenv("TZ", "UTC", 1);
     setenv("LC_ALL", "C.UTF-8", 1);
-    execv(std::getenv("DUSKVALECTL"), argv.data());
-    _exit(127);
+    become(std::getenv("DUSKVALECTL"), words);
 }
 
 /* How a duskvalectl that `child` became came out. */

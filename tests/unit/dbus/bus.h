@@ -28,9 +28,8 @@ public:
         copy(source / "data" / DUSKVALE_BUS_NAME ".conf", policies,
              std::filesystem::copy_options::overwrite_existing);
         daemon.emplace([] {
-            execlp("dbus-daemon", "dbus-daemon", "--system", "--nofork", "--nopidfile",
-                   "--address=unix:dir=/mnt", "--print-address", nullptr);
-            _exit(127);
+            become("dbus-daemon", {"dbus-daemon", "--system", "--nofork", "--nopidfile",
+                                   "--address=unix:dir=/mnt", "--print-address"});
         });
         if (!loop_until([this] { return daemon->stdout_text().ends_with('\n'); })) {
             throw std::runtime_error("no bus: " + daemon->stderr_text());
