@@ -11,7 +11,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <fcntl.h>
 #include <sched.h>
 
 #include <functional>
@@ -152,38 +151,8 @@ inline void leave_network(bool corosync) {
     }
 }
 
-/* duskvalectl on a terminal of its own. */
-class TerminalChild {
-public:
-    explicit TerminalChild(const Words &words) {
-        grantpt(terminal);
-        unlockpt(terminal);
-        const std::string side = ptsname(terminal);
-        child = std::make_unique<Child>([&] {
-            const int fd = open(side.c_str(), O_RDWR | O_NOCTTY);
-            dup2(fd, STDOUT_FILENO);
-            dup2(fd, STDERR_FILENO);
-            setenv("TERM", "xterm", 1);
-            exec_duskvalectl(words);
-        });
-    }
-    TerminalChild(const TerminalChild &) = delete;
-    TerminalChild &operator=(const TerminalChild &) = delete;
-    ~TerminalChild() { close(terminal); }
-
-    /* All that stood on the terminal when it ended. */
-    std::string end() {
-        child->end();
-        std::string text;
-        char buffer[4096];
-        fcntl(terminal, F_SETFL, O_NONBLOCK);
-        for (ssize_t got = 0; (got = read(terminal, buffer, sizeof buffer)) > 0;) {
-            text.append(buffer, static_cast<size_t>(got));
-        }
-        return std::regex_replace(text, std::regex("\r\n"), "\n");
-    }
-
-private:
-    int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    std::unique_ptr<Child> child;
-};
+/* What stands on the terminal of a duskvalectl that runs on one. */
+inline std::string on_terminal(const std::string &words) {
+    const std::string command = "script -qE never -c \"$DUSKVALECTL " + words + "\" /dev/null";
+    return std::regex_replace(shell("TERM=xterm " + command).out, std::regex("\r\n"), "\n");
+}

@@ -8,7 +8,7 @@
 #include "support/child.h"
 #include "support/file.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +19,9 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+using testing::HasSubstr;
+using testing::Not;
 
 struct Outcome {
     int status = -1;
@@ -51,6 +54,14 @@ inline Outcome outcome_of(Child &child) {
 
 inline Outcome duskvalectl(const Words &words) {
     Child child([&] { exec_duskvalectl(words); });
+    return outcome_of(child);
+}
+
+/* Of a script, to which `duskvalectl` is a command. */
+inline Outcome shell(const std::string &script) {
+    Child child([&] {
+        become("bash", {"bash", "-c", "duskvalectl() { \"$DUSKVALECTL\" \"$@\"; }\n" + script});
+    });
     return outcome_of(child);
 }
 

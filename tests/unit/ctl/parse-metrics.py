@@ -1,4 +1,4 @@
-"""parse-metrics.py FILE: what real parsers of both text formats read from FILE, a sample a line."""
+"""What real parsers of both text formats read from standard input, a sample a line."""
 
 import sys
 
@@ -14,7 +14,7 @@ def samples(parse, text):
             yield f"{name}{{{shown}}} {value:g}" if shown else f"{name} {value:g}"
 
 
-text = open(sys.argv[1], encoding="utf-8").read()
+text = sys.stdin.read()
 read = sorted(samples(openmetrics, text))
 assert read == sorted(samples(older, text))
 print("\n".join(read))

@@ -124,20 +124,12 @@ TEST(LogEvents, areReadFromLinesThatTheDaemonWrites) {
     }
 }
 
-TEST(History, tellsRequestsElectionsStepsAndRefusals) {
-    expect_golden("history-requests",
-                  duskvalectl({"history", "--log", log_path("requests.log")}).out);
-}
-
-TEST(History, tellsAnEventfulNight) {
-    expect_golden("history-night", duskvalectl({"history", "--log", log_path("night.log")}).out);
-}
-
-TEST(History, tellsMoreFromDebugLinesAndGoesWithoutTimes) {
-    expect_golden("history-debug", duskvalectl({"history", "--log", log_path("debug.log")}).out);
-}
-
-TEST(History, tellsEachCase) {
+TEST(History, tellsEachLogInEpisodes) {
+    /* Requests, elections, steps and refusals; an eventful night; debug lines, and no times. */
+    for (const std::string name : {"requests", "night", "debug"}) {
+        expect_golden("history-" + name,
+                      duskvalectl({"history", "--log", log_path(name + ".log")}).out);
+    }
     expect_golden("history-cases", history_of_cases());
 }
 

@@ -84,7 +84,7 @@ TEST_F(Requests, waitForStepsThatWereRememberedBehindOthers) {
     };
     const Outcome outcome = duskvalectl({"take-over", "--wait"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.out.find("4 run steps done, 1 FAILED"), std::string::npos) << outcome.out;
+    EXPECT_THAT(outcome.out, HasSubstr("4 run steps done, 1 FAILED"));
 }
 
 TEST_F(Requests, sayWhenTheDaemonEndsMeanwhile) {
@@ -101,8 +101,7 @@ TEST_F(Requests, showTheStepsAsTheyGoOnATerminal) {
     up(other);
     step_status = 512;
     setenv("NO_COLOR", "1", 1);
-    TerminalChild child({"take-over", "--wait"});
-    expect_timed_golden("requests-terminal", child.end());
+    expect_timed_golden("requests-terminal", on_terminal("take-over --wait"));
     unsetenv("NO_COLOR");
 }
 

@@ -128,10 +128,7 @@ TEST(Table, completionOffersEachCommandWithItsOptions) {
         calls += std::string("complete_words duskvalectl ") + words + "\n";
     }
     expected += "master slave stable\non off\nadd remove\n";
-    Child shell([&] {
-        execlp("bash", "bash", "-c", (script + calls).c_str(), nullptr);
-        _exit(127);
-    });
-    EXPECT_EQ(shell.end(), 0) << shell.stderr_text();
-    EXPECT_EQ(shell.stdout_text(), expected);
+    const Outcome outcome = shell(script + calls);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, expected);
 }

@@ -18,14 +18,9 @@ protected:
     /* What udev makes of `text` as the rule, for an event of the loopback interface. */
     static std::string udevadm(const std::string &text, const std::string &action) {
         std::ofstream(installed) << text;
-        Child child([&] {
-            dup2(STDOUT_FILENO, STDERR_FILENO);
-            execlp("udevadm", "udevadm", "test", ("--action=" + action).c_str(),
-                   "/sys/class/net/lo", nullptr);
-            _exit(127);
-        });
-        EXPECT_EQ(child.end(), 0);
-        return child.stdout_text();
+        const Outcome told = shell("udevadm test --action=" + action + " /sys/class/net/lo 2>&1");
+        EXPECT_EQ(told.status, 0);
+        return told.out;
     }
 
     std::string rule;
@@ -33,11 +28,11 @@ protected:
 
 TEST_F(UdevRule, isReadWithoutAFaultAndLeavesOtherDevicesAlone) {
     const std::string told = udevadm(rule, "add");
-    EXPECT_NE(told.find(std::string("Reading rules file: ") + installed), std::string::npos);
-    EXPECT_EQ(told.find(std::string(installed) + ":"), std::string::npos) << told;
-    EXPECT_EQ(told.find("duskvalectl"), std::string::npos) << told;
+    EXPECT_THAT(told, HasSubstr(std::string("Reading rules file: ") + installed));
+    EXPECT_THAT(told, Not(HasSubstr(std::string(installed) + ":")));
+    EXPECT_THAT(told, Not(HasSubstr("duskvalectl")));
     const std::string broken = std::regex_replace(rule, std::regex("ACTION"), "ACTOIN");
-    EXPECT_NE(udevadm(broken, "add").find(std::string(installed) + ":"), std::string::npos);
+    EXPECT_THAT(udevadm(broken, "add"), HasSubstr(std::string(installed) + ":"));
 }
 
 TEST_F(UdevRule, runsTheCommandThatReportsTheDevice) {
@@ -49,10 +44,8 @@ TEST_F(UdevRule, runsTheCommandThatReportsTheDevice) {
         ASSERT_TRUE(std::regex_search(told, run, std::regex("run: '(/\\S*)/duskvalectl (.*)'")))
             << told;
         EXPECT_EQ(run[1], INSTALLED_BINDIR);
-        Child child([&] {
-            execl("/bin/sh", "sh", "-c", ("\"$DUSKVALECTL\" " + run[2].str()).c_str(), nullptr);
-        });
-        EXPECT_EQ(child.end(), 0) << child.stderr_text();
+        const Outcome reported = shell("duskvalectl " + run[2].str());
+        EXPECT_EQ(reported.status, 0) << reported.err;
         EXPECT_EQ(asked(), "hotplug " + std::string(action == "add" ? "1" : "0") +
                                " /sys/devices/virtual/net/lo  ;");
     }
