@@ -353,18 +353,19 @@ std::string Cluster::masters() const {
     std::string result;
     for (const auto &[key, node] : nodes) {
         if (node.daemon != nullptr) {
-            result += (node.master != 0 ? std::to_string(node.master) : "-") + " ";
+            result += result.empty() ? "" : " ";
+            result += node.master != 0 ? std::to_string(node.master) : "-";
         }
     }
-    return result.substr(0, result.size() - 1);
+    return result;
 }
 
 std::string Cluster::aborts() const {
     std::string result;
     for (const auto &[key, node] : nodes) {
-        result += std::to_string(node.aborts) + " ";
+        result += (result.empty() ? "" : " ") + std::to_string(node.aborts);
     }
-    return result.substr(0, result.size() - 1);
+    return result;
 }
 
 } // namespace sim

@@ -185,7 +185,7 @@ extern Node *current;    /* whose code runs; null outside of Cluster::as() */
 extern int live_objects; /* of the fake sub-objects; the leak checker does not see them */
 extern bool debug_lines; /* whether debug lines are written */
 extern bool trace;       /* whether everything that happens is printed */
-extern unsigned largest; /* cluster that is counted */
+extern uint64_t largest; /* cluster that is counted */
 
 /* The 32-bit word at `offset` of a message. */
 uint32_t u32(const std::string &message, size_t offset);

@@ -1,17 +1,7 @@
 /* What the protocol carries and operators must know: each hazard of docs/protocol.md, shown. */
-#include "cluster.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "script.h"
 
 #include <cstdio>
-
-using sim::Booted;
-using sim::Cluster;
-using ::testing::AllOf;
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 namespace {
 

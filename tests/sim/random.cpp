@@ -16,7 +16,7 @@ namespace sim {
 
 static uint64_t only_seed = 0; /* 0: all */
 static uint64_t schedules = 4000;
-unsigned largest = 64;
+uint64_t largest = 64;
 
 namespace {
 
@@ -234,20 +234,19 @@ TEST(RandomSchedules, EndInAgreementOrForAKnownReason) {
 
 int main(int argc, char **argv) {
     ::testing::InitGoogleTest(&argc, argv);
+    const std::map<std::string, uint64_t *> options = {{"--seed", &sim::only_seed},
+                                                       {"--schedules", &sim::schedules},
+                                                       {"--largest", &sim::largest}};
     for (int i = 1; i < argc; i += 2) {
-        const std::string option = argv[i];
-        const uint64_t value = i + 1 < argc ? strtoull(argv[i + 1], nullptr, 10) : 0;
-        if (option == "--seed" && value != 0) {
-            sim::only_seed = value;
-            ::testing::GTEST_FLAG(filter) = "RandomSchedules.*";
-        } else if (option == "--schedules" && value != 0) {
-            sim::schedules = value;
-        } else if (option == "--largest" && value != 0) {
-            sim::largest = static_cast<unsigned>(value);
-        } else {
+        const auto option = options.find(argv[i]);
+        if (option == options.end() || i + 1 == argc) {
             fprintf(stderr, "usage: test-sim [--seed N] [--schedules N] [--largest NODES]\n");
             return 2;
         }
+        *option->second = strtoull(argv[i + 1], nullptr, 10);
+    }
+    if (sim::only_seed != 0) {
+        ::testing::GTEST_FLAG(filter) = "RandomSchedules.*";
     }
     return RUN_ALL_TESTS();
 }
