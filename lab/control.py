@@ -46,10 +46,10 @@ class Listener:
             return {"error": f"{type(error).__name__}: {error}"}
 
 
-def ask(path, operation, **arguments):
+def ask(path, operation, limit=REQUEST_LIMIT, **arguments):
     """Sends a request to the listener at `path` and returns its result. Raises LabError."""
     try:
-        with _connect(path) as connection, connection.makefile("rwb") as stream:
+        with _connect(path, limit) as connection, connection.makefile("rwb") as stream:
             stream.write(json.dumps({"operation": operation, **arguments}).encode() + b"\n")
             stream.flush()
             line = stream.readline()
@@ -73,9 +73,9 @@ def listener_pid(path):
     return struct.unpack("3i", credentials)[0]
 
 
-def _connect(path):
+def _connect(path, limit=REQUEST_LIMIT):
     connection = socket.socket(socket.AF_UNIX)
-    connection.settimeout(REQUEST_LIMIT)
+    connection.settimeout(limit)
     try:
         connection.connect(path)
     except OSError:

@@ -16,6 +16,7 @@ from .network import MAIN
 from .processes import run_inside, start_inside
 from .waiting import LabError, now, wait_until
 
+BOOT_LIMIT = 60.0
 DAEMON, COROSYNC, BUS, RECORDER = "daemon", "corosync", "bus", "recorder"
 
 
@@ -326,8 +327,9 @@ class Node:
                 raise LabError(f"{self} did not start:\n{text}")
             return os.path.exists(self._control)
 
-        self._wait(booted, 30.0, f"{self} has started")
-        if RECORDER in self.status():
+        self._wait(booted, BOOT_LIMIT, f"{self} has started")
+        # It answers when its files are there; a package takes its time.
+        if RECORDER in self._ask("status", limit=BOOT_LIMIT):
             self._wait_recording(since)
             corosync_log = self.journal(COROSYNC)
             self._wait(lambda: corosync.views(corosync_log.entries(since)), 30.0,
