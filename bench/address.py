@@ -4,8 +4,8 @@ import os
 import sys
 
 from lab.cluster import CHECKOUT
+from lab.examples import ADDRESS, install_address
 from lab.journal import Journal
-from lab.tour.services import ADDRESS, install_address
 from lab.waiting import now
 
 LIMIT = 20.0

@@ -23,6 +23,7 @@ BUS_POLICIES = "/usr/share/dbus-1/system.d"
 COROSYNC_CONFIG = "/etc/corosync/corosync.conf"
 PACKAGED_DAEMON = "/usr/sbin/duskvale-corosync-bridge"
 PACKAGED_CTL = "/usr/bin/duskvalectl"
+PACKAGED_EXAMPLES = "/usr/share/doc/duskvale-corosync-bridge/examples"
 PACKAGED_UNIT = "/usr/lib/systemd/system/duskvale-corosync-bridge.service"
 BUS_SOCKET = "/run/dbus/system_bus_socket"
 
@@ -58,10 +59,11 @@ def prepare_node(layers, corosync_config, bus_policy, package=None):
 
 
 def _install(package):
-    # What it depends on is the lab's business, see scripts/install-packages.
-    command = ["dpkg", "--force-depends", "--force-confnew", "--install", package]
+    # What it depends on is the lab's business, see scripts/install-packages. All of it, also where
+    # the machine is a container that leaves documents out.
+    options = ["--force-depends", "--force-confnew", "--path-include=*"]
     variables = {**os.environ, "DEBIAN_FRONTEND": "noninteractive"}
-    subprocess.run(command, check=True, env=variables)
+    subprocess.run(["dpkg", *options, "--install", package], check=True, env=variables)
 
 
 def _overlay(directory, layers):

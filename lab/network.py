@@ -12,6 +12,11 @@ def address_of(number):
     return f"{SUBNET}{number}"
 
 
+def link_address_of(number):
+    """The same at every start, as a real card's: the neighbours remember it."""
+    return f"02:00:c0:00:02:{number:02x}"
+
+
 class Switch:
     def __init__(self):
         self.cut_cables = set()
@@ -24,9 +29,8 @@ class Switch:
         _ip("netns", "add", name)
         _ip("link", "add", f"port-{name}", "type", "veth", "peer", "name", "eth0", "netns", name)
         _ip("-n", name, "link", "set", "lo", "up")
-        # The same at every start, as a real card's: the neighbours remember it.
-        number = int(address.removeprefix(SUBNET))
-        _ip("-n", name, "link", "set", "eth0", "address", f"02:00:c0:00:02:{number:02x}")
+        link_address = link_address_of(int(address.removeprefix(SUBNET)))
+        _ip("-n", name, "link", "set", "eth0", "address", link_address)
         _ip("-n", name, "address", "add", f"{address}/{PREFIX}", "dev", "eth0")
         _ip("-n", name, "link", "set", "eth0", "up")
         self.assign(name, MAIN)

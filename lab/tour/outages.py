@@ -3,8 +3,8 @@
 import os
 from typing import NamedTuple
 
+from ..examples import ADDRESS
 from ..journal import Journal
-from .services import ADDRESS
 
 
 class Change(NamedTuple):

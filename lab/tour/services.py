@@ -4,12 +4,10 @@ import pathlib
 import shlex
 import sys
 
-ADDRESS = "192.0.2.100"
+from ..examples import install_address
+
 PORT = 80
 
-_EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "data/examples/run.d"
-_ADDRESS_STEP = "90-virtual-address.run"
-_ADDRESS_SETTINGS = "/etc/default/duskvale-virtual-address"
 _WEB_STEP = "50-web.run"
 
 _WEB = """\
@@ -34,10 +32,3 @@ def install(node):
     web = pathlib.Path(__file__).with_name("web.py")
     server = shlex.join([sys.executable, "-I", "-S", str(web)])
     node.write_step(_WEB_STEP, _WEB.replace("{server}", server).replace("{port}", str(PORT)))
-
-
-def install_address(node):
-    """Puts the example step of the virtual address on the node, set up for ADDRESS."""
-    settings = f"ADDRESS={ADDRESS}/32\nINTERFACE=eth0\n"
-    node.file(_ADDRESS_SETTINGS).write_text(settings, encoding="utf-8")
-    node.write_step(_ADDRESS_STEP, (_EXAMPLES / _ADDRESS_STEP).read_text(encoding="utf-8"))

@@ -8,11 +8,12 @@ import sys
 
 from .. import unit
 from ..cluster import CHECKOUT
+from ..examples import ADDRESS
 from ..node import DAEMON
 from ..waiting import LabError, now
 from . import timeline
 from .outages import Client, longest_silence
-from .services import ADDRESS, install
+from .services import install
 
 SETTLED_ANSWERS = 20
 ANSWER_LIMIT = 10.0

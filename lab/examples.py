@@ -1,0 +1,30 @@
+"""The example steps, put on a node as its operator would."""
+
+import pathlib
+
+from .filesystem import PACKAGED_EXAMPLES
+
+STORAGE = "10-promote-demote.run"
+SERVICE = "50-service.run"
+VIRTUAL_ADDRESS = "90-virtual-address.run"
+
+ADDRESS = "192.0.2.100"
+
+_EXAMPLES = pathlib.Path(__file__).resolve().parent.parent / "data/examples"
+_SETTINGS = {
+    STORAGE: "duskvale-storage",
+    SERVICE: "duskvale-service",
+    VIRTUAL_ADDRESS: "duskvale-virtual-address",
+}
+
+
+def install(node, step, settings):
+    """Puts the step on the node, that of its package or of this tree; `settings` is their text."""
+    directory = node.file(PACKAGED_EXAMPLES) if node.package else _EXAMPLES
+    node.file(f"/etc/default/{_SETTINGS[step]}").write_text(settings, encoding="utf-8")
+    node.write_step(step, (directory / "run.d" / step).read_text(encoding="utf-8"))
+
+
+def install_address(node):
+    """The step of the virtual address, set up for ADDRESS."""
+    install(node, VIRTUAL_ADDRESS, f"ADDRESS={ADDRESS}/32\nINTERFACE=eth0\n")
