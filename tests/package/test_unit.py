@@ -207,6 +207,53 @@ def test_steps_reach_the_node_and_not_a_sandbox(machine, daemon):
     assert daemon.property("ActiveState", "managed.service") == "active"
 
 
+def test_example_step_keeps_a_service_where_the_daemon_runs(machine, daemon):
+    service = "example.service"
+    settings = "/etc/default/duskvale-service"
+    step = f"{RUN_DIR}/50-service.run"
+
+    def wait_started(after):
+        """The service's pid, once that is another."""
+        def pid():
+            found = daemon.property("MainPID", service)
+            return found if found not in (after, "0") else None
+
+        return wait_until(pid, LIMIT_S, "the service was started")
+
+    def is_stopped():
+        return daemon.property("ActiveState", service) == "inactive"
+
+    def twice(action):
+        return [machine.run(step, action, check=False).returncode for _ in range(2)]
+
+    machine.write(
+        f"/etc/systemd/system/{service}",
+        "[Unit]\nStartLimitIntervalSec=0\n[Service]\nExecStart=/bin/sleep infinity\n",
+    )
+    machine.write(settings, f'UNITS="{service}"\n')
+    machine.run("install", f"/usr/share/doc/{NAME}/examples/run.d/50-service.run", step)
+    machine.run("systemctl", "daemon-reload")
+    daemon.systemctl("restart", UNIT)
+    pid = wait_started(after=None)
+    assert twice("start") == [0, 0]
+    assert daemon.property("MainPID", service) == pid
+    for signal, unit in ("KILL", UNIT), ("ABRT", UNIT), ("HUP", UNIT), ("KILL", "corosync"):
+        daemon.systemctl("kill", "--kill-who=main", f"--signal={signal}", unit)
+        pid = wait_started(after=pid)
+    daemon.systemctl("stop", UNIT)
+    assert is_stopped()
+    assert twice("stop") == [0, 0]
+    daemon.systemctl("start", UNIT)
+    wait_started(after=pid)
+    daemon.drop_in("[Service]\nRestart=no\n")
+    daemon.systemctl("kill", "--kill-who=main", "--signal=KILL", UNIT)
+    wait_until(is_stopped, LIMIT_S, "the service was stopped")
+
+    machine.write(settings, f'UNITS="{service} none.service"\n')
+    assert twice("start") == [5, 5]  # that of systemctl
+    assert not is_stopped()
+
+
 def test_start_and_stop_have_the_same_surroundings(machine, daemon):
     machine.write(
         f"{RUN_DIR}/10-first.run",
