@@ -21,8 +21,8 @@ a test that fails otherwise gets them as a section of its report.
 
 Run as root:  /usr/bin/python3 -m pytest tests/cluster [--daemon PATH] [--package FILE.deb]
 
-With --package nodes 1 and 2 of each lab have the package installed and use nothing of the build tree,
-which the others run.
+With --package nodes 1 and 2 of each lab have the package installed and use nothing of the build
+tree, which the others run.
 """
 
 import os

@@ -109,7 +109,7 @@ def _usage(node):
 
 
 def daemon_program(node):
-    """The program that the node's daemon was started as. (Not its /proc/PID/exe: in a chroot that link
-    shows the path outside.)"""
+    """The program that the node's daemon was started as. (Not its /proc/PID/exe: in a chroot that
+    link shows the path outside.)"""
     pid = node.status()["daemon"]["pid"]
     return node.file(f"/proc/{pid}/cmdline").read_text(encoding="utf-8").split("\0", 1)[0]

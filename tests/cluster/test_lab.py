@@ -117,7 +117,8 @@ def test_each_node_runs_what_it_was_given(lab, pytestconfig):
     for node in lab.nodes:
         [package] = node.run(["sh", "-c", "dpkg-query -W | grep -c ^duskvale || :"]).stdout.split()
         built = os.path.abspath(pytestconfig.getoption("--daemon"))
-        assert (package, daemon_program(node)) == (("1", PACKAGED_DAEMON) if node.package else ("0", built))
+        given = ("1", PACKAGED_DAEMON) if node.package else ("0", built)
+        assert (package, daemon_program(node)) == given
 
 
 def test_service_manager_follows_the_unit_when_a_daemon_is_killed(lab):
