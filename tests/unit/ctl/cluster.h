@@ -90,47 +90,37 @@ protected:
     std::function<void()> on_take_over = [this] { apply(local); };
     std::function<void()> on_prefer = [] {};
 
-    static ClusterTest *self(gpointer data) {
-        return static_cast<ClusterTest *>(static_cast<DBusTest *>(data));
+    /* What comes of a request to the object whose agents have `data`. */
+    template <typename Event>
+    static int grant(gpointer data, Event event) {
+        auto *self = static_cast<ClusterTest *>(static_cast<DBusTest *>(data));
+        self->later([self, event] { event(*self); });
+        return 0;
     }
-    static const DuskvaleDBusAgents granting;
-};
-
-inline const DuskvaleDBusAgents ClusterTest::granting = {
-    .text_message =
-        [](gpointer d, const char *text) {
-            const std::string copy = text;
-            self(d)->later([=] { duskvale_notify_got_message(self(d)->dbus, copy.c_str()); });
-            return 0;
-        },
-    .keep_alive =
-        [](gpointer d, uint32_t id) {
-            self(d)->later([=] { duskvale_notify_keep_alive(self(d)->dbus, id); });
-            return 0;
-        },
-    .preferred_master_was_set =
-        [](gpointer d, gboolean) {
-            self(d)->later(self(d)->on_prefer);
-            return 0;
-        },
-    .frozen_master_was_set =
-        [](gpointer d, uint32_t id, const char *reason) {
-            const std::string copy = reason;
-            self(d)->later([=] { duskvale_notify_frozen_master(self(d)->dbus, id, copy.c_str()); });
-            return 1;
-        },
-    .take_over =
-        [](gpointer d) {
-            self(d)->later([=] { self(d)->on_take_over(); });
-            return 0;
-        },
-    .give_back =
-        [](gpointer d) {
-            self(d)->later([=] { self(d)->apply(other); });
-            return 0;
-        },
-    .lumacrate_hotplug = recording.lumacrate_hotplug,
-    .lumacrates_count = [](gpointer) { return 2; },
+    static constexpr DuskvaleDBusAgents granting = {
+        .text_message =
+            [](gpointer d, const char *text) {
+                return grant(d, [copy = std::string(text)](auto &c) {
+                    duskvale_notify_got_message(c.dbus, copy.c_str());
+                });
+            },
+        .keep_alive =
+            [](gpointer d, uint32_t id) {
+                return grant(d, [=](auto &c) { duskvale_notify_keep_alive(c.dbus, id); });
+            },
+        .preferred_master_was_set =
+            [](gpointer d, gboolean) { return grant(d, [](auto &c) { c.on_prefer(); }); },
+        .frozen_master_was_set =
+            [](gpointer d, uint32_t id, const char *reason) {
+                return grant(d, [id, copy = std::string(reason)](auto &c) {
+                    duskvale_notify_frozen_master(c.dbus, id, copy.c_str());
+                });
+            },
+        .take_over = [](gpointer d) { return grant(d, [](auto &c) { c.on_take_over(); }); },
+        .give_back = [](gpointer d) { return grant(d, [](auto &c) { c.apply(other); }); },
+        .lumacrate_hotplug = recording.lumacrate_hotplug,
+        .lumacrates_count = [](gpointer) { return 2; },
+    };
 };
 
 /* In a network namespace of its own, where corosync's abstract sockets are not; with `corosync`

@@ -55,12 +55,7 @@ TEST(LogLine, isTakenApartInEveryFormItIsMetIn) {
     constexpr int64_t day = 86400 * second;
     const int64_t at = 1714533124 * second; /* 2024-05-01 03:12:04 */
     const Clocks now{at + 3600 * second, 5000 * second};
-    struct Case {
-        const char *line;
-        std::optional<int64_t> time;
-        const char *source;
-    };
-    const Case cases[] = {
+    const std::tuple<const char *, std::optional<int64_t>, const char *> cases[] = {
         {"INFO: Starting", std::nullopt, ""},
         {"2024-05-01T03:12:04.250000+0000 node1 duskvale-corosync-bridge[12]: INFO: Starting",
          at + 250000, "duskvale-corosync-bridge"},
@@ -88,11 +83,11 @@ TEST(LogLine, isTakenApartInEveryFormItIsMetIn) {
         {"2024-13-01T03:12:04Z INFO: Starting", std::nullopt, ""},
         {R"({"MESSAGE":[73,78,70,79,58,32,83,116,97,114,116,105,110,103]})", std::nullopt, ""},
     };
-    for (const Case &c : cases) {
-        const LogLine line = parse_log_line(c.line, now);
-        EXPECT_EQ(line.time, c.time) << c.line;
-        EXPECT_EQ(line.source, c.source) << c.line;
-        EXPECT_EQ(line.text, "INFO: Starting") << c.line;
+    for (const auto &[text, time, source] : cases) {
+        const LogLine line = parse_log_line(text, now);
+        EXPECT_EQ(line.time, time) << text;
+        EXPECT_EQ(line.source, source) << text;
+        EXPECT_EQ(line.text, "INFO: Starting") << text;
     }
     for (const char *odd : {"", "{", "{\"MESSAGE\":null}", "[]", "{\"MESSAGE\":{}}", "\xff\xfe"}) {
         EXPECT_FALSE(parse_event(parse_log_line(odd, now))) << odd;

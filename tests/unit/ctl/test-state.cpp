@@ -75,9 +75,14 @@ TEST_F(State, metricsAreWhatParsersOfBothTextFormatsRead) {
     EXPECT_EQ(shell(parsed).out, "duskvale_up 0\n");
 }
 
-TEST_F(State, thatCannotBeWrittenIsAFailure) {
+TEST_F(State, thatCannotBeWrittenIsAFailureUnlessNobodyReadsIt) {
     up(local);
     const Outcome outcome = shell("duskvalectl status >/dev/full");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("cannot write"));
+    /* Once the pipe's reader has gone. */
+    const Outcome unread = shell("trap '' PIPE; set -o pipefail\n"
+                                 "{ while printf ' ' 2>&-; do :; done; duskvalectl status; } | :");
+    EXPECT_EQ(unread.status, 0);
+    EXPECT_EQ(unread.err, "");
 }

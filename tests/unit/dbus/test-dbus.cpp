@@ -85,52 +85,49 @@ TEST_F(DBusTest, OnlyThePreferenceCanBeWritten) {
 }
 
 TEST_F(DBusTest, MethodsRefuseOrPassTheRequestOn) {
-    struct {
-        size_t nodes;
-        uint32_t frozen;
-        int agent_result;
-        const char *member;
-        const char *arguments;
-        const char *reply;
-        const char *asked;
-        const char *logged = "";
-    } const calls_made[] = {
-        {0, 2, -1, "SendMessage", "('caf\u00e9',)", "()", "text caf\u00e9;"},
-        {0, 2, -1, "KeepAlive", "()", "()", "alive 7;"},
-        {0, 2, -1, "LumacrateHotplug", "(true, '/x', 'hw', 'rack')", "()", "hotplug 1 /x hw rack;"},
-
-        {2, 0, 0, "TakeOver", "()", "(true,)", "take;"},
-        {2, 0, 1, "TakeOver", "()", "(true,)", "take;"},
-        {2, 0, -1, "TakeOver", "()", "(false,)", "take;"},
-        {1, big_id, 0, "TakeOver", "()", "(false,)", "",
-         "WARN: FROZEN to -1062731519 -- ignoring take-over change request\n"},
-        {0, 0, 0, "TakeOver", "()", "(false,)", "",
-         "WARN: Only 0 node -- ignoring take-over change request\n"},
-
-        {3, 0, 0, "GiveBack", "()", "(true,)", "give;"},
-        {2, 0, -1, "GiveBack", "()", "(false,)", "give;"},
-        {2, 2, 0, "GiveBack", "()", "(false,)", "",
-         "WARN: FROZEN to 2 -- ignoring give-back change request\n"},
-        {1, 0, 0, "GiveBack", "()", "(false,)", "",
-         "WARN: Only 1 node -- ignoring give-back change request\n"},
-
-        {2, 4, 1, "SetFreeze", "(true, 'disk')", "(true,)", "freeze 5 disk;"},
-        {2, 4, 0, "SetFreeze", "(false, 'over')", "(true,)", "freeze 0 over;"},
-        {2, 0, -1, "SetFreeze", "(true, '')", "(false,)", "freeze 5 ;"},
-        {1, 4, 0, "SetFreeze", "(false, '')", "(false,)", "",
-         "WARN: Only 1 node -- ignoring set-freeze change request\n"},
+    const auto expect = [this](const char *member, const char *arguments, const char *reply,
+                               const char *passed_on, const char *logged = "") {
+        Capture err;
+        EXPECT_EQ(client.method(member, arguments), reply) << member << logged;
+        EXPECT_EQ(asked(), passed_on) << member << logged;
+        EXPECT_EQ(err.text(), logged);
+    };
+    const auto state = [this](size_t nodes, uint32_t frozen, int result) {
+        duskvale_notify_joined(dbus, 2, nodes);
+        duskvale_notify_frozen_master(dbus, frozen, "");
+        agent_result = result;
     };
     start();
     duskvale_notify_new_master(dbus, 5);
-    for (const auto &c : calls_made) {
-        duskvale_notify_joined(dbus, 2, c.nodes);
-        duskvale_notify_frozen_master(dbus, c.frozen, "");
-        agent_result = c.agent_result;
-        Capture err;
-        EXPECT_EQ(client.method(c.member, c.arguments), c.reply) << c.member << c.logged;
-        EXPECT_EQ(asked(), c.asked) << c.member << c.logged;
-        EXPECT_EQ(err.text(), c.logged);
+
+    state(0, 2, -1);
+    expect("SendMessage", "('caf\u00e9',)", "()", "text caf\u00e9;");
+    expect("KeepAlive", "()", "()", "alive 7;");
+    expect("LumacrateHotplug", "(true, '/x', 'hw', 'rack')", "()", "hotplug 1 /x hw rack;");
+    for (const int result : {0, 1}) {
+        state(2, 0, result);
+        expect("TakeOver", "()", "(true,)", "take;");
+        expect("GiveBack", "()", "(true,)", "give;");
+        expect("SetFreeze", "(true, 'disk')", "(true,)", "freeze 5 disk;");
     }
+    state(2, 0, -1);
+    expect("TakeOver", "()", "(false,)", "take;");
+    expect("GiveBack", "()", "(false,)", "give;");
+    expect("SetFreeze", "(true, '')", "(false,)", "freeze 5 ;");
+    state(1, big_id, 0);
+    expect("TakeOver", "()", "(false,)", "",
+           "WARN: FROZEN to -1062731519 -- ignoring take-over change request\n");
+    expect("GiveBack", "()", "(false,)", "",
+           "WARN: FROZEN to -1062731519 -- ignoring give-back change request\n");
+    expect("SetFreeze", "(false, '')", "(false,)", "",
+           "WARN: Only 1 node -- ignoring set-freeze change request\n");
+    state(0, 0, 0);
+    expect("TakeOver", "()", "(false,)", "",
+           "WARN: Only 0 node -- ignoring take-over change request\n");
+    expect("GiveBack", "()", "(false,)", "",
+           "WARN: Only 0 node -- ignoring give-back change request\n");
+    state(2, 4, 0);
+    expect("SetFreeze", "(false, 'over')", "(true,)", "freeze 0 over;");
 }
 
 TEST_F(DBusTest, ARequestWithoutItsAgentCountsAsAccepted) {
@@ -147,48 +144,41 @@ TEST_F(DBusTest, ARequestWithoutItsAgentCountsAsAccepted) {
 
 TEST_F(DBusTest, EachEventIsLoggedAndAnnounced) {
     const std::string odd = "caf\xc3"; /* cut in the middle of a character */
-    const std::string shown = "caf\uFFFD";
+    const std::string shown = "'caf\uFFFD'";
     const char *text = odd.c_str();
     start();
-    struct {
-        std::function<gboolean()> notify;
-        std::string logged;
-        std::string signal;
-    } const events[] = {
-        {[&] { return duskvale_notify_new_master(dbus, big_id); },
-         "new_master: nodeid=3232235777\n", "NotifyNewMaster(uint32 3232235777,)"},
-        {[&] { return duskvale_notify_joined(dbus, big_id, 3); },
-         "joined: nodeid=3232235777 (node_count=3)\n", "NotifyJoined(uint32 3232235777, uint32 3)"},
-        {[&] { return duskvale_notify_left(dbus, 2, 1); }, "left: nodeid=2 (node_count=1)\n",
-         "NotifyLeft(uint32 2, uint32 1)"},
-        {[&] { return duskvale_notify_keep_alive(dbus, 2); }, "keep_alive: nodeid=2\n",
-         "NotifyKeepAlive(uint32 2,)"},
-        {[&] { return duskvale_notify_got_message(dbus, text); },
-         "got_message: message = " + odd + "\n", "NotifyGotMessage('" + shown + "',)"},
-        {[&] {
-             return duskvale_notify_lumacrate_hotplug(dbus, big_id, 4, FALSE, "hw", "rack", "/x");
-         },
-         "lumacrate_hotplug: REMOVED(-1062731519): total=4 [hw] @rack (/x)\n",
-         "NotifyLumacrateHotplug(uint32 3232235777, uint32 4, false, 'hw', 'rack', '/x')"},
-        /* The flag and the texts come as another node sent them. */
-        {[&] { return duskvale_notify_lumacrate_hotplug(dbus, 2, -1, 2, text, text, text); },
-         "lumacrate_hotplug: ADDED(2): total=-1 [" + odd + "] @" + odd + " (" + odd + ")\n",
-         "NotifyLumacrateHotplug(uint32 2, uint32 4294967295, true, '" + shown + "', '" + shown +
-             "', '" + shown + "')"},
-        {[&] { return duskvale_notify_runstep_begin(dbus, text, "start"); },
-         "runstep_begin: " + odd + std::string(12, ' ') + "start\n",
-         "NotifyRunstepBegin('" + shown + "', 'start')"},
-        {[&] { return duskvale_notify_runstep_end(dbus, text, "stop", -9); },
-         "runstep_end: " + odd + std::string(12, ' ') + "stop [status=-9]\n",
-         "NotifyRunstepEnd('" + shown + "', 'stop', -9)"},
-        {[&] { return duskvale_notify_runsteps_done(dbus, 3); },
-         "runsteps_done: Total errors = 3\n", "NotifyRunstepsDone(uint32 3,)"},
+    const auto expect = [this](const std::function<gboolean()> &notify, const std::string &logged,
+                               const std::string &signal) {
+        EXPECT_EQ(debug_lines([&] { EXPECT_TRUE(notify()); }),
+                  "DBG(DBUS): duskvale_notify_" + logged + "\n");
+        EXPECT_EQ(client.signal(), "Notify" + signal);
     };
-    for (const auto &event : events) {
-        EXPECT_EQ(debug_lines([&] { EXPECT_TRUE(event.notify()); }),
-                  "DBG(DBUS): duskvale_notify_" + event.logged);
-        EXPECT_EQ(client.signal(), event.signal);
-    }
+    expect([&] { return duskvale_notify_new_master(dbus, big_id); },
+           "new_master: nodeid=3232235777", "NewMaster(uint32 3232235777,)");
+    expect([&] { return duskvale_notify_joined(dbus, big_id, 3); },
+           "joined: nodeid=3232235777 (node_count=3)", "Joined(uint32 3232235777, uint32 3)");
+    expect([&] { return duskvale_notify_left(dbus, 2, 1); }, "left: nodeid=2 (node_count=1)",
+           "Left(uint32 2, uint32 1)");
+    expect([&] { return duskvale_notify_keep_alive(dbus, 2); }, "keep_alive: nodeid=2",
+           "KeepAlive(uint32 2,)");
+    expect([&] { return duskvale_notify_got_message(dbus, text); }, "got_message: message = " + odd,
+           "GotMessage(" + shown + ",)");
+    expect(
+        [&] { return duskvale_notify_lumacrate_hotplug(dbus, big_id, 4, FALSE, "hw", "at", "/x"); },
+        "lumacrate_hotplug: REMOVED(-1062731519): total=4 [hw] @at (/x)",
+        "LumacrateHotplug(uint32 3232235777, uint32 4, false, 'hw', 'at', '/x')");
+    /* The flag and the texts come as another node sent them. */
+    expect([&] { return duskvale_notify_lumacrate_hotplug(dbus, 2, -1, 2, text, text, text); },
+           "lumacrate_hotplug: ADDED(2): total=-1 [" + odd + "] @" + odd + " (" + odd + ")",
+           "LumacrateHotplug(uint32 2, uint32 4294967295, true, " + shown + ", " + shown + ", " +
+               shown + ")");
+    expect([&] { return duskvale_notify_runstep_begin(dbus, text, "start"); },
+           "runstep_begin: " + odd + "            start", "RunstepBegin(" + shown + ", 'start')");
+    expect([&] { return duskvale_notify_runstep_end(dbus, text, "stop", -9); },
+           "runstep_end: " + odd + "            stop [status=-9]",
+           "RunstepEnd(" + shown + ", 'stop', -9)");
+    expect([&] { return duskvale_notify_runsteps_done(dbus, 3); },
+           "runsteps_done: Total errors = 3", "RunstepsDone(uint32 3,)");
     EXPECT_TRUE(client.signals.empty());
 }
 
