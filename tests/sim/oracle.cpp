@@ -41,7 +41,6 @@ void Oracle::delivered(const Node &node, const Event &event) {
     case '1':
         state.start = event.number;
         state.unanswered = state.members;
-        state.running = true;
         state.blind = false;
         if (!state.doubt.empty()) {
             doubtful_answers[{event.number, node.id}] = state.doubt;
@@ -64,7 +63,7 @@ void Oracle::delivered(const Node &node, const Event &event) {
 void Oracle::refused(const Node &node, char type) {
     State &state = states[node.id];
     if (type == '1') {
-        state.running = state.blind = true;
+        state.blind = true;
     } else if (type == 'P') {
         refused_answers.insert({node.handling, node.id});
     } else if (type == 'F') {
@@ -98,7 +97,7 @@ void Oracle::logged(const Node &node, const std::string &line) {
     } else {
         state.doubt = stays ? "" : gap;
     }
-    state.running = state.blind = false;
+    state.blind = false;
 }
 
 std::string Oracle::why_aborted(const State &state) const {

@@ -38,8 +38,7 @@ private:
         std::set<uint32_t> unanswered; /* members whose answer to it did not arrive yet */
         uint64_t take_over = 0;        /* the event of the last take-over */
         uint64_t frozen_change = 0;    /* the last change of membership while frozen */
-        bool running = false;          /* a period is */
-        bool blind = false;            /* that began with an election start that was refused */
+        bool blind = false;            /* a period runs that began with a refused election start */
         bool freeze_refused = false;
         std::string doubt;
         uint64_t cause = 0; /* of the message being handled */

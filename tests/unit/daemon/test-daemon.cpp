@@ -75,8 +75,10 @@ TEST(CommandLine, RefusesWhatItDoesNotKnowWithTheUsageAndStatus1) {
 TEST(Foreground, RunsUntilAnyStopSignalAndLogsToStandardErrorOnly) {
     for (const int signo : {SIGHUP, SIGINT, SIGTERM}) {
         SyslogSocket syslog;
-        Daemon daemon({"ignored", "-f", "ignored too"});
+        std::ofstream("/etc/duskvale/pid") << "a longer text that must go\n";
+        Daemon daemon({"ignored", "-f", "-p", "pid", "ignored too"}, "/etc/duskvale");
         ASSERT_TRUE(daemon.wrote(registered)) << daemon.stderr_text();
+        EXPECT_EQ(file_text("/etc/duskvale/pid"), daemon.pid() + "\n") << "where it was started";
         kill(daemon.id(), signo);
         EXPECT_EQ(daemon.end(), 0);
         EXPECT_EQ(daemon.stderr_text(), starting + registered + stopped_by(signo));
@@ -145,6 +147,7 @@ TEST(Debug, NeedsTheMaskAndSevenTimesV) {
 
 TEST(Background, LeavesAProcessInTheRootDirectoryThatLogsToLocal5) {
     SyslogSocket syslog;
+    fs::remove("/etc/duskvale/pid");
     Daemon daemon({"-p", "etc/duskvale/pid"}, "/etc");
     EXPECT_EQ(daemon.end(), 0);
     EXPECT_EQ(daemon.stderr_text() + daemon.stdout_text(), "");
@@ -160,15 +163,6 @@ TEST(Background, LeavesAProcessInTheRootDirectoryThatLogsToLocal5) {
     EXPECT_TRUE(syslog.got(name + "]: INFO: Ending\n")) << syslog.all();
     EXPECT_TRUE(syslog.got(name + "-stdout]: redirected stdout")) << syslog.all();
     EXPECT_EQ(pid_in("/etc/duskvale/pid"), pid) << "the pid file stays";
-}
-
-TEST(PidFile, IsWrittenWhereTheForegroundProcessStands) {
-    std::ofstream("/etc/duskvale/pid") << "a longer text that must go\n";
-    Daemon daemon({"-f", "-p", "pid"}, "/etc/duskvale");
-    ASSERT_TRUE(daemon.wrote(registered)) << daemon.stderr_text();
-    EXPECT_EQ(file_text("/etc/duskvale/pid"), daemon.pid() + "\n");
-    kill(daemon.id(), SIGTERM);
-    EXPECT_EQ(daemon.end(), 0);
 }
 
 TEST(PidFile, EndsTheProcessWhenItCannotBeWritten) {
