@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <map>
 #include <sstream>
 
@@ -50,11 +51,17 @@ void check_active(Properties &unit, Findings &findings) {
     if (state == "active") {
         findings.add(Level::ok, text);
     } else if (state == "failed") {
-        findings.add(Level::critical, text + ": " + printable(unit["Result"]),
+        /* Result tells of the last end, mostly also when systemd has given up restarting. */
+        const uint64_t restarts = std::strtoull(unit["NRestarts"].c_str(), nullptr, 10);
+        const std::string tried = restarts == 0 ? "" : " after " + counted(restarts, "restart");
+        findings.add(Level::critical, text + tried + ": " + printable(unit["Result"]),
                      "journalctl -u " DUSKVALE_IDENT " -e; when the cause is mended: "
                      "systemctl reset-failed " DUSKVALE_IDENT ", then systemctl start it");
     } else if (state == "inactive") {
         findings.add(Level::critical, text, "systemctl start " DUSKVALE_IDENT);
+    } else if (unit["SubState"] == "start-pre") {
+        findings.add(Level::warning, text + ": it waits until corosync has found a peer",
+                     "corosync-cfgtool -s; it does not wait for long");
     } else {
         findings.add(Level::warning, text, "systemctl status " DUSKVALE_IDENT);
     }
@@ -70,7 +77,7 @@ void check_unit(const Facts &, Findings &findings) {
     const ProgramAnswer systemctl =
         ask_program({"systemctl", "show", DUSKVALE_IDENT,
                      "--property=LoadState,UnitFileState,ActiveState,SubState,Result,"
-                     "NeedDaemonReload"});
+                     "NRestarts,NeedDaemonReload"});
     if (!systemctl.good()) {
         findings.add(Level::unknown,
                      "systemctl does not tell: " +

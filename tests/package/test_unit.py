@@ -14,6 +14,13 @@ HEALED = STOPPED + STARTED
 TALKS = "#!/bin/sh\n[ $1 != start ] || { echo said; echo lamented >&2; }\n"
 
 
+def unit_findings(machine):
+    """What the doctor says of the unit."""
+    text = machine.output("duskvalectl", "doctor", "--json", check=False)
+    findings = json.loads(text)["findings"]
+    return [(entry["level"], entry["text"]) for entry in findings if entry["area"] == "unit"]
+
+
 def test_unit_is_sound_and_as_closed_as_it_was(machine, daemon):
     assert machine.output("systemd-analyze", "verify", "--man=no", UNIT) == ""
     # In tenths; lower is more closed. What it was measured to be is in docs/install.md.
@@ -100,6 +107,36 @@ def test_corosync_that_dies_comes_back_with_the_daemon(machine, daemon):
     assert daemon.property("ActiveState", "corosync.service") == "active"
 
 
+def test_start_waits_for_a_ring_while_corosync_is_new_and_has_peers_to_look_for(machine, daemon):
+    def waits():
+        return [line["MESSAGE"] for line in daemon.journal() if "wait-for-ring" in line["MESSAGE"]]
+
+    before = waits()
+    daemon.systemctl("kill", "--signal=KILL", "corosync.service")
+    daemon.wait_steps(HEALED)
+    assert waits() == before
+
+    program = f"/usr/libexec/{NAME}/wait-for-ring"
+    daemon.drop_in(f"[Service]\nExecStartPre=\nExecStartPre=-{program} 5\n")
+    conf = machine.path("/etc/corosync/corosync.conf")
+    text = conf.read_text(encoding="utf-8")
+    absent = "nodelist {\n    node {\n        nodeid: 2\n        ring0_addr: 127.0.0.2\n    }\n"
+    conf.write_text(text.replace("nodelist {\n", absent), encoding="utf-8")
+    try:
+        daemon.systemctl("kill", "--signal=KILL", "corosync.service")
+        waiting = "it is activating (start-pre): it waits until corosync has found a peer"
+        wait_until(lambda: ("warning", waiting) in unit_findings(machine), LIMIT_S, waiting)
+        daemon.wait_steps(HEALED + HEALED)
+        [line] = waits()[len(before):]
+        assert line.startswith("INFO: wait-for-ring: no peer is in the ring 5 s after")
+        daemon.systemctl("restart", UNIT)
+        daemon.wait_steps(HEALED + HEALED + HEALED)
+        assert waits() == [*before, line]
+    finally:
+        conf.write_text(text, encoding="utf-8")
+        machine.run("systemctl", "stop", "corosync")
+
+
 def test_daemon_stops_before_corosync_and_starts_with_it(daemon):
     daemon.systemctl("enable", UNIT)
     daemon.systemctl("stop", "corosync.service")
@@ -144,27 +181,28 @@ def test_loop_of_failing_starts_ends_visibly(machine, daemon):
     try:
         wait_until(lambda: daemon.property("SubState") == "failed", LIMIT_S, "given up")
         assert int(daemon.property("NRestarts")) == 9
+        given_up = "it is failed (failed) after 9 restarts: exit-code"
+        assert ("critical", given_up) in unit_findings(machine)
     finally:
         machine.run("systemctl", "stop", "second")
 
 
 def test_doctor_knows_how_the_unit_stands(machine, daemon):
-    def found():
-        text = machine.output("duskvalectl", "doctor", "--json", check=False)
-        findings = json.loads(text)["findings"]
-        return [(entry["level"], entry["text"]) for entry in findings if entry["area"] == "unit"]
-
+    enabled = ("ok", "it is enabled: started at boot, and with corosync")
+    running = ("ok", "it is active (running)")
     daemon.systemctl("enable", UNIT)
-    assert found() == [
-        ("ok", "it is enabled: started at boot, and with corosync"), ("ok", "it is active (running)")
-    ]
+    assert unit_findings(machine) == [enabled, running]
+    machine.run("touch", daemon.property("FragmentPath"))
+    changed = ("warning", "its file has changed, and systemd has not read it since")
+    assert unit_findings(machine) == [enabled, changed, running]
+    daemon.systemctl("daemon-reload")
     daemon.systemctl("disable", "--now", UNIT)
-    assert found() == [
+    assert unit_findings(machine) == [
         ("warning", "it is not started at boot: disabled"), ("critical", "it is inactive (dead)")
     ]
     machine.run("systemctl", "mask", "--runtime", UNIT)
     try:
-        [masked] = found()
+        [masked] = unit_findings(machine)
         assert masked == ("critical", "it is masked: nothing can start it")
     finally:
         machine.run("systemctl", "unmask", "--runtime", UNIT)
