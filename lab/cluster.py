@@ -308,4 +308,5 @@ class Lab:
             "package": package,
             "daemon": [*daemon, "-f"],
             "environment": environment(self._facts["variables"]),
+            "rules": None,
         }

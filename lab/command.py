@@ -5,7 +5,7 @@ import os
 import sys
 import time
 
-from . import diagnosis, state
+from . import diagnosis, state, unit
 from .cluster import DAEMON_PATH, DEMO_DAEMON_PATH, Lab
 from .processes import SEARCH_PATH, inside
 from .waiting import LabError
@@ -20,6 +20,9 @@ def up(options):
     if state.find(options.name):
         raise LabError(f"the lab '{options.name}' is up already")
     with lab:
+        if options.supervised:
+            for node in lab.nodes:
+                node.supervise(unit.rules_on(node))
         if options.start and lab.has_daemon:
             lab.start()
             lab.wait_master()
@@ -97,6 +100,8 @@ VERBS = {
         (("--daemon",), {"help": "path of the daemon (the one that was built)"}),
         (("--policy",), {"help": "path of its bus policy (that of data/)"}),
         (("--package",), {"metavar": "FILE.deb", "help": "install this on the nodes instead"}),
+        (("--supervised",), {"action": "store_true",
+                             "help": "do what the unit says when a daemon starts or has ended"}),
         (("--no-start",), {"dest": "start", "action": "store_false",
                            "help": "do not start the daemons"}),
     ]),

@@ -36,7 +36,7 @@ _NODE = """\
 # Knet, the default, knows no larger node ids.
 _KNET_MAX_ID = 65535
 
-_STARTING = re.compile(r"Corosync Cluster Engine .* starting up")
+_STARTING = re.compile(r"^lab: started")  # What corosync says itself comes later.
 _MEMBERS = re.compile(r"Sync members\[\d+\]: (.*)")
 _SYNCED = "Completed service synchronization"
 

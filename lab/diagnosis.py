@@ -1,9 +1,12 @@
 """Texts about the state of a lab for people: the table of "lab status", and a failure's report."""
 
 from . import agreement
+from .daemon import FAILED, RESTING, STARTING
 from .network import MAIN
 from .node import COROSYNC, DAEMON
 from .waiting import LabError
+
+_DOING = {STARTING: "starting", RESTING: "restarting", FAILED: "given up"}
 
 
 def rows(lab):
@@ -40,10 +43,15 @@ def _row(node, state):
     cable = "cut" if state["cut"] else "ok" if state["side"] == MAIN else state["side"]
     ring = ",".join(map(str, sorted(node.ring()))) if services[COROSYNC]["pid"] else "no corosync"
     daemon = services[DAEMON]
-    if daemon["pid"]:
-        process = f"pid {daemon['pid']}"
-    else:
-        process = "never started" if daemon["status"] is None else f"ended ({daemon['status']})"
     master = agreement.master_of(node) if daemon["pid"] else None
     named = {None: "-", 0: "none"}.get(master, str(master))
-    return (node.name, node.address, "on", cable, ring or "none", process, named)
+    return (node.name, node.address, "on", cable, ring or "none", _process(daemon), named)
+
+
+def _process(daemon):
+    if daemon["pid"]:
+        return f"pid {daemon['pid']}"
+    doing = _DOING.get(daemon["manager"], "ended")
+    if daemon["status"] is not None:
+        return f"{doing} ({daemon['status']})"
+    return doing if daemon["manager"] else "never started"

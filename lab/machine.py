@@ -8,6 +8,7 @@ socket. The node's description is in there, as JSON:
   package          path of a .deb to install on the node, or null
   daemon           command line of the daemon
   environment      variables of the services
+  rules            of the daemon's service manager, see daemon.py, or null
 """
 
 import contextlib
@@ -22,7 +23,7 @@ from .control import Listener
 from .daemon import Daemon
 from .filesystem import prepare_node
 from .init import Init
-from .service import Service, StampingService
+from .service import NotifyingService, Service, StampingService
 
 DESCRIPTION = "description.json"
 
@@ -55,15 +56,17 @@ class Machine:
         made = (
             ("bus", Service, BUS, environment, "bus"),
             ("recorder", StampingService, RECORDER, os.environ, "signals"),
-            ("corosync", Service, COROSYNC, environment, "corosync"),
+            ("corosync", NotifyingService, COROSYNC, environment, "corosync"),
         )
         services = {
             name: kind(self._init, argv, variables, f"{directory}/{journal}.log")
             for name, kind, argv, variables, journal in made
         }
         services["daemon"] = Daemon(
-            self._init, description["daemon"], environment, f"{directory}/daemon.log", self._strays
+            self._init, description["daemon"], environment, f"{directory}/daemon.log", self._strays,
+            dict(services),
         )
+        services["daemon"].supervise(description["rules"])
         return services
 
     def run(self):
@@ -74,7 +77,7 @@ class Machine:
         self._init.run()
 
     def do_start(self, service, arguments=()):
-        return self._services[service].start(list(arguments))
+        self._services[service].start(list(arguments))
 
     def do_signal(self, service, number):
         self._services[service].signal(number)

@@ -11,6 +11,7 @@ from typing import NamedTuple
 from . import corosync, filesystem
 from .bus import Bus
 from .control import ask, listener_pid
+from .daemon import STARTING
 from .journal import Journal
 from .network import MAIN
 from .processes import run_inside, start_inside
@@ -45,18 +46,18 @@ class Node:
     # The daemon
 
     def start(self, *arguments, wait=True, limit=10.0):
-        """Starts the daemon in the foreground with further `arguments` and returns its pid.
+        """Starts the daemon in the foreground with further `arguments`.
 
         With `wait` comes back when it has its name on the bus; raises LabError if it ends first.
         """
-        pid = self._ask("start", service=DAEMON, arguments=arguments)
+        self._ask("start", service=DAEMON, arguments=arguments)
         if wait:
             self.wait_registered(limit)
-        return pid
 
     def wait_registered(self, limit=10.0):
         def registered():
-            if not self.alive():
+            daemon = self.status()[DAEMON]
+            if not daemon["pid"] and daemon["manager"] != STARTING:
                 raise LabError(f"the daemon of {self} ended, status {self.exit_status()}; its last "
                                f"lines:\n{self.last_lines()}")
             return self.bus.has_daemon()
@@ -95,8 +96,7 @@ class Node:
 
     def status(self):
         """For each service its "pid" (None: not running), its last exit "status", when it "ended"
-        and how many "ends" are over; for the daemon, whether its service manager is still "ending"
-        it."""
+        and how many "ends" are over; for the daemon, what its "manager" does, see daemon.py."""
         return self._ask("status")
 
     def alive(self, service=DAEMON):
@@ -116,8 +116,10 @@ class Node:
         return self.status()[service]["status"]
 
     def supervise(self, rules=None):
-        """What the service manager is to do when the daemon ends; see unit.py and daemon.py."""
-        self._ask("supervise", rules=rules)
+        """What the service manager does at starts and ends of the daemon; see unit.py and daemon.py."""
+        self.lab.ask("supervise", name=self.name, rules=rules)
+        if self.is_on():
+            self._ask("supervise", rules=rules)
 
     # What it said
 
@@ -250,8 +252,9 @@ class Node:
         return views[-1][1] if views else set()
 
     def kill_corosync(self):
+        ends = self.status()[COROSYNC]["ends"]
         self.signal(signal.SIGKILL, COROSYNC)
-        self.wait_ended(service=COROSYNC)
+        self.wait_ended(service=COROSYNC, ends=ends)
 
     def start_corosync(self):
         """Starts corosync; Lab.wait_ring says when it has found the others."""
@@ -305,7 +308,7 @@ class Node:
             self.start_corosync()
         if self.alive():
             self.kill()
-        self._wait(lambda: not self.status()[DAEMON]["ending"], 60.0, f"{self} is done")
+        self._wait(lambda: not self.status()[DAEMON]["manager"], 60.0, f"{self} is done")
         self._wait(lambda: self._ask("sweep") == 0, 10.0, f"nothing is left of the steps of {self}")
         self.lab.ask("restore_addresses", name=self.name)
         for directory in (filesystem.SETTINGS, filesystem.RUN_DIRECTORY, filesystem.DEVICES):

@@ -1,6 +1,8 @@
 """A service of a node: a program that is started, watched and asked for its state."""
 
+import contextlib
 import os
+import socket
 import sys
 
 from .journal import Stamper, write_line
@@ -31,7 +33,10 @@ class Service:
         self._pid = self._spawn(self._argv + arguments, self._note_end)
         self._status = self._ended = None
         self._note(f"started, pid {self._pid}")
-        return self._pid
+
+    def is_ready(self):
+        """Whether others that need it may be started."""
+        return self._pid is not None
 
     def signal(self, number):
         if self._pid is None:
@@ -93,3 +98,29 @@ class StampingService(Service):
 
     def _note(self, text):
         pass  # The journal holds what the program writes, and nothing else.
+
+
+class NotifyingService(Service):
+    """Says itself when it is ready, as to systemd: sd_notify(3)."""
+
+    def __init__(self, init, argv, environment, journal):
+        name = f"lab-{argv[0]}"  # Abstract, so in the node's network namespace and no other.
+        super().__init__(init, argv, {**environment, "NOTIFY_SOCKET": f"@{name}"}, journal)
+        self._ready = False
+        self._notices = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._notices.bind(f"\0{name}")
+        self._notices.setblocking(False)
+        init.watch(self._notices, self._take_notices)
+
+    def start(self, arguments):
+        self._take_notices()  # of the one before
+        self._ready = False
+        super().start(arguments)
+
+    def is_ready(self):
+        return super().is_ready() and self._ready
+
+    def _take_notices(self):
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                self._ready = b"READY=1" in self._notices.recv(4096).split(b"\n") or self._ready

@@ -79,6 +79,10 @@ class Supervisor:
         finally:
             os.close(output)
 
+    def do_supervise(self, name, rules):
+        """The node gets these rules of a service manager with its next power_on."""
+        self._descriptions[name]["rules"] = rules
+
     def do_power_off(self, name):
         """Ends all processes of the node at once. It is off when "nodes" says so."""
         os.kill(listener_pid(f"{self._descriptions[name]['directory']}/control"), signal.SIGKILL)

@@ -1,9 +1,10 @@
-"""What the shipped service unit says of a daemon that has ended: rules for Node.supervise."""
+"""What the shipped service unit says of the daemon's starts and ends: rules for Node.supervise."""
 
 import re
 
 from .cluster import CHECKOUT
 from .filesystem import PACKAGED_UNIT
+from .node import COROSYNC
 from .waiting import LabError
 
 DATA = CHECKOUT / "data"
@@ -12,14 +13,20 @@ UNIT = DATA / "duskvale-corosync-bridge.service.in"
 # Where meson puts what the unit calls is where it is taken from here.
 _INSTALLED = {"@libexecdir@": str(DATA)}
 _UNITS_OF_TIME = {"ms": 0.001, "s": 1.0, "": 1.0, "min": 60.0}
+_SERVICES = {"corosync.service": COROSYNC}
 
 
 def rules(restart=True, unit=UNIT):
     """The rules of the file `unit`; without `restart` a daemon that has ended stays down."""
-    commands = [_command(value) for value in _values(unit, "ExecStopPost") if value]
     return {
+        "requires": [_SERVICES[name] for name in " ".join(_values(unit, "Requires")).split()],
+        "before_start": [_command(_ignored(value)) for value in _values(unit, "ExecStartPre")],
+        "start_limit": {
+            "interval": _seconds(_values(unit, "StartLimitIntervalSec")[-1]),
+            "burst": int(_values(unit, "StartLimitBurst")[-1]),
+        },
         "rest_limit": _seconds(_values(unit, "TimeoutStopSec")[-1]),
-        "after_end": commands,
+        "after_end": [_command(value) for value in _values(unit, "ExecStopPost")],
         "restart_after": _seconds(_values(unit, "RestartSec")[-1]) if restart else None,
     }
 
@@ -32,9 +39,16 @@ def rules_on(node):
 def _values(unit, key):
     lines = unit.read_text(encoding="utf-8").splitlines()
     values = [line.partition("=")[2].strip() for line in lines if line.startswith(f"{key}=")]
-    if not values:
+    if not any(values):
         raise LabError(f"{unit.name} does not set {key}")
-    return values
+    return list(filter(None, values))
+
+
+def _ignored(text):
+    """The command without the sign that its failure does not matter, which is all that is played."""
+    if not text.startswith("-"):
+        raise LabError(f"the lab starts the daemon also after a failure of '{text}'")
+    return text[1:]
 
 
 def _command(text):

@@ -1,0 +1,68 @@
+"""What the shipped unit makes of a cluster, its rules played by the lab's service managers."""
+
+import pytest
+from support import lines, others, time_at
+
+from lab import unit
+from lab.daemon import FAILED
+from lab.node import DAEMON
+from lab.waiting import now
+
+
+@pytest.fixture(name="supervised")
+def _supervised(lab):
+    for node in lab.nodes:
+        node.supervise(unit.rules_on(node))
+    return lab
+
+
+def aborted(lab):
+    """The nodes on which a daemon has aborted since the last reset, as when two masters meet."""
+    return [node for node in lab.nodes if lines(node, "lab: ended, status -6")]
+
+
+@pytest.mark.parametrize("role", ["master", "slave"])
+def test_killed_corosync_comes_back_with_its_daemon_and_ends_no_other(supervised, role):
+    lab = supervised
+    lab.start()
+    master = lab.node(lab.wait_master())
+    lost = master
+    if role == "slave":
+        master.set("PreferredMaster", True)  # Or the join might move mastership, as any join.
+        assert lab.wait_master() == master.number
+        lost = others(lab, master.number)[0]
+    since = time_at(*lab.nodes)
+    lost.kill_corosync()
+    lost.wait_log("INFO: Registered on dbus", limit=30.0, since=since)
+    lab.wait_ring()
+    lab.wait_master(limit=30.0)
+    assert aborted(lab) == []
+    assert not any(lines(node, "lab: ended", since) for node in others(lab, lost.number))
+    took_over = [node for node in lab.nodes if lines(node, "INFO: MASTER:", since)]
+    assert bool(took_over) == (role == "master")
+
+
+def test_boot_of_all_nodes_makes_one_master_and_ends_no_daemon(supervised):
+    lab = supervised
+    for node in lab.nodes:
+        node.power_off()
+    since = now()
+    for node in lab.nodes:
+        node.power_on(wait=False)
+    for node in lab.nodes:
+        node.wait_booted(since)
+        node.start(wait=False)
+    lab.wait_master(limit=30.0)
+    assert aborted(lab) == []
+    # And what the power cut did not take: the next end is followed by a start.
+    lab.node(1).kill()
+    lab.wait_master()
+
+
+def test_daemon_that_cannot_start_is_given_up(supervised):
+    node = supervised.node(1)
+    since = now()
+    node.start("--no-such-option", wait=False)
+    supervised.wait(lambda: node.status()[DAEMON]["manager"] == FAILED, 30.0, "given up")
+    assert len(lines(node, "lab: started", since)) == 10
+    assert lines(node, "lab: not started: too many starts", since)
