@@ -1,5 +1,6 @@
 /* Elections and split brain, step by step. */
 #include "script.h"
+#include "support/golden.h"
 
 namespace {
 
@@ -23,37 +24,7 @@ uint32_t elect(const std::vector<std::string> &messages) {
 TEST(Election, OfALoneNodeIsLoggedToTheByte) {
     Cluster c(1);
     c.start(1).stop(1)[1].log.clear(); /* the making of the class, once in a process */
-    const std::string started =
-        "> send_master_election_start: START MASTER ELECTION (local nodeid = 1 priority = 0)\n";
-    const std::string answered =
-        "> message_handler_master_election_start: From 1: \n"
-        "> send_master_propose: nodeid = 1 priority = 0 sync_counter = 0 current_master = 0\n";
-    const std::string proposed = "> message_handler_master_propose: From 1: nodeid = 1 priority = "
-                                 "0 sync_counter = 0 current_master_nodeid = 0 (my_priority = 0)\n"
-                                 "> message_handler_master_propose: From 1: PROPOSAL FROM 1: "
-                                 "FIRST: priority 0 sync_counter 0\n";
-    EXPECT_EQ(
-        debug_log(c[1], [&c] { c.start(1).run(1000); }),
-        "\n"
-        "> duskvale_corosync_init: \n"
-        "> duskvale_corosync_new: local.nodeid=1\n"
-        "> dvlc_lumacrate_count: total Lumacrates = 0\n"
-        "> handle_joined: From 1: JOINED: 1 nodes\n" +
-            started + "> frozen_master_was_set: nodeid = 1 frozen_master = 0 reason = (0) ''\n" +
-            answered +
-            "> message_handler_frozen_master: From 1: Got frozen Master = 0 reason = (1) ''\n"
-            "INFO: From 1: UNFROZEN master -- start election\n" +
-            started + proposed + answered + proposed +
-            "> election_timed_out: previous master -- Unknown\n"
-            "> election_timed_out: Found best master: nodeid = 1 priority = 0\n"
-            "INFO: ELECTION-FINISHED: Master should be 1 (that's me -- taking over) [priority 0]\n"
-            "> send_master_takeover: nodeid = 1 priority = 0\n"
-            "> message_handler_master_takeover: From 1: Master is now 1 priority = 0 sync_counter "
-            "= 0\n"
-            "INFO: MASTER: (nodeid = 1 priority = 0 sync_counter = 0) -- local sync_counter = 0\n"
-            "INFO: ---------- run steps done (0 errors)\n"
-            "> set_master: Started agents: status = 1\n"
-            "> sync_timer_callback: local.sync_counter = 1\n");
+    expect_golden("lone-election.log", debug_log(c[1], [&c] { c.start(1).run(1000); }));
 }
 
 TEST(Election, IsWonByTheHighestCounterAndAmongEqualsByTheFirstDelivered) {

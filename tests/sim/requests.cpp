@@ -91,10 +91,10 @@ TEST(Sync, GrowsByOneASecondAndByElevenOnAPreferredMaster) {
         Cluster c(1);
         c[1].preferred = preferred;
         c.start(1).run(999);
-        const std::string line = "\n> sync_timer_callback: local.sync_counter = ";
+        const std::string line = "DBG(DUSKVALE): sync_timer_callback: local.sync_counter = ";
         /* Its join and the unfreeze that followed gave the preferred one 10 each. */
         EXPECT_EQ(debug_log(c[1], [&c] { c.run(1001); }),
-                  line + (preferred ? "31" : "1") + line + (preferred ? "42\n" : "2\n"));
+                  line + (preferred ? "31\n" : "1\n") + line + (preferred ? "42\n" : "2\n"));
     }
 }
 

@@ -1,12 +1,9 @@
-/*
- * duskvalectl as its user meets it: run as a program, and what it wrote and how it ended held
- * against the kept examples in golden/. With UPDATE_GOLDEN=1 in the environment of the test the
- * examples are written anew; read the difference before you commit it.
- */
+/* duskvalectl as its user meets it: run as a program; what it wrote and how it ended is held
+   against kept examples. */
 #pragma once
 
 #include "support/child.h"
-#include "support/file.h"
+#include "support/golden.h"
 
 #include <gmock/gmock.h>
 
@@ -91,16 +88,8 @@ inline std::string session(
     return text;
 }
 
-/* Compares with golden/NAME. */
-inline void expect_golden(const std::string &name, const std::string &text) {
-    const std::filesystem::path path = source_path("tests/unit/ctl/golden/" + name);
-    if (std::getenv("UPDATE_GOLDEN") != nullptr) {
-        std::ofstream(path) << text;
-    }
-    EXPECT_EQ(text, file_text(path)) << path;
-}
-
-/* The same for output with the present time in it, which counts only by its form. */
+/* The same as expect_golden for output with the present time in it, which counts only by its form.
+ */
 inline void expect_timed_golden(const std::string &name, std::string text) {
     static const std::regex clock(R"(\d\d:\d\d:\d\d\.\d{3})");
     static const std::regex date(R"(\d{4}-\d\d-\d\dT)");

@@ -1,8 +1,10 @@
 #include "base/log.h"
 #include "dbus/fixture.h"
 #include "support/capture.h"
+#include "support/golden.h"
 
 #include <functional>
+#include <tuple>
 
 namespace {
 
@@ -16,6 +18,12 @@ std::string debug_lines(const std::function<void()> &call) {
     return err.text();
 }
 
+/* For a file: what is not ASCII as octal numbers. */
+std::string escaped(const std::string &text) {
+    g_autofree gchar *result = g_strescape(text.c_str(), "\n\\\"");
+    return result;
+}
+
 const char *const property_names[] = {
     "Version",         "LocalNodeId",  "NodeCount",          "MasterNodeId",    "IsMaster",
     "PreferredMaster", "FrozenMaster", "FrozenMasterReason", "LumacratesCount", "InTransition"};
@@ -23,32 +31,30 @@ const char *const property_names[] = {
 } // namespace
 
 TEST_F(DBusTest, PropertiesFollowTheEvents) {
+    std::string text;
+    const auto read_all = [&] {
+        for (const char *name : property_names) {
+            text += client.get(name) + "\n";
+        }
+        text += client.properties("GetAll") + "\n";
+    };
     write_file(DUSKVALE_PREFERRED_MASTER_FILE, "2\n");
     start(&recording, big_id);
-    const auto expect_all = [this](const std::vector<std::string> &values) {
-        std::string all;
-        for (size_t i = 0; i < values.size(); i++) {
-            EXPECT_EQ(client.get(property_names[i]), "(<" + values[i] + ">,)");
-            all.append(i > 0 ? ", '" : "'").append(property_names[i]);
-            all.append("': <").append(values[i]).append(">");
-        }
-        EXPECT_EQ(client.properties("GetAll"), "({" + all + "},)");
-    };
-    expect_all({"'1.0'", "-1062731519", "0", "0", "false", "true", "0", "''", "0", "false"});
+    read_all();
     EXPECT_EQ(asked(), "count;count;");
 
     agent_result = 4;
     duskvale_notify_joined(dbus, 2, 2);
     duskvale_notify_new_master(dbus, big_id);
     duskvale_notify_frozen_master(dbus, big_id, "disk");
-    expect_all({"'1.0'", "-1062731519", "2", "-1062731519", "true", "true", "-1062731519", "'disk'",
-                "4", "true"});
+    read_all();
 
     duskvale_notify_left(dbus, 2, 1);
     duskvale_notify_new_master(dbus, 2);
     duskvale_notify_runsteps_done(dbus, 0);
     duskvale_notify_frozen_master(dbus, 0, "over");
-    expect_all({"'1.0'", "-1062731519", "1", "2", "false", "true", "0", "''", "4", "false"});
+    read_all();
+    expect_golden("properties", text);
     EXPECT_NE(client.get("Missing").front(), '(');
 }
 
@@ -85,49 +91,33 @@ TEST_F(DBusTest, OnlyThePreferenceCanBeWritten) {
 }
 
 TEST_F(DBusTest, MethodsRefuseOrPassTheRequestOn) {
-    const auto expect = [this](const char *member, const char *arguments, const char *reply,
-                               const char *passed_on, const char *logged = "") {
+    std::string text;
+    const auto ask = [&](const std::string &member, const std::string &arguments) {
         Capture err;
-        EXPECT_EQ(client.method(member, arguments), reply) << member << logged;
-        EXPECT_EQ(asked(), passed_on) << member << logged;
-        EXPECT_EQ(err.text(), logged);
-    };
-    const auto state = [this](size_t nodes, uint32_t frozen, int result) {
-        duskvale_notify_joined(dbus, 2, nodes);
-        duskvale_notify_frozen_master(dbus, frozen, "");
-        agent_result = result;
+        const std::string reply = client.method(member.c_str(), arguments);
+        text += member + arguments + " -> " + reply + "\n" + err.text();
+        text += calls.empty() ? "" : "    " + asked() + "\n";
     };
     start();
     duskvale_notify_new_master(dbus, 5);
-
-    state(0, 2, -1);
-    expect("SendMessage", "('caf\u00e9',)", "()", "text caf\u00e9;");
-    expect("KeepAlive", "()", "()", "alive 7;");
-    expect("LumacrateHotplug", "(true, '/x', 'hw', 'rack')", "()", "hotplug 1 /x hw rack;");
-    for (const int result : {0, 1}) {
-        state(2, 0, result);
-        expect("TakeOver", "()", "(true,)", "take;");
-        expect("GiveBack", "()", "(true,)", "give;");
-        expect("SetFreeze", "(true, 'disk')", "(true,)", "freeze 5 disk;");
+    const std::tuple<size_t, uint32_t, int> states[] = {
+        {0, 0, 0}, {1, big_id, 0}, {2, 0, -1}, {2, 0, 0}, {2, 0, 1}, {3, 2, 0},
+    };
+    for (const auto &[nodes, frozen, result] : states) {
+        duskvale_notify_joined(dbus, 2, nodes);
+        duskvale_notify_frozen_master(dbus, frozen, "");
+        agent_result = result;
+        text += "### " + std::to_string(nodes) + " nodes, frozen to " + std::to_string(frozen) +
+                ", the agents answer " + std::to_string(result) + "\n";
+        ask("SendMessage", "('caf\u00e9',)");
+        ask("KeepAlive", "()");
+        ask("LumacrateHotplug", "(true, '/x', 'hw', 'rack')");
+        ask("TakeOver", "()");
+        ask("GiveBack", "()");
+        ask("SetFreeze", "(true, 'disk')");
+        ask("SetFreeze", "(false, 'over')");
     }
-    state(2, 0, -1);
-    expect("TakeOver", "()", "(false,)", "take;");
-    expect("GiveBack", "()", "(false,)", "give;");
-    expect("SetFreeze", "(true, '')", "(false,)", "freeze 5 ;");
-    state(1, big_id, 0);
-    expect("TakeOver", "()", "(false,)", "",
-           "WARN: FROZEN to -1062731519 -- ignoring take-over change request\n");
-    expect("GiveBack", "()", "(false,)", "",
-           "WARN: FROZEN to -1062731519 -- ignoring give-back change request\n");
-    expect("SetFreeze", "(false, '')", "(false,)", "",
-           "WARN: Only 1 node -- ignoring set-freeze change request\n");
-    state(0, 0, 0);
-    expect("TakeOver", "()", "(false,)", "",
-           "WARN: Only 0 node -- ignoring take-over change request\n");
-    expect("GiveBack", "()", "(false,)", "",
-           "WARN: Only 0 node -- ignoring give-back change request\n");
-    state(2, 4, 0);
-    expect("SetFreeze", "(false, 'over')", "(true,)", "freeze 0 over;");
+    expect_golden("methods", text);
 }
 
 TEST_F(DBusTest, ARequestWithoutItsAgentCountsAsAccepted) {
@@ -143,80 +133,42 @@ TEST_F(DBusTest, ARequestWithoutItsAgentCountsAsAccepted) {
 }
 
 TEST_F(DBusTest, EachEventIsLoggedAndAnnounced) {
-    const std::string odd = "caf\xc3"; /* cut in the middle of a character */
-    const std::string shown = "'caf\uFFFD'";
-    const char *text = odd.c_str();
+    const char *odd = "caf\xc3"; /* cut in the middle of a character, as another node sent it */
     start();
-    const auto expect = [this](const std::function<gboolean()> &notify, const std::string &logged,
-                               const std::string &signal) {
-        EXPECT_EQ(debug_lines([&] { EXPECT_TRUE(notify()); }),
-                  "DBG(DBUS): duskvale_notify_" + logged + "\n");
-        EXPECT_EQ(client.signal(), "Notify" + signal);
-    };
-    expect([&] { return duskvale_notify_new_master(dbus, big_id); },
-           "new_master: nodeid=3232235777", "NewMaster(uint32 3232235777,)");
-    expect([&] { return duskvale_notify_joined(dbus, big_id, 3); },
-           "joined: nodeid=3232235777 (node_count=3)", "Joined(uint32 3232235777, uint32 3)");
-    expect([&] { return duskvale_notify_left(dbus, 2, 1); }, "left: nodeid=2 (node_count=1)",
-           "Left(uint32 2, uint32 1)");
-    expect([&] { return duskvale_notify_keep_alive(dbus, 2); }, "keep_alive: nodeid=2",
-           "KeepAlive(uint32 2,)");
-    expect([&] { return duskvale_notify_got_message(dbus, text); }, "got_message: message = " + odd,
-           "GotMessage(" + shown + ",)");
-    expect(
-        [&] { return duskvale_notify_lumacrate_hotplug(dbus, big_id, 4, FALSE, "hw", "at", "/x"); },
-        "lumacrate_hotplug: REMOVED(-1062731519): total=4 [hw] @at (/x)",
-        "LumacrateHotplug(uint32 3232235777, uint32 4, false, 'hw', 'at', '/x')");
-    /* The flag and the texts come as another node sent them. */
-    expect([&] { return duskvale_notify_lumacrate_hotplug(dbus, 2, -1, 2, text, text, text); },
-           "lumacrate_hotplug: ADDED(2): total=-1 [" + odd + "] @" + odd + " (" + odd + ")",
-           "LumacrateHotplug(uint32 2, uint32 4294967295, true, " + shown + ", " + shown + ", " +
-               shown + ")");
-    expect([&] { return duskvale_notify_runstep_begin(dbus, text, "start"); },
-           "runstep_begin: " + odd + "            start", "RunstepBegin(" + shown + ", 'start')");
-    expect([&] { return duskvale_notify_runstep_end(dbus, text, "stop", -9); },
-           "runstep_end: " + odd + "            stop [status=-9]",
-           "RunstepEnd(" + shown + ", 'stop', -9)");
-    expect([&] { return duskvale_notify_runsteps_done(dbus, 3); },
-           "runsteps_done: Total errors = 3", "RunstepsDone(uint32 3,)");
+    std::string text = debug_lines([&] {
+        EXPECT_TRUE(duskvale_notify_new_master(dbus, big_id));
+        EXPECT_TRUE(duskvale_notify_joined(dbus, big_id, 3));
+        EXPECT_TRUE(duskvale_notify_left(dbus, 2, 1));
+        EXPECT_TRUE(duskvale_notify_keep_alive(dbus, 2));
+        EXPECT_TRUE(duskvale_notify_got_message(dbus, odd));
+        EXPECT_TRUE(duskvale_notify_lumacrate_hotplug(dbus, big_id, 4, FALSE, "hw", "at", "/x"));
+        EXPECT_TRUE(duskvale_notify_lumacrate_hotplug(dbus, 2, -1, 2, odd, odd, odd));
+        EXPECT_TRUE(duskvale_notify_runstep_begin(dbus, odd, "start"));
+        EXPECT_TRUE(duskvale_notify_runstep_end(dbus, odd, "stop", -9));
+        EXPECT_TRUE(duskvale_notify_runsteps_done(dbus, 3));
+    });
+    for (int event = 0; event < 10; event++) {
+        text += client.signal() + "\n";
+    }
+    expect_golden("events", escaped(text));
     EXPECT_TRUE(client.signals.empty());
 }
 
 TEST_F(DBusTest, AFreezeIsAnnouncedAndOutlivesARestart) {
-    struct {
-        uint32_t nodeid;
-        const char *reason;
-        const char *signal;
-        const char *file;
-        const char *logged;
-        const char *held = "(<''>,)";
-        const char *held_after_restart = held;
-    } const freezes[] = {
-        {3, "disk", "(uint32 3, 'disk')", "3\ndisk\n", "written node 3 -- reason = (4) 'disk'",
-         "(<'disk'>,)"},
-        {3, nullptr, "(uint32 3, '')", "3\n\n", "written node 3 -- reason = (0) ''"},
-        {big_id, "a\nb", "(uint32 3232235777, 'a\\nb')", "-1062731519\na\nb\n",
-         "written node 3232235777 -- reason = (3) 'a\nb'", "(<'a\\nb'>,)", "(<'a'>,)"},
-        {3, "caf\xe9", "(uint32 3, 'caf\uFFFD')", "3\ncaf\xe9\n",
-         "written node 3 -- reason = (4) 'caf\xe9'", "(<'caf\uFFFD'>,)"},
-        {0, "over", "(uint32 0, 'over')", "absent", "removed frozen_master"},
-        {0, nullptr, "(uint32 0, '')", "absent", "removed frozen_master"},
+    const std::pair<uint32_t, const char *> freezes[] = {
+        {3, "disk"}, {3, nullptr}, {big_id, "a\nb"}, {3, "caf\xe9"}, {0, "over"}, {0, nullptr},
     };
+    std::string text;
     start();
-    for (const auto &freeze : freezes) {
-        const std::string logged =
-            debug_lines([&] { duskvale_notify_frozen_master(dbus, freeze.nodeid, freeze.reason); });
-        EXPECT_EQ(logged, "DBG(DBUS): duskvale_notify_frozen_master: frozen_master=" +
-                              std::to_string(static_cast<gint32>(freeze.nodeid)) + " (" +
-                              (freeze.reason != nullptr ? freeze.reason : "") +
-                              ")\nDBG(DBUS): update_frozen_master: " + freeze.logged + "\n");
-        EXPECT_EQ(client.signal(), "NotifyFrozenMaster" + std::string(freeze.signal));
-        EXPECT_EQ(client.get("FrozenMasterReason"), freeze.held);
-        EXPECT_EQ(file_text(DUSKVALE_FROZEN_MASTER_FILE), freeze.file);
+    for (const auto &[nodeid, reason] : freezes) {
+        text += debug_lines([&] { duskvale_notify_frozen_master(dbus, nodeid, reason); });
+        text += client.signal() + "\nheld " + client.get("FrozenMasterReason");
+        text += "\nin the file:\n" + file_text(DUSKVALE_FROZEN_MASTER_FILE) + "\n";
         start();
-        EXPECT_EQ(duskvale_get_frozen_master(dbus), freeze.nodeid);
-        EXPECT_EQ(client.get("FrozenMasterReason"), freeze.held_after_restart);
+        EXPECT_EQ(duskvale_get_frozen_master(dbus), nodeid);
+        text += "held after a restart " + client.get("FrozenMasterReason") + "\n\n";
     }
+    expect_golden("freezes", escaped(text));
     duskvale_notify_frozen_master(dbus, 3, "disk");
     duskvale_notify_frozen_master(dbus, 4, duskvale_get_frozen_master_reason(dbus));
     EXPECT_EQ(client.get("FrozenMasterReason"), "(<'disk'>,)");
