@@ -23,10 +23,12 @@ std::set<std::string> found(const std::string &text, const std::string &pattern)
     return names;
 }
 
-std::set<std::string> option_names(const CommandSpec &command) {
+/* The names of rows of the table. */
+template <typename Rows, typename Name>
+std::set<std::string> names_of(const Rows &rows, Name name) {
     std::set<std::string> names;
-    for (const Opt id : command.options) {
-        names.insert(option(id).name);
+    for (const auto &row : rows) {
+        names.insert(name(row));
     }
     return names;
 }
@@ -75,28 +77,22 @@ TEST(Table, usageFaultsAreToldWithoutTouchingTheBus) {
 
 TEST(Table, manPageHasEachCommandWithItsOptions) {
     const std::string page = in_man_page();
-    std::set<std::string> names;
     for (const CommandSpec &command : commands()) {
-        names.insert(command.name);
         const std::regex item(std::string("^\\.It Ic ") + command.name + "\\b(?!-)(.*)$",
                               std::regex::ECMAScript | std::regex::multiline);
         std::smatch match;
         ASSERT_TRUE(std::regex_search(page, match, item)) << command.name;
-        EXPECT_EQ(found(match[1], R"(Fl -(\w+))"), option_names(command)) << command.name;
+        EXPECT_EQ(found(match[1], R"(Fl -(\w+))"),
+                  names_of(command.options, [](Opt id) { return option(id).name; }))
+            << command.name;
     }
-    EXPECT_EQ(found(page, R"(^\.It Ic ([\w-]+))"), names);
-
-    std::set<std::string> all;
-    for (const OptionSpec &spec : options()) {
-        all.insert(spec.name);
-    }
-    EXPECT_EQ(found(page, R"(^\.It Fl -(\w+))"), all);
-
-    std::set<std::string> statuses;
-    for (const ExitSpec &spec : exit_statuses()) {
-        statuses.insert(std::to_string(static_cast<int>(spec.status)));
-    }
-    EXPECT_EQ(found(page, R"(^\.It (\d+)$)"), statuses);
+    EXPECT_EQ(found(page, R"(^\.It Ic ([\w-]+))"),
+              names_of(commands(), [](const CommandSpec &command) { return command.name; }));
+    EXPECT_EQ(found(page, R"(^\.It Fl -(\w+))"),
+              names_of(options(), [](const OptionSpec &spec) { return spec.name; }));
+    EXPECT_EQ(found(page, R"(^\.It (\d+)$)"), names_of(exit_statuses(), [](const ExitSpec &spec) {
+                  return std::to_string(static_cast<int>(spec.status));
+              }));
 }
 
 TEST(Table, completionOffersEachCommandWithItsOptions) {
