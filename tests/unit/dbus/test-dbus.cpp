@@ -4,6 +4,8 @@
 #include "support/golden.h"
 
 #include <functional>
+#include <regex>
+#include <set>
 #include <tuple>
 
 namespace {
@@ -24,11 +26,38 @@ std::string escaped(const std::string &text) {
     return result;
 }
 
+/* The members of the interface in `xml`, each with the types that a client's code depends on. */
+std::set<std::string> members(const std::string &xml) {
+    static const std::regex token(
+        "<(?:method|signal|property) name=\"(\\w+)\"|(?:type|direction|access)=\"(\\w+)\"");
+    const size_t begin = xml.find("<interface name=\"" DUSKVALE_BUS_NAME "\"");
+    const std::string interface = xml.substr(begin, xml.find("</interface>", begin) - begin);
+    std::vector<std::string> result;
+    for (std::sregex_iterator at(interface.begin(), interface.end(), token), end; at != end; ++at) {
+        if ((*at)[1].matched) {
+            result.push_back((*at)[1]);
+        } else {
+            result.back() += " " + (*at)[2].str();
+        }
+    }
+    return {result.begin(), result.end()};
+}
+
 const char *const property_names[] = {
     "Version",         "LocalNodeId",  "NodeCount",          "MasterNodeId",    "IsMaster",
     "PreferredMaster", "FrozenMaster", "FrozenMasterReason", "LumacratesCount", "InTransition"};
 
 } // namespace
+
+TEST_F(DBusTest, ServesTheInterfaceThatItsInstalledDescriptionPromises) {
+    start();
+    const std::string reply =
+        client.call("org.freedesktop.DBus.Introspectable", "Introspect", "()");
+    g_autofree gchar *served = g_strcompress(reply.c_str());
+    const std::string source = std::getenv("SOURCE_ROOT");
+    EXPECT_EQ(members(served), members(file_text(source + "/src/dbus/" DUSKVALE_BUS_NAME ".xml")));
+    EXPECT_EQ(members(served).size(), 26U);
+}
 
 TEST_F(DBusTest, PropertiesFollowTheEvents) {
     std::string text;
