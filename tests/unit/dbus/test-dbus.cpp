@@ -190,7 +190,8 @@ TEST_F(DBusTest, AFreezeIsAnnouncedAndOutlivesARestart) {
     std::string text;
     start();
     for (const auto &[nodeid, reason] : freezes) {
-        text += debug_lines([&] { duskvale_notify_frozen_master(dbus, nodeid, reason); });
+        text += debug_lines(
+            [&, id = nodeid, why = reason] { duskvale_notify_frozen_master(dbus, id, why); });
         text += client.signal() + "\nheld " + client.get("FrozenMasterReason");
         text += "\nin the file:\n" + file_text(DUSKVALE_FROZEN_MASTER_FILE) + "\n";
         start();
