@@ -42,7 +42,9 @@ class Devices : public testing::Test {
 protected:
     Devices() { fs::create_directories(devices); }
     ~Devices() override {
+        g_object_add_weak_pointer(G_OBJECT(inventory), reinterpret_cast<gpointer *>(&inventory));
         duskvale_lumacrates_destroy(inventory);
+        EXPECT_EQ(inventory, nullptr) << "not released, and the leak checker does not see it";
         fs::remove_all(driver);
     }
 
