@@ -60,7 +60,7 @@ void check_active(Properties &unit, Findings &findings) {
     } else if (state == "inactive") {
         findings.add(Level::critical, text, "systemctl start " DUSKVALE_IDENT);
     } else if (unit["SubState"] == "start-pre") {
-        findings.add(Level::warning, text + ": it waits until corosync has found a peer",
+        findings.add(Level::warning, text + ": it waits until corosync has formed its ring",
                      "corosync-cfgtool -s; it does not wait for long");
     } else {
         findings.add(Level::warning, text, "systemctl status " DUSKVALE_IDENT);

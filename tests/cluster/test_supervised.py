@@ -1,5 +1,7 @@
 """What the shipped unit makes of a cluster, its rules played by the lab's service managers."""
 
+import re
+
 import pytest
 from support import lines, others, time_at
 
@@ -16,9 +18,18 @@ def _supervised(lab):
     return lab
 
 
-def aborted(lab):
-    """The nodes on which a daemon has aborted since the last reset, as when two masters meet."""
-    return [node for node in lab.nodes if lines(node, "lab: ended, status -6")]
+@pytest.fixture(name="four", scope="module")
+def _four(make_lab):
+    lab = make_lab(nodes=4, token=3000)  # Four find one another by twos; with this token well apart.
+    for node in lab.nodes:
+        node.supervise(unit.rules_on(node))
+    yield lab
+    lab.down()
+
+
+def aborted(nodes):
+    """Those on which a daemon has aborted since the last reset, as when two masters meet."""
+    return [node for node in nodes if lines(node, "lab: ended, status -6")]
 
 
 @pytest.mark.parametrize("role", ["master", "slave"])
@@ -36,27 +47,35 @@ def test_killed_corosync_comes_back_with_its_daemon_and_ends_no_other(supervised
     lost.wait_log("INFO: Registered on dbus", limit=30.0, since=since)
     lab.wait_ring()
     lab.wait_master(limit=30.0)
-    assert aborted(lab) == []
+    assert aborted(lab.nodes) == []
     assert not any(lines(node, "lab: ended", since) for node in others(lab, lost.number))
     took_over = [node for node in lab.nodes if lines(node, "INFO: MASTER:", since)]
     assert bool(took_over) == (role == "master")
 
 
-def test_boot_of_all_nodes_makes_one_master_and_ends_no_daemon(supervised):
-    lab = supervised
-    for node in lab.nodes:
-        node.power_off()
+@pytest.mark.parametrize("count", [4, 3])
+def test_nodes_that_boot_at_once_make_one_master_and_no_daemon_aborts(four, count):
+    for node in four.nodes:
+        if node.is_on():
+            node.power_off()
     since = now()
-    for node in lab.nodes:
+    four.mark = since
+    booted = four.nodes[:count]
+    for node in booted:
         node.power_on(wait=False)
-    for node in lab.nodes:
+    for node in booted:
         node.wait_booted(since)
         node.start(wait=False)
-    lab.wait_master(limit=30.0)
-    assert aborted(lab) == []
+    numbers = [node.number for node in booted]
+    four.wait_master(agreed_on=numbers, limit=30.0)
+    assert aborted(booted) == []
+    # They waited for one another, but not to the end for a node that is off.
+    waited = rf"INFO: wait-for-ring: nodes in the ring: {count} of 4, waited (\d|1[0-2]) s"
+    said = [line for node in booted for line in lines(node, "INFO: wait-for-ring")]
+    assert said and all(re.fullmatch(waited, line) for line in said), said
     # And what the power cut did not take: the next end is followed by a start.
-    lab.node(1).kill()
-    lab.wait_master()
+    four.node(1).kill()
+    four.wait_master(agreed_on=numbers)
 
 
 def test_daemon_that_cannot_start_is_given_up(supervised):
