@@ -13,6 +13,7 @@ TICK = r"sync_timer_callback: local\.sync_counter = [1-9]"
 SETTINGS = "/etc/duskvale"
 RUN_DIRECTORY = "/usr/share/duskvale/run.d"
 HOLD = "/run/hold"
+AS_NOBODY = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
 
 # Of an idle daemon, which wakes some 3 times a second; one that spins exceeds both a hundredfold.
 MAX_SWITCHES_PER_S = 50
@@ -49,12 +50,6 @@ def take_over(lab, number):
     nodes = [node for node in lab.nodes if node.alive()]
     wait_everywhere(nodes, "NotifyNewMaster", lab.node(number).id, since=since)
     return since
-
-
-def masters_told(node, since):
-    """The ids of the masters that the node's daemon has announced since then, in their order."""
-    signals = node.signals_since(since)
-    return [entry.arguments[0] for entry in signals if entry.name == "NotifyNewMaster"]
 
 
 @contextlib.contextmanager

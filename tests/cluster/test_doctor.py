@@ -4,7 +4,7 @@ import json
 import shutil
 
 import pytest
-from support import RUN_DIRECTORY
+from support import AS_NOBODY, RUN_DIRECTORY
 
 from lab.bus import NAME
 from lab.filesystem import BUS_POLICIES
@@ -39,7 +39,7 @@ def test_doctor_finds_what_is_broken_and_nothing_else(healthy):
         assert doctor(member) == (OK, {})
     program = "/run/duskvalectl"  # The build may lie where only root gets to.
     shutil.copy(node.file(node.ctl_path), node.file(program))
-    user = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", program]
+    user = [*AS_NOBODY, program]
     status, found = doctor(node, *user)
     assert status == UNKNOWN and list(found) == ["corosync"]
 

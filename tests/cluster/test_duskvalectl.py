@@ -1,14 +1,13 @@
 """The cluster as an operator works it: with duskvalectl alone, on three real nodes."""
 
 import re
-import shutil
 import subprocess
 
-from support import masters_told, others, said, steps_held, wait_everywhere
+from support import others, said, steps_held, wait_everywhere
 
 from lab.waiting import now
 
-FAILED, REFUSED, NOT_RUNNING, TIMED_OUT, NOT_PERMITTED = 1, 3, 4, 5, 6
+REFUSED, NOT_RUNNING, TIMED_OUT = 3, 4, 5
 
 
 def started(node, *argv):
@@ -37,9 +36,6 @@ def test_status_before_during_and_after_a_change_of_master(cluster):
         wait_everywhere([new], "NotifyRunstepBegin", since=since)
         not_done = "yes: the run steps of this node are not done"
         assert said(new) == screen(new, new, transition=not_done)
-        assert "is master, 3 members, run steps not done |" in said(new, "check", status=1)
-        late = said(new, "wait", "master", "--timeout=0.3", status=TIMED_OUT)
-        assert late.endswith("timed out waiting for master: this node's run steps are not done\n")
         wait_everywhere([old, third], "NotifyRunstepsDone", since=since)
         assert [said(node) for node in (old, third)] == [screen(old, new), screen(third, new)]
         assert taking.poll() is None
@@ -70,8 +66,6 @@ def test_requests_take_effect_or_say_why_not(cluster):
     said(third, "prefer", "off", "--wait")
 
     assert said(slave, "take-over", "--wait").endswith(f"\nnode {slave.id}, this node, is master\n")
-    assert said(third, "give-back", status=REFUSED).startswith(
-        f"duskvalectl: refused: this node is not master, node {slave.id} is\nTo go on, ask there")
     assert re.search(r"\nnode \d is master\n$", said(slave, "give-back", "--wait"))
     assert cluster.wait_master() != slave.number
 
@@ -79,9 +73,7 @@ def test_requests_take_effect_or_say_why_not(cluster):
         node.kill()
     assert "the daemon is not running" in said(third, status=NOT_RUNNING)
     assert cluster.wait_master(agreed_on=[slave.number]) == slave.number
-    for request in (["take-over"], ["give-back"], ["freeze", "alone"], ["unfreeze"]):
-        refusal = said(slave, *request, status=REFUSED)
-        assert refusal.startswith("duskvalectl: refused: only one node is in the group\nTo go on, ")
+    assert "only one node is in the group" in said(slave, "give-back", status=REFUSED)
 
 
 def test_wait_in_scripts(lab):
@@ -99,39 +91,6 @@ def test_wait_in_scripts(lab):
     said(node, "take-over", "--wait")
     status, text = ended(trying)
     assert status == 0 and "timed out waiting for master: it did not happen\n" in text
-
-
-def test_take_overs_at_once_end_in_the_last_delivered(cluster):
-    since = now()
-    with steps_held(*cluster.nodes):  # So that none of them is done before all are delivered.
-        asking = [started(node, node.ctl_path, "take-over", "--wait=60") for node in cluster.nodes]
-        cluster.wait(lambda: all(len(masters_told(node, since)) == 3 for node in cluster.nodes),
-                     10.0, "all have heard of all three")
-    order = masters_told(cluster.node(1), since)
-    assert [masters_told(node, since) for node in cluster.nodes] == [order] * 3
-    assert sorted(order) == [1, 2, 3]
-    for node, process in zip(cluster.nodes, asking):
-        status, text = ended(process)
-        assert status == (0 if node.id == order[-1] else FAILED), text
-        assert ("it did not hold: the cluster decided otherwise" in text) == (status == FAILED)
-    for node in cluster.nodes:
-        assert f'"master_node":{order[-1]},' in said(node, "status", "--json")
-
-
-def test_everybody_may_look_and_only_root_may_ask(cluster):
-    master = cluster.node(cluster.wait_master())
-    node = others(cluster, master.number)[0]
-    program = "/run/duskvalectl"  # The build may lie where only root gets to.
-    shutil.copy(cluster.ctl, node.file(program))
-    user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", program]
-    assert node.run([*user, "status"]).stdout == screen(node, master)
-    node.run([*user, "wait", "slave", "--timeout=20"])
-    for request in (["take-over", "--wait"], ["freeze", "me"], ["prefer", "on"], ["send", "hi"]):
-        result = node.run([*user, *request], check=False)
-        assert (result.returncode, result.stdout) == (NOT_PERMITTED, "")
-        assert result.stderr == ("duskvalectl: the policy of the system bus does not let you ask "
-                                 "this\nTry the same as root, with sudo.\n")
-    assert said(node) == screen(node, master)
 
 
 def test_monitor_goes_on_through_a_restart_of_the_daemon(cluster, tmp_path):

@@ -5,7 +5,7 @@ import signal
 import pytest
 from support import SETTINGS, TRACE, assert_idle, daemon_program, lines, others, wait_everywhere
 
-from lab.node import COROSYNC
+from lab.node import COROSYNC, Node
 from lab.waiting import now
 
 
@@ -24,18 +24,6 @@ def test_first_election_names_one_master_on_every_node(lab):
         assert not list(node.file(SETTINGS).iterdir())
 
 
-def kill(node):
-    assert node.kill() == -signal.SIGKILL
-
-
-def stop(node):
-    assert node.stop() == 0
-    *_, got, ending, first, second, third, _ = (entry.text for entry in node.log)
-    assert (got, ending) == ("INFO: GOT SIGNAL: 15", "INFO: Ending")
-    removed = "INFO: remove signal handler for signo:"
-    assert [first, second, third] == [f"{removed} {number}" for number in (1, 2, 15)]
-
-
 def lose_corosync(node):
     since = now()
     node.kill_corosync()
@@ -48,10 +36,6 @@ def lose_corosync(node):
     assert lines(node, "ERR(run_mainloop):duskvale_corosync_new() failed", since)
 
 
-def lose_power(node):
-    node.power_off()
-
-
 def bring_back(lab, node):
     if not node.is_on():
         node.power_on()
@@ -62,8 +46,10 @@ def bring_back(lab, node):
 
 
 @pytest.mark.parametrize("role", ["master", "slave"])
-@pytest.mark.parametrize("lose", [kill, stop, lose_corosync, lose_power])
-def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, role):
+@pytest.mark.parametrize("lose, status", [
+    (Node.kill, -signal.SIGKILL), (Node.stop, 0), (lose_corosync, None), (Node.power_off, None)
+])
+def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, status, role):
     lab.start(*TRACE)
     master = lab.wait_master()
     lost = lab.node(master if role == "master" else master % 3 + 1)
@@ -72,7 +58,7 @@ def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, role
     for node in others(lab, master):  # From here on all carry the counter of a master.
         node.wait_log(rf"message_handler_sync: from Master \(nodeid {master} sync_counter [1-9]")
     since = now()
-    lose(lost)
+    assert lose(lost) == status
     wait_everywhere(survivors, "NotifyLeft", lost.id, 2, since=since)
     successor = lab.wait_master(agreed_on=numbers)
     if role == "master":
