@@ -1,8 +1,6 @@
-#include "cluster.h"
+#include "oracle.h"
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstdio>
 #include <cstring>
 
 namespace sim {
@@ -58,8 +56,8 @@ Cluster &Cluster::start(uint32_t key) {
     Node &node = nodes.at(key);
     node.restart_at = node.master = 0;
     node.node_count = 0;
-    if (observer != nullptr) {
-        observer->started(node);
+    if (oracle != nullptr) {
+        oracle->started(node);
     }
     as(node, [&] { node.daemon = duskvale_corosync_new(nullptr); });
     if (node.daemon == nullptr) {
@@ -90,9 +88,6 @@ Cluster &Cluster::boot() {
 void Cluster::end(Node &node) {
     if (node.daemon == nullptr) {
         return;
-    }
-    if (trace) {
-        printf("%8" PRIu64 " node %u: ends\n", now, node.id);
     }
     change([&] { node.member = false; });
     as(node, [&] { g_clear_object(&node.daemon); });
@@ -226,19 +221,6 @@ bool Cluster::order(Node &node) {
     return true;
 }
 
-static void print_event(const Node &node, const Event &event) {
-    printf("%8" PRIu64 " node %u: ", node.cluster->now, node.id);
-    if (!event.message) {
-        printf("change to %zu members\n", event.members.size());
-        return;
-    }
-    printf("'%c' from %u", (*event.message)[0], event.sender);
-    for (size_t i = 4; i + 4 <= event.message->size(); i += 4) {
-        printf(" %u", u32(*event.message, i));
-    }
-    putchar('\n');
-}
-
 static void handle(Node &node, const Event &event) {
     node.handling = event.number;
     for (const uint32_t id : event.left) {
@@ -261,11 +243,8 @@ bool Cluster::turn(Node &node) {
     if (worked) {
         const auto event = std::move(node.inbox.front());
         node.inbox.pop_front();
-        if (trace) {
-            print_event(node, *event);
-        }
-        if (observer != nullptr) {
-            observer->delivered(node, *event);
+        if (oracle != nullptr) {
+            oracle->delivered(node, *event);
         }
         as(node, [&] { handle(node, *event); });
         node.handling = 0;

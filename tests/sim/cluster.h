@@ -51,7 +51,7 @@ struct Node {
     int island = 0;
     uint64_t restart_at = 0; /* 0: not to be restarted */
     unsigned aborts = 0;
-    std::string log, last_line;
+    std::string log;
 
     /* Faults. */
     std::string fails;   /* the function of a sub-object that fails in the construction */
@@ -87,14 +87,7 @@ struct Node {
     std::vector<std::string> take_signals() { return std::exchange(signals, {}); }
 };
 
-/* Sees what happens to the nodes. */
-struct Observer {
-    virtual ~Observer() = default;
-    virtual void started(const Node &node) = 0;
-    virtual void delivered(const Node &node, const Event &event) = 0; /* before it is handled */
-    virtual void refused(const Node &node, char type) = 0;
-    virtual void logged(const Node &node, const std::string &line) = 0;
-};
+class Oracle;
 
 class Cluster {
 public:
@@ -160,7 +153,7 @@ public:
     uint64_t restart_after = 0;  /* how soon an aborted daemon is started again; 0: never */
     std::map<char, size_t> sent; /* multicasts that were ordered, by type */
     std::map<uint32_t, Node> nodes;
-    Observer *observer = nullptr;
+    Oracle *oracle = nullptr; /* is told what happens to the nodes */
 
 private:
     Cluster &ask(uint32_t key, bool unless_frozen, const std::function<void(Node &)> &request);
@@ -184,7 +177,7 @@ struct Booted : Cluster {
 extern Node *current;    /* whose code runs; null outside of Cluster::as() */
 extern int live_objects; /* of the fake sub-objects; the leak checker does not see them */
 extern bool debug_lines; /* whether debug lines are written */
-extern bool trace;       /* whether everything that happens is printed */
+extern bool trace;       /* whether the log is printed, with debug lines */
 extern uint64_t largest; /* cluster that is counted */
 
 /* The 32-bit word at `offset` of a message. */

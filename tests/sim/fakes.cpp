@@ -2,7 +2,7 @@
  * What the coordinator is linked with in place of its four sub-objects, the GLib timeouts and the
  * log. The objects themselves are empty: everything is kept in the node whose code runs.
  */
-#include "cluster.h"
+#include "oracle.h"
 
 #include "base/gobject-macros.h"
 #include "base/log.h"
@@ -45,22 +45,21 @@ static Type *make(GType type, const char *function) {
 }
 
 int duskvale_debug(int, int) {
-    return sim::debug_lines ? 1 : 0;
+    return sim::debug_lines || sim::trace ? 1 : 0;
 }
 
-int duskvale_debug_print(int, const char *format, ...) {
+int duskvale_debug_print(int priority, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
     g_autofree char *line = nullptr;
     const int length = g_vasprintf(&line, format, arguments);
     va_end(arguments);
-    current->last_line.assign(line, static_cast<size_t>(length)); /* a line may hold a NUL */
-    current->log += current->last_line;
+    current->log.append(line, static_cast<size_t>(length)); /* a line may hold a NUL */
     if (sim::trace) {
         printf("%8" PRIu64 " node %u: %s", current->cluster->now, current->id, line);
     }
-    if (current->cluster->observer != nullptr) {
-        current->cluster->observer->logged(*current, current->last_line);
+    if (current->cluster->oracle != nullptr && priority != LOG_DEBUG) {
+        current->cluster->oracle->logged(*current, line);
     }
     return 0;
 }
@@ -112,8 +111,8 @@ uint32_t duskvale_glib_local_nodeid(DuskvaleGCpg *) {
 cs_error_t dvcpg_glib_send_message(DuskvaleGCpg *, const void *buffer, size_t length) {
     const std::string message(static_cast<const char *>(buffer), length);
     if (current->refuses && current->refuses(message[0])) {
-        if (current->cluster->observer != nullptr) {
-            current->cluster->observer->refused(*current, message[0]);
+        if (current->cluster->oracle != nullptr) {
+            current->cluster->oracle->refused(*current, message[0]);
         }
         return CS_ERR_TRY_AGAIN;
     }

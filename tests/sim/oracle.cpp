@@ -15,10 +15,6 @@ static bool contains(const std::string &line, const char *text) {
     return line.find(text) != std::string::npos;
 }
 
-void Oracle::started(const Node &node) {
-    states[node.id] = {};
-}
-
 void Oracle::delivered(const Node &node, const Event &event) {
     State &state = states[node.id];
     if (!event.message) {
@@ -68,13 +64,14 @@ void Oracle::refused(const Node &node, char type) {
         refused_answers.insert({node.handling, node.id});
     } else if (type == 'F') {
         state.freeze_refused = true;
-    } else if (type == 'M' && contains(node.last_line, "that's me")) {
+    } else if (type == 'M' && contains(state.last_line, "that's me")) {
         state.doubt = "the winner's take-over was refused";
     }
 }
 
 void Oracle::logged(const Node &node, const std::string &line) {
     State &state = states[node.id];
+    state.last_line = line;
     if (contains(line, "SPLIT BRAIN")) {
         ++aborts[why_aborted(state)];
     }

@@ -13,12 +13,12 @@
 
 namespace sim {
 
-class Oracle : public Observer {
+class Oracle {
 public:
-    void started(const Node &node) override;
-    void delivered(const Node &node, const Event &event) override;
-    void refused(const Node &node, char type) override;
-    void logged(const Node &node, const std::string &line) override;
+    void started(const Node &node) { states[node.id] = {}; }
+    void delivered(const Node &node, const Event &event); /* before it is handled */
+    void refused(const Node &node, char type);
+    void logged(const Node &node, const std::string &line);
 
     /* Why this node may name another master than its peers although the group is quiet; empty: it
        must agree. */
@@ -40,7 +40,7 @@ private:
         uint64_t frozen_change = 0;    /* the last change of membership while frozen */
         bool blind = false;            /* a period runs that began with a refused election start */
         bool freeze_refused = false;
-        std::string doubt;
+        std::string doubt, last_line;
         uint64_t cause = 0; /* of the message being handled */
         uint32_t sender = 0;
     };

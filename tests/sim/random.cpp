@@ -1,8 +1,7 @@
 /*
  * Seeded random schedules against the oracle. A schedule that fails prints its seed; with
- * --seed it runs alone and everything that happens is printed.
+ * --seed it runs alone and its log is printed, with debug lines.
  */
-#include "cluster.h"
 #include "oracle.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +32,7 @@ class Schedule {
 public:
     explicit Schedule(uint64_t seed)
         : weather(static_cast<Weather>(seed % 3)), random(seed), c(2 + pick(4)) {
-        c.observer = &oracle;
+        c.oracle = &oracle;
         c.restart_after = 1 + pick(300);
         for (auto &[key, node] : c.nodes) {
             node.preferred = pick(5) == 0;
@@ -73,50 +72,39 @@ private:
     void act() {
         const uint32_t key = some_node();
         Node &node = c[key];
-        switch (pick(weather == Weather::calm ? 7 : weather == Weather::divided ? 9 : 12)) {
-        case 0:
-        case 1:
-            if (node.daemon == nullptr) {
-                if (pick(4) == 0) {
-                    node.frozen = 0; /* its settings are lost */
-                    node.reason.reset();
-                }
-                c.start(key);
-            } else if (pick(2) == 0) {
-                c.crash(key);
-            } else {
-                c.stop(key);
+        const std::function<void()> start_or_end = [&] {
+            if (node.daemon != nullptr) {
+                pick(2) == 0 ? c.crash(key) : c.stop(key);
+                return;
             }
-            break;
-        case 2:
-            c.take_over(key);
-            break;
-        case 3:
-            c.give_back(key);
-            break;
-        case 4:
-            pick(3) == 0 ? c.freeze(key, "because") : c.lift(key);
-            break;
-        case 5:
-            c.prefer(key, pick(3) == 0);
-            break;
-        case 6:
-            c.run(pick(3000));
-            break;
-        case 7:
-            c.cut({{key, some_node()}, {some_node()}});
-            break;
-        case 8:
-            c.heal();
-            break;
-        case 9:
-        case 10:
-            node.paused = !node.paused;
-            break;
-        default:
-            node.refuses = [left = 1 + pick(4)](char) mutable { return left > 0 && left-- > 0; };
-            break;
-        }
+            if (pick(4) == 0) {
+                node.frozen = 0; /* its settings are lost */
+                node.reason.reset();
+            }
+            c.start(key);
+        };
+        const std::function<void()> pause_or_go_on = [&] { node.paused = !node.paused; };
+        const std::function<void()> acts[] = {
+            start_or_end,
+            start_or_end,
+            [&] { c.take_over(key); },
+            [&] { c.give_back(key); },
+            [&] { pick(3) == 0 ? c.freeze(key, "because") : c.lift(key); },
+            [&] { c.prefer(key, pick(3) == 0); },
+            [&] { c.run(pick(3000)); },
+            [&] {
+                c.cut({{key, some_node()}, {some_node()}});
+            },
+            [&] { c.heal(); },
+            pause_or_go_on,
+            pause_or_go_on,
+            [&] {
+                node.refuses = [left = 1 + pick(4)](char) mutable {
+                    return left > 0 && left-- > 0;
+                };
+            },
+        };
+        acts[pick(weather == Weather::calm ? 7 : weather == Weather::divided ? 9 : 12)]();
     }
 
     void go_on() {
