@@ -23,6 +23,7 @@ from .control import Listener
 from .daemon import Daemon
 from .filesystem import prepare_node
 from .init import Init
+from .processes import children_of
 from .service import NotifyingService, Service, StampingService
 
 DESCRIPTION = "description.json"
@@ -108,18 +109,10 @@ class Machine:
         """The processes that lost their parent and got this one, which the services have, too; and
         all below them, as they are in one cgroup under systemd."""
         kept = {service.state()["pid"] for service in self._services.values()}
-        found = [pid for pid in _children_of(os.getpid()) if pid not in kept]
+        found = [pid for pid in children_of(os.getpid()) if pid not in kept]
         for pid in found:
-            found += _children_of(pid)
+            found += children_of(pid)
         return found
-
-
-def _children_of(parent):
-    try:
-        with open(f"/proc/{parent}/task/{parent}/children", encoding="ascii") as file:
-            return [int(pid) for pid in file.read().split()]
-    except (FileNotFoundError, ProcessLookupError):
-        return []  # It has ended, and what it had is, or soon will be, a child of this process.
 
 
 def main():

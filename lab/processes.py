@@ -53,6 +53,16 @@ class Process:
         os.close(self._descriptor)
 
 
+def children_of(parent):
+    """The pids of its child processes; none when it has ended: they are then, or soon will be, those
+    of the first process of its pid namespace."""
+    try:
+        with open(f"/proc/{parent}/task/{parent}/children", encoding="ascii") as file:
+            return [int(pid) for pid in file.read().split()]
+    except (FileNotFoundError, ProcessLookupError):
+        return []
+
+
 def _start_time(pid):
     """Clock ticks from boot to the start of the process, or None if there is none."""
     try:

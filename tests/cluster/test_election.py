@@ -8,6 +8,8 @@ from support import SETTINGS, TRACE, assert_idle, daemon_program, lines, others,
 from lab.node import COROSYNC, Node
 from lab.waiting import now
 
+PREFERRED_FILE = f"{SETTINGS}/preferred_master"
+
 
 def test_first_election_names_one_master_on_every_node(lab):
     lab.start()
@@ -48,7 +50,7 @@ def bring_back(lab, node):
 @pytest.mark.parametrize("role", ["master", "slave"])
 @pytest.mark.parametrize("lose, status", [
     (Node.kill, -signal.SIGKILL), (Node.stop, 0), (lose_corosync, None), (Node.power_off, None)
-])
+], ids=["kill", "stop", "corosync", "power"])
 def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, status, role):
     lab.start(*TRACE)
     master = lab.wait_master()
@@ -57,6 +59,7 @@ def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, stat
     numbers = [node.number for node in survivors]
     for node in others(lab, master):  # From here on all carry the counter of a master.
         node.wait_log(rf"message_handler_sync: from Master \(nodeid {master} sync_counter [1-9]")
+    lost.file(PREFERRED_FILE).write_text("0\n", encoding="utf-8")
     since = now()
     assert lose(lost) == status
     wait_everywhere(survivors, "NotifyLeft", lost.id, 2, since=since)
@@ -69,6 +72,7 @@ def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, stat
     bring_back(lab, lost)
     wait_everywhere(lab.nodes, "NotifyJoined", lost.id, 3, since=since)
     assert lab.wait_master() in numbers
+    assert lost.file(PREFERRED_FILE).exists()  # The disk keeps it, also without power.
 
 
 def test_partitions_that_elected_end_themselves_when_they_meet(lab):

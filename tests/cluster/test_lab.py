@@ -25,13 +25,6 @@ with Lab("owned", nodes=2) as lab:
     print(*[node.pid for node in lab.nodes], flush=True)
     time.sleep(600)
 """
-KNOCK = """
-import errno, socket, sys
-with socket.socket() as door:
-    door.settimeout(1)
-    # Nobody is in, but the host answers.
-    sys.exit(door.connect_ex((sys.argv[1], 9)) != errno.ECONNREFUSED)
-"""
 
 
 def machine_state():
@@ -84,32 +77,6 @@ def test_down_does_not_end_a_process_that_has_the_old_pid():
         assert stranger.poll() is None
         assert not path.exists()
         stranger.kill()
-
-
-def test_cables_partitions_power_and_the_client(lab):
-    first, second, third = lab.nodes
-    client = lab.client()
-
-    def reached():
-        return [
-            client.run([sys.executable, "-c", KNOCK, node.address], check=False).returncode == 0
-            for node in lab.nodes
-        ]
-
-    assert reached() == [True, True, True]
-    third.cut()
-    assert reached() == [True, True, False]
-    lab.heal()
-    lab.partition([1], [2, 3])
-    assert reached() == [True, False, False]
-    lab.heal()
-    second.file("/etc/duskvale/kept").write_text("by the disk", encoding="utf-8")
-    second.power_off()
-    assert reached() == [True, False, True]
-    second.power_on()
-    assert second.file("/etc/duskvale/kept").read_text(encoding="utf-8") == "by the disk"
-    lab.wait_ring()
-    assert first.ring() == {1, 2, 3}
 
 
 def test_each_node_runs_what_it_was_given(lab, pytestconfig):

@@ -7,6 +7,7 @@ import signal
 import subprocess
 import tempfile
 
+from lab.processes import children_of
 from lab.waiting import LabError, wait_until
 
 PROGRAM = pathlib.Path(__file__).with_name("scratch-machine")
@@ -75,7 +76,7 @@ class ScratchMachine:
 
     def changes(self):
         """The files and directories that the machine has and the one outside has not."""
-        holder = _children(self._process.pid)[0]
+        holder = children_of(self._process.pid)[0]
         upper = pathlib.Path(f"/proc/{holder}/root{self._directory}/upper")
         names = ("/" + str(path.relative_to(upper)) for path in upper.rglob("*"))
         return {
@@ -99,7 +100,7 @@ class ScratchMachine:
         """That of systemd, or None while there is none."""
         pid = self._process.pid
         for _ in range(3):
-            children = _children(pid)
+            children = children_of(pid)
             if not children:
                 return None
             pid = children[0]
@@ -108,11 +109,3 @@ class ScratchMachine:
         except (FileNotFoundError, ProcessLookupError):
             return None
         return pid if name == "systemd\n" else None
-
-
-def _children(pid):
-    try:
-        text = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text(encoding="utf-8")
-    except (FileNotFoundError, ProcessLookupError):
-        return []
-    return [int(word) for word in text.split()]

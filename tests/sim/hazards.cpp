@@ -1,8 +1,6 @@
 /* What the protocol carries and operators must know: each hazard of docs/protocol.md, shown. */
 #include "script.h"
 
-#include <cstdio>
-
 namespace {
 
 TEST(Hazard, AnElectionStartBeforeTheWinnersTakeOverEndsTheNodesAndARestartHeals) {
@@ -66,7 +64,6 @@ TEST(Hazard, ALoneNodeWhoseTakeOverWasRefusedNeedsAnElection) {
 }
 
 TEST(Hazard, AJoinCostsTheCubeOfTheNodesUnlessTheyAreFrozen) {
-    printf("%8s %12s %12s %12s\n", "nodes", "join", "frozen join", "leave");
     for (const unsigned n : {3U, 4U, 5U, 8U, 16U, 32U, 64U}) {
         if (n > sim::largest) {
             break;
@@ -92,7 +89,6 @@ TEST(Hazard, AJoinCostsTheCubeOfTheNodesUnlessTheyAreFrozen) {
         c[n].frozen = 0;
         const size_t join = count([&] { c.start(n); });
         const size_t leave = count([&] { c.stop(n); });
-        printf("%8u %12zu %12zu %12zu\n", n, join, frozen, leave);
         EXPECT_EQ(join, n * n * n + 2 * n * n + 2 * n);
         EXPECT_EQ(frozen, n);
         EXPECT_EQ(leave, (n - 1) * n) << "an election start each and an answer each to each";

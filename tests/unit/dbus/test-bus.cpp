@@ -64,6 +64,8 @@ TEST_F(DBusTest, EverybodyMayLookAndOnlyRootMayCommand) {
         for (const auto &[interface, member, arguments, reply] :
              {Request{"org.freedesktop.DBus.Introspectable", "Introspect", "()", ""},
               Request{"org.freedesktop.DBus.Peer", "Ping", "()", ""},
+              Request{set_preferred.interface, "Get", "('com.norvel.DuskvaleCorosync', 'IsMaster')",
+                      ""},
               Request{set_preferred.interface, "GetAll", "('com.norvel.DuskvaleCorosync',)", ""}}) {
             EXPECT_EQ(stranger.call(interface, member, arguments, name).front(), '(') << member;
         }
