@@ -260,11 +260,6 @@ class Node:
         """Starts corosync; Lab.wait_ring says when it has found the others."""
         self._ask("start", service=COROSYNC)
 
-    def kill_bus(self):
-        self.signal(signal.SIGKILL, BUS)
-        self.wait_ended(service=BUS)
-        self.wait_ended(service=RECORDER)
-
     def start_bus(self):
         since = now()
         self._ask("start", service=BUS)

@@ -97,20 +97,6 @@ def test_partitions_that_elected_end_themselves_when_they_meet(lab):
     lab.wait_master()
 
 
-def test_daemon_ends_with_its_bus(cluster):
-    node = cluster.node(2)
-    since = now()
-    node.kill_bus()
-    assert node.wait_ended() == 1
-    assert lines(node, "", since)[:-1] == [
-        "ERR(end_when_disconnected):Lost the connection to the system bus, ending with status 1"
-    ]
-    wait_everywhere(others(cluster, 2), "NotifyLeft", 2, 2, since=since)
-    node.start_bus()
-    node.start()
-    cluster.wait_master()
-
-
 def test_second_daemon_on_a_node_fails_and_disturbs_nobody(cluster):
     node = cluster.node(1)
     since = now()
