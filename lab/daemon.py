@@ -12,9 +12,11 @@ from .waiting import LabError, now
 
 POLL = 0.01
 
-# What the service manager does: before the daemon runs, after that, and until it starts it again; or it has
-# given up. None: nothing.
-STARTING, ENDING, RESTING, FAILED = "starting", "ending", "resting", "failed"
+# What the service manager does: until the services that the daemon requires run, before the daemon runs, after
+# that, and until it starts it again; or it has given up. None: nothing.
+WAITING, STARTING, ENDING, RESTING, FAILED = "waiting", "starting", "ending", "resting", "failed"
+
+CANNOT_EXECUTE = 203  # The status by which systemd says so of a program.
 
 
 class Daemon(Service):
@@ -28,7 +30,6 @@ class Daemon(Service):
         self._arguments = []
         self._manager = None
         self._attempt = 0
-        self._command = None
         self._stop_wanted = False
         self._starts = []
 
@@ -38,25 +39,26 @@ class Daemon(Service):
         After more than rules["start_limit"]["burst"] starts in "interval" seconds it stays down; new
         rules forget the starts. The services rules["requires"] that are down are started first, and
         waited for; if one fails, the daemon stays down. The commands rules["before_start"] are run, one
-        after another, whatever their status.
+        after another, whatever their status. They have rules["start_timeout"] seconds together; the
+        time that the daemon then takes to its name on the bus, which systemd counts too, has no limit here.
 
-        And whenever it has ended, however that came:
+        And whenever it has ended, however that came, or such commands took too long or `stop` cut them short:
 
-        What it has left running gets SIGTERM and, if it is there after rules["rest_limit"] seconds,
+        What is left running gets SIGTERM and, if it is there after rules["rest_limit"] seconds,
         SIGKILL. The commands rules["after_end"] are run. Then, unless the end was asked for with
         `stop`, it is started again after rules["restart_after"] seconds (None: it is not).
 
         Without rules (None) nothing of that is done.
         """
+        if rules is None and self._manager in (WAITING, STARTING, RESTING):
+            self._call_off()
         self._rules = rules
         self._starts = []
         if self._manager == FAILED:
             self._manager = None
-        if rules is None and self._manager in (STARTING, RESTING):
-            self._call_off()
 
     def start(self, arguments):
-        if self._manager in (STARTING, ENDING):
+        if self._manager in (WAITING, STARTING, ENDING):
             raise LabError(f"the service manager is busy with the daemon: {self._manager}")
         if self._pid is not None:
             raise LabError(f"the daemon runs already, with pid {self._pid}")
@@ -68,11 +70,13 @@ class Daemon(Service):
             self._begin_start()
 
     def stop(self):
+        """Returns whether the daemon ran. There may be none: then its next start is called off."""
         self._stop_wanted = True
-        if self._manager in (STARTING, RESTING):
+        if self._manager in (WAITING, STARTING, RESTING):
             self._call_off()
-        else:
+        elif self._manager != ENDING:
             self.signal(signal.SIGTERM)
+        return self._pid is not None
 
     def state(self):
         return {**super().state(), "manager": self._manager}
@@ -80,7 +84,7 @@ class Daemon(Service):
     # The start
 
     def _begin_start(self):
-        self._manager = STARTING
+        self._manager = WAITING
         self._attempt += 1
         for name in self._rules["requires"]:
             if self._others[name].state()["pid"] is None:
@@ -100,6 +104,8 @@ class Daemon(Service):
         elif self._too_many_starts():
             self._give_up("too many starts")
         else:
+            self._manager = STARTING
+            self._init.after(self._rules["start_timeout"], lambda: self._time_out(attempt))
             self._run_commands(self._rules["before_start"], (), self._start_now)
 
     def _give_up(self, reason):
@@ -122,33 +128,45 @@ class Daemon(Service):
             super().start(self._arguments)
         except OSError as error:
             self._note(f"cannot be started: {error}")
+            self._note_end(CANNOT_EXECUTE)
 
     def _call_off(self):
         """A start that is under way, or waits for its time."""
-        self._manager = None
-        self._attempt += 1
         self._note("the start is called off")
-        if self._command is not None:
-            os.killpg(self._command, signal.SIGKILL)
+        self._attempt += 1
+        if self._manager == STARTING:
+            self._begin_end({"SERVICE_RESULT": "success"})
+        else:
+            self._manager = None
+
+    def _time_out(self, attempt):
+        if self._manager == STARTING and self._attempt == attempt:
+            self._note("the start takes too long")
+            self._attempt += 1
+            self._begin_end({"SERVICE_RESULT": "timeout"})
 
     # The end
 
     def _finish(self):
         if self._rules is None:
             super()._finish()
-            return
+        else:
+            self._begin_end(self._how_it_ended())
+
+    def _begin_end(self, variables):
+        """Of the daemon, or of a start that has not come to it: its command is among the strays."""
         self._manager = ENDING
         self._signal_strays(signal.SIGTERM)
         # These rules to the end, though others may be set meanwhile.
-        self._wait_for_strays(self._rules, now() + self._rules["rest_limit"])
+        self._wait_for_strays(self._rules, variables, now() + self._rules["rest_limit"])
 
-    def _wait_for_strays(self, rules, deadline):
+    def _wait_for_strays(self, rules, variables, deadline):
         if not self._strays():
-            self._run_commands(rules["after_end"], self._how_it_ended(), self._end)
+            self._run_commands(rules["after_end"], variables, self._end)
             return
         if now() > deadline:
             self._signal_strays(signal.SIGKILL)
-        self._init.after(POLL, lambda: self._wait_for_strays(rules, deadline))
+        self._init.after(POLL, lambda: self._wait_for_strays(rules, variables, deadline))
 
     def _signal_strays(self, number):
         for pid in self._strays():
@@ -188,13 +206,12 @@ class Daemon(Service):
         attempt = self._attempt
 
         def on_end(status):
-            self._command = None
             self._note(f"ran {' '.join(command)}, status {status}")
             if self._attempt == attempt:
                 self._run_commands(rest, variables, then)
 
         try:
-            self._command = self._spawn(command, on_end, variables)
+            self._spawn(command, on_end, variables)
         except OSError as error:
             self._note(f"cannot run {' '.join(command)}: {error}")
             self._run_commands(rest, variables, then)

@@ -1,12 +1,12 @@
 """Texts about the state of a lab for people: the table of "lab status", and a failure's report."""
 
 from . import agreement
-from .daemon import FAILED, RESTING, STARTING
+from .daemon import FAILED, RESTING, STARTING, WAITING
 from .network import MAIN
 from .node import COROSYNC, DAEMON
 from .waiting import LabError
 
-_DOING = {STARTING: "starting", RESTING: "restarting", FAILED: "given up"}
+_DOING = {WAITING: "starting", STARTING: "starting", RESTING: "restarting", FAILED: "given up"}
 
 
 def rows(lab):

@@ -84,7 +84,7 @@ class Machine:
         self._services[service].signal(number)
 
     def do_stop(self):
-        self._services["daemon"].stop()
+        return self._services["daemon"].stop()
 
     def do_supervise(self, rules):
         self._services["daemon"].supervise(rules)

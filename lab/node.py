@@ -11,7 +11,7 @@ from typing import NamedTuple
 from . import corosync, filesystem
 from .bus import Bus
 from .control import ask, listener_pid
-from .daemon import STARTING
+from .daemon import STARTING, WAITING
 from .journal import Journal
 from .network import MAIN
 from .processes import run_inside, start_inside
@@ -57,7 +57,7 @@ class Node:
     def wait_registered(self, limit=10.0):
         def registered():
             daemon = self.status()[DAEMON]
-            if not daemon["pid"] and daemon["manager"] != STARTING:
+            if not daemon["pid"] and daemon["manager"] not in (WAITING, STARTING):
                 raise LabError(f"the daemon of {self} ended, status {self.exit_status()}; its last "
                                f"lines:\n{self.last_lines()}")
             return self.bus.has_daemon()
@@ -65,10 +65,17 @@ class Node:
         self._wait(registered, limit, f"the daemon of {self} has its name on the bus")
 
     def stop(self, limit=10.0):
-        """Has the service manager stop the daemon (SIGTERM) and returns its exit status."""
-        ends = self.status()[DAEMON]["ends"]
-        self._ask("stop")
-        return self.wait_ended(limit, ends=ends)
+        """Has the service manager stop the daemon (SIGTERM) or call off its start.
+
+        Comes back when all is done that follows; returns the exit status, or None if it did not run.
+        """
+        def stopped():
+            daemon = self.status()[DAEMON]
+            return not daemon["pid"] and not daemon["manager"]
+
+        ran = self._ask("stop")
+        self._wait(stopped, limit, f"the daemon of {self} is stopped")
+        return self.exit_status() if ran else None
 
     def kill(self, number=signal.SIGKILL, limit=10.0):
         """Sends the daemon a signal that ends it; returns its exit status (-number for a signal).

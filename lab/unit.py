@@ -25,6 +25,7 @@ def rules(restart=True, unit=UNIT):
             "interval": _seconds(_values(unit, "StartLimitIntervalSec")[-1]),
             "burst": int(_values(unit, "StartLimitBurst")[-1]),
         },
+        "start_timeout": _seconds(_values(unit, "TimeoutStartSec")[-1]),
         "rest_limit": _seconds(_values(unit, "TimeoutStopSec")[-1]),
         "after_end": [_command(value) for value in _values(unit, "ExecStopPost")],
         "restart_after": _seconds(_values(unit, "RestartSec")[-1]) if restart else None,

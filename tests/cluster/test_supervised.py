@@ -6,7 +6,7 @@ import pytest
 from support import lines, others, time_at
 
 from lab import unit
-from lab.daemon import FAILED
+from lab.daemon import FAILED, STARTING
 from lab.node import DAEMON
 from lab.waiting import now
 
@@ -85,3 +85,22 @@ def test_daemon_that_cannot_start_is_given_up(supervised):
     supervised.wait(lambda: node.status()[DAEMON]["manager"] == FAILED, 30.0, "given up")
     assert len(lines(node, "lab: started", since)) == 10
     assert lines(node, "lab: not started: too many starts", since)
+
+
+def test_start_that_is_stopped_or_takes_too_long_runs_the_steps_with_stop(supervised):
+    node = supervised.node(1)
+    node.write_step("10-call.run", "#!/bin/sh\necho $1 >>/run/called\n")
+    called = node.file("/run/called")
+    node.cut()
+    node.kill_corosync()  # Beside a new one that is alone the start waits for the ring.
+    node.start(wait=False)
+    supervised.wait(lambda: node.status()[DAEMON]["manager"] == STARTING, 10.0, "waits")
+    assert node.stop() is None
+    assert called.read_text(encoding="utf-8") == "stop\n"
+    hanging = {"before_start": [["sleep", "600"]], "start_timeout": 0.5}
+    node.supervise({**unit.rules_on(node), **hanging})
+    node.start(wait=False)
+    supervised.wait(  # The second time too, so it was started again.
+        lambda: len(lines(node, "stop-steps: the daemon has ended (timeout:")) >= 2, 20.0, "timed out"
+    )
+    assert lines(node, "lab: started") == []
