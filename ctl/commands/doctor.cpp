@@ -23,6 +23,7 @@ constexpr Check checks[] = {
 Facts look_around() {
     Facts facts;
     facts.corosync = view_corosync();
+    facts.unit = view_unit();
     Bus bus;
     facts.bus = bus.connect();
     if (facts.bus) {

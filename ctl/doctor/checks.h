@@ -4,6 +4,7 @@
 #include "ctl/bus.h"
 #include "ctl/doctor/corosync-view.h"
 #include "ctl/doctor/finding.h"
+#include "ctl/doctor/unit-view.h"
 
 #include <optional>
 
@@ -12,6 +13,7 @@ namespace ctl {
 /* What more than one of them needs. */
 struct Facts {
     CorosyncView corosync;
+    UnitView unit;
     std::optional<Problem> bus; /* why the bus cannot be reached */
     Result<Owner> owner = Problem{};
     Result<Snapshot> daemon = Problem{};

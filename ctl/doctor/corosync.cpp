@@ -44,7 +44,8 @@ void check_ring(const CorosyncView &view, uint32_t local, Findings &findings) {
                  node_text(local) + " is in a ring of " + counted(view.ring.size(), "node"));
 }
 
-void check_group(const CorosyncView &view, uint32_t local, Findings &findings) {
+void check_group(const Facts &facts, uint32_t local, Findings &findings) {
+    const CorosyncView &view = facts.corosync;
     std::set<uint32_t> present;
     std::size_t daemons = 0;
     for (const auto &[node, processes] : view.group) {
@@ -59,7 +60,10 @@ void check_group(const CorosyncView &view, uint32_t local, Findings &findings) {
                                        : "there: duskvalectl doctor");
         }
     }
-    if (!present.contains(local)) {
+    if (!present.contains(local) && facts.unit.waits_for_ring()) {
+        findings.add(Level::warning, "this node's daemon is not in the group " DUSKVALE_CPG_GROUP
+                                     " yet: it is about to start");
+    } else if (!present.contains(local)) {
         findings.add(Level::critical, "no daemon of this node is in the group " DUSKVALE_CPG_GROUP,
                      "systemctl start " DUSKVALE_IDENT);
     }
@@ -106,7 +110,7 @@ void check_corosync(const Facts &facts, Findings &findings) {
         return;
     }
     check_ring(view, local, findings);
-    check_group(view, local, findings);
+    check_group(facts, local, findings);
 }
 
 } // namespace ctl

@@ -111,7 +111,11 @@ void check_daemon(const Facts &facts, Findings &findings) {
         findings.add(Level::unknown, "it could not be asked: see the bus");
         break;
     default:
-        findings.add(Level::critical, problem_text(problem), problem_advice(problem));
+        if (facts.unit.waits_for_ring()) {
+            findings.add(Level::warning, "it is about to start: see the unit");
+        } else {
+            findings.add(Level::critical, problem_text(problem), problem_advice(problem));
+        }
         break;
     }
 }

@@ -1,65 +1,44 @@
 #include "ctl/doctor/checks.h"
-#include "ctl/doctor/program.h"
 #include "ctl/output.h"
 
 #include "base/paths.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
-#include <map>
-#include <sstream>
 
 namespace ctl {
 
 namespace {
 
-/* There only while systemd is the init system: sd_booted(3). */
-constexpr const char *systemd_directory = "/run/systemd/system";
-
-using Properties = std::map<std::string, std::string>;
-
-Properties read_properties(const std::string &text) {
-    Properties properties;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        const std::size_t equals = line.find('=');
-        if (equals != std::string::npos) {
-            properties[line.substr(0, equals)] = line.substr(equals + 1);
-        }
-    }
-    return properties;
-}
-
-void check_enabled(Properties &unit, Findings &findings) {
-    const std::string state = unit["UnitFileState"];
+void check_enabled(const UnitView &unit, Findings &findings) {
+    const std::string state = unit.property("UnitFileState");
     if (state == "enabled") {
         findings.add(Level::ok, "it is enabled: started at boot, and with corosync");
     } else {
         findings.add(Level::warning, "it is not started at boot: " + printable(state),
                      "systemctl enable " DUSKVALE_IDENT);
     }
-    if (unit["NeedDaemonReload"] == "yes") {
+    if (unit.property("NeedDaemonReload") == "yes") {
         findings.add(Level::warning, "its file has changed, and systemd has not read it since",
                      "systemctl daemon-reload");
     }
 }
 
-void check_active(Properties &unit, Findings &findings) {
-    const std::string state = unit["ActiveState"];
-    const std::string text = "it is " + printable(state) + " (" + printable(unit["SubState"]) + ")";
+void check_active(const UnitView &unit, Findings &findings) {
+    const std::string state = unit.property("ActiveState");
+    const std::string text =
+        "it is " + printable(state) + " (" + printable(unit.property("SubState")) + ")";
     if (state == "active") {
         findings.add(Level::ok, text);
     } else if (state == "failed") {
         /* Result tells of the last end, mostly also when systemd has given up restarting. */
-        const uint64_t restarts = std::strtoull(unit["NRestarts"].c_str(), nullptr, 10);
+        const uint64_t restarts = std::strtoull(unit.property("NRestarts").c_str(), nullptr, 10);
         const std::string tried = restarts == 0 ? "" : " after " + counted(restarts, "restart");
-        findings.add(Level::critical, text + tried + ": " + printable(unit["Result"]),
+        findings.add(Level::critical, text + tried + ": " + printable(unit.property("Result")),
                      "journalctl -u " DUSKVALE_IDENT " -e; when the cause is mended: "
                      "systemctl reset-failed " DUSKVALE_IDENT ", then systemctl start it");
     } else if (state == "inactive") {
         findings.add(Level::critical, text, "systemctl start " DUSKVALE_IDENT);
-    } else if (unit["SubState"] == "start-pre") {
+    } else if (unit.waits_for_ring()) {
         findings.add(Level::warning, text + ": it waits until corosync has formed its ring",
                      "corosync-cfgtool -s; it does not wait for long");
     } else {
@@ -69,23 +48,17 @@ void check_active(Properties &unit, Findings &findings) {
 
 } // namespace
 
-void check_unit(const Facts &, Findings &findings) {
-    if (access(systemd_directory, F_OK) != 0) {
+void check_unit(const Facts &facts, Findings &findings) {
+    const UnitView &unit = facts.unit;
+    if (!unit.booted) {
         findings.add(Level::note, "systemd does not run here, so its unit is not looked at");
         return;
     }
-    const ProgramAnswer systemctl =
-        ask_program({"systemctl", "show", DUSKVALE_IDENT,
-                     "--property=LoadState,UnitFileState,ActiveState,SubState,Result,"
-                     "NRestarts,NeedDaemonReload"});
-    if (!systemctl.good()) {
-        findings.add(Level::unknown,
-                     "systemctl does not tell: " +
-                         (systemctl.err.empty() ? "no answer" : printable(systemctl.err)));
+    if (!unit.fault.empty()) {
+        findings.add(Level::unknown, "systemctl does not tell: " + unit.fault);
         return;
     }
-    Properties unit = read_properties(systemctl.out);
-    const std::string load = unit["LoadState"];
+    const std::string load = unit.property("LoadState");
     if (load == "masked") {
         findings.add(Level::critical, "it is masked: nothing can start it",
                      "systemctl unmask " DUSKVALE_IDENT);

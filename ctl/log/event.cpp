@@ -178,6 +178,11 @@ const EventFormat formats[] = {
      "stop-steps: the daemon has ended%s, running the steps with stop",
      EventKind::unit_stopping,
      {&Event::word}},
+    {"INFO",
+     nullptr,
+     "stop-steps: the daemon did not start%s, running the steps with stop",
+     EventKind::unit_stopping,
+     {&Event::word}},
     {"INFO", nullptr, "stop-steps: %s stop: done", EventKind::unit_step, {&Event::text}},
     {"ERR",
      "stop-steps",
@@ -190,6 +195,16 @@ const EventFormat formats[] = {
      EventKind::unit_step_late,
      {&Event::text, &Event::count}},
     {"INFO", nullptr, "stop-steps: finished, %d failed", EventKind::unit_stopped, {&Event::count}},
+    {"INFO",
+     nullptr,
+     "wait-for-ring: %s, waiting for at most %d s",
+     EventKind::unit_waiting,
+     {&Event::text, &Event::count}},
+    {"INFO",
+     nullptr,
+     "wait-for-ring: %s, waited %d s",
+     EventKind::unit_waited,
+     {&Event::text, &Event::count}},
     {"DBG",
      "handle_joined",
      "From %u: JOINED: %zd nodes",
@@ -316,7 +331,7 @@ std::span<const EventFormat> event_formats() {
 std::optional<Event> parse_event(const LogLine &line) {
     /* Another program's lines may look like the daemon's. */
     if (!line.source.empty() && !line.source.starts_with(DUSKVALE_IDENT) &&
-        line.source != "stop-steps" && line.source != "systemd") {
+        line.source != "stop-steps" && line.source != "wait-for-ring" && line.source != "systemd") {
         return std::nullopt;
     }
     const Parts parts = take_apart(line);

@@ -29,6 +29,9 @@ enum class EventKind {
     unit_step_failed,
     unit_step_late,
     unit_stopped,
+    /* and before it */
+    unit_waiting,
+    unit_waited,
     /* membership */
     joined,
     left,
@@ -73,7 +76,7 @@ enum class EventKind {
 
 /* Whether it is about the daemon's start or end. */
 constexpr bool about_daemon(EventKind kind) {
-    return kind <= EventKind::unit_stopped;
+    return kind <= EventKind::unit_waited;
 }
 
 /* Which fields are set depends on the kind; see the table in event.cpp. */

@@ -73,6 +73,10 @@ LogRead read_file(const std::string &name) {
     return result;
 }
 
+const char *whose_journal() {
+    return geteuid() == 0 ? "" : "; only root and the group systemd-journal may read all of it";
+}
+
 constexpr const char *elsewhere = "\nTry to name the daemon's log: --log=FILE";
 
 LogRead read_journal(const std::string &since) {
@@ -100,14 +104,14 @@ LogRead read_journal(const std::string &since) {
         feeder.feed(buffer, static_cast<std::size_t>(got));
     }
     if (got < 0 || !g_subprocess_wait_check(journal, nullptr, &error)) {
-        return {{}, std::string("journalctl failed: ") + error->message + elsewhere};
+        return {{},
+                std::string("journalctl failed: ") + error->message + whose_journal() + elsewhere};
     }
     LogRead result{feeder.finish(), ""};
     if (result.episodes.empty()) {
         result.fault = "the journal of " DUSKVALE_IDENT " tells nothing";
         result.fault += since.empty() ? "" : " since " + since;
-        result.fault +=
-            geteuid() == 0 ? "" : "; only root and the group systemd-journal may read all of it";
+        result.fault += whose_journal();
         result.fault += elsewhere;
     }
     return result;

@@ -64,6 +64,12 @@ std::string life_text(const Event &event) {
     case EventKind::unit_stopped:
         return event.count == 0 ? "run steps done"
                                 : "run steps done, " + std::to_string(event.count) + " FAILED";
+    case EventKind::unit_waiting:
+        return "its unit waits for corosync to form its ring, for at most " +
+               std::to_string(event.count) + " s: " + printable(event.text);
+    case EventKind::unit_waited:
+        return "its unit waited for " + std::to_string(event.count) +
+               " s: " + printable(event.text);
     default:
         return "the system bus closed the connection, and the daemon ended";
     }

@@ -76,6 +76,10 @@ std::string freeze_headline(const Event &event) {
            (event.text.empty() ? "" : ": " + printable(event.text));
 }
 
+bool about_to_start(EventKind kind) {
+    return kind == EventKind::unit_waiting || kind == EventKind::unit_waited;
+}
+
 Told daemon_headline(const Episode &episode) {
     /* What ended it weighs more than what the end entailed. */
     for (const EventKind kind :
@@ -94,6 +98,9 @@ Told daemon_headline(const Episode &episode) {
     }
     if (holds(episode, EventKind::registered)) {
         return {std::nullopt, "this node's daemon had started", Colour::plain};
+    }
+    if (about_to_start(episode.events.front().kind)) {
+        return {std::nullopt, "this node's daemon is about to start", Colour::plain};
     }
     return {std::nullopt, "this node's daemon ended", Colour::bad};
 }

@@ -12,7 +12,7 @@ TOGETHER = 0.05
 
 _STEP = "ran"
 _ENDED = re.compile(r"lab: ended, status (-?\d+)")
-_MANAGED = re.compile(r"lab: ran .*, status (-?\d+)")
+_MANAGED = re.compile(r"lab: ran \S*/stop-steps .*, status (-?\d+)")
 
 
 class Event(NamedTuple):

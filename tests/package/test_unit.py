@@ -104,7 +104,8 @@ def test_drop_in_keeps_the_services(machine, daemon):
 
 def test_start_waits_for_a_ring_while_corosync_is_new_and_has_peers_to_look_for(machine, daemon):
     def waits():
-        return [line["MESSAGE"] for line in daemon.journal() if "wait-for-ring" in line["MESSAGE"]]
+        said = [line["MESSAGE"] for line in daemon.journal()]
+        return [text for text in said if "wait-for-ring" in text and "waited" in text]
 
     before = waits()
     daemon.systemctl("kill", "--signal=KILL", "corosync.service")

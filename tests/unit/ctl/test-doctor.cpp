@@ -180,6 +180,9 @@ TEST_F(Doctor, saysWhatKeepsTheDaemonFromRunning) {
         fs::remove_all("/sys/bus/lumacrates");
         setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1);
     });
+    unit_is("loaded", "enabled", "activating", "start-pre", "success");
+    corosync_says({"7"}, {});
+    examine("the unit waits for the ring");
     expect_golden("doctor-daemon", text);
 }
 
