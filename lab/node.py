@@ -19,6 +19,8 @@ from .waiting import LabError, now, wait_until
 
 BOOT_LIMIT = 60.0
 DAEMON, COROSYNC, BUS, RECORDER = "daemon", "corosync", "bus", "recorder"
+# Of a daemon: the unit may hold it back until its corosync has run for 15 s.
+START_LIMIT = 30.0
 
 
 class Signal(NamedTuple):
@@ -45,7 +47,7 @@ class Node:
 
     # The daemon
 
-    def start(self, *arguments, wait=True, limit=10.0):
+    def start(self, *arguments, wait=True, limit=START_LIMIT):
         """Starts the daemon in the foreground with further `arguments`.
 
         With `wait` comes back when it has its name on the bus; raises LabError if it ends first.
@@ -54,7 +56,7 @@ class Node:
         if wait:
             self.wait_registered(limit)
 
-    def wait_registered(self, limit=10.0):
+    def wait_registered(self, limit=START_LIMIT):
         def registered():
             daemon = self.status()[DAEMON]
             if not daemon["pid"] and daemon["manager"] not in (WAITING, STARTING):
