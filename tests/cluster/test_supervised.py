@@ -101,6 +101,6 @@ def test_start_that_is_stopped_or_takes_too_long_runs_the_steps_with_stop(superv
     node.supervise({**unit.rules_on(node), **hanging})
     node.start(wait=False)
     supervised.wait(  # The second time too, so it was started again.
-        lambda: len(lines(node, "stop-steps: the daemon has ended (timeout:")) >= 2, 20.0, "timed out"
+        lambda: len(lines(node, "stop-steps: the daemon did not start (timeout)")) >= 2, 20.0, "timed out"
     )
     assert lines(node, "lab: started") == []
