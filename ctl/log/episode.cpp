@@ -165,8 +165,7 @@ void EpisodeBuilder::forget() {
 }
 
 void EpisodeBuilder::take_life(const Event &event) {
-    /* The end of the unit's wait is the beginning of the start, not of what ended before the wait.
-     */
+    /* The end of the unit's wait belongs to the start, not to what ended before the wait. */
     const bool waited = !list.empty() && list.back().events.back().kind == EventKind::unit_waited;
     if (event.kind == EventKind::unit_waited || (event.kind == EventKind::starting && !waited)) {
         open(EpisodeKind::daemon, event);
