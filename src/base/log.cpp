@@ -110,9 +110,9 @@ int redirect_tosyslog(int fd, const char *facility_name, unsigned int priority, 
     CommandText command;
     snprintf(command.data(), command.size(), "logger -p '%s.%s' -t '%s'", facility_name,
              priority_name, tag);
-    /* Never closed: the logger lives as long as this process. The pipe itself stays out of the
-       processes we start; they inherit the descriptor that it is tied to. */
-    FILE *pipe = popen(command.data(), "we");
+    /* Never closed: the logger lives as long as this process. Not "we": where `fd` was closed at
+       the start the pipe may become `fd` itself, and the programs that we start write to that. */
+    FILE *pipe = popen(command.data(), "w");
     if (pipe == nullptr) {
         const int error = errno;
         DUSKVALE_ERR("Failed running '%s': %s", command.data(), strerror(error));

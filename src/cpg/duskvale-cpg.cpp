@@ -40,8 +40,8 @@ void cpg_deliver_fn(cpg_handle_t handle, const cpg_name *, uint32_t nodeid, uint
 /* To standard output, which reaches the log in the background: a list is no line of its own. */
 void print_cpg_addr_list(const char *label, const cpg_address *list, size_t count) {
     for (size_t i = 0; i < count; i++) {
-        printf("\t[%zu] %s: nodeid=%u pid=%u reason=%u\n", i, label, list[i].nodeid, list[i].pid,
-               list[i].reason);
+        printf("\t[%d] %s: nodeid=%u pid=%u reason=%u\n", static_cast<int>(i), label,
+               list[i].nodeid, list[i].pid, list[i].reason);
     }
     /* Into a pipe it would else wait for a full buffer, and be lost when the process aborts. */
     fflush(stdout);

@@ -34,18 +34,20 @@ GMainLoop *main_loop;
     exit(EXIT_FAILURE);
 }
 
+/* False when the file could not be opened. One that could not be written is reported only: a full
+   disk must not keep the node out of the cluster. */
 bool write_pid_file(const char *path) {
     FILE *file = fopen(path, "w");
-    bool written = file != nullptr;
-    if (written) {
-        written = fprintf(file, "%d\n", getpid()) > 0;
-        /* Closed whatever happened; a full disk may show only here. */
-        written = fclose(file) == 0 && written;
+    if (file == nullptr) {
+        perror(path);
+        return false;
     }
-    if (!written) {
+    const bool printed = fprintf(file, "%d\n", getpid()) > 0;
+    /* A full disk may show only when the buffer is written. */
+    if (fclose(file) != 0 || !printed) {
         perror(path);
     }
-    return written;
+    return true;
 }
 
 gboolean signal_handler(gpointer user_data) {

@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 #include <utility>
 
@@ -59,6 +60,18 @@ TEST(Syslog, StaysOnStandardErrorForAnUnknownFacility) {
         EXPECT_EQ(err.text(), "ERR(duskvale_debug_syslog):Unknown syslog facility '" + name +
                                   "'INFO: still here\n");
     }
+}
+
+TEST(Redirect, ReachesTheProgramsThatAreStartedAlsoWhereDescriptorsWereClosedBefore) {
+    SyslogSocket syslog;
+    Child child([] {
+        close(STDIN_FILENO);
+        close(STDOUT_FILENO);
+        _exit(duskvale_debug_redirect("local5", "bridge") == 0 ? system("echo a step") : 1);
+    });
+    const std::string tag = "bridge[" + std::to_string(child.id()) + "-stdout]";
+    EXPECT_EQ(child.end(), 0);
+    EXPECT_TRUE(syslog.got("<174>" + tag + ": a step")) << syslog.all();
 }
 
 TEST(Redirect, LeavesTheDescriptorsWhenALoggerCannotBeStarted) {

@@ -165,15 +165,20 @@ TEST(Background, LeavesAProcessInTheRootDirectoryThatLogsToLocal5) {
     EXPECT_EQ(pid_in("/etc/duskvale/pid"), pid) << "the pid file stays";
 }
 
-TEST(PidFile, EndsTheProcessWhenItCannotBeWritten) {
+TEST(PidFile, EndsTheProcessWhenItCannotBeOpened) {
     const std::pair<std::string, std::string> cases[] = {
         {"/etc/duskvale/no/such/dir", "No such file or directory"},
         {"/etc/duskvale", "Is a directory"},
-        {"/dev/full", "No space left on device"},
     };
     for (const auto &[path, reason] : cases) {
         Daemon daemon({"-f", "-p", path});
         EXPECT_EQ(daemon.end(), 1);
         EXPECT_EQ(daemon.stderr_text(), path + ": " + reason + "\n");
     }
+}
+
+TEST(PidFile, ThatCannotBeWrittenIsReportedAndTheDaemonRuns) {
+    Daemon daemon({"-f", "-p", "/dev/full"});
+    EXPECT_TRUE(daemon.wrote("/dev/full: No space left on device\n" + starting + registered))
+        << daemon.stderr_text();
 }
