@@ -26,14 +26,14 @@ struct Answer {
     GError *error = nullptr;
 };
 
-void on_answer(GObject *source, GAsyncResult *result, gpointer data) {
+void on_answer(GObject *source, GAsyncResult *result, gpointer data) noexcept {
     auto *answer = static_cast<Answer *>(data);
     answer->value =
         g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &answer->error);
     answer->arrived = true;
 }
 
-gboolean on_deadline(gpointer reached) {
+gboolean on_deadline(gpointer reached) noexcept {
     *static_cast<bool *>(reached) = true;
     return G_SOURCE_REMOVE;
 }
@@ -212,30 +212,30 @@ void Bus::push(NoticeKind kind) {
 }
 
 void Bus::on_signal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                    const gchar *name, GVariant *arguments, gpointer self) {
+                    const gchar *name, GVariant *arguments, gpointer self) noexcept {
     if (std::optional<Notice> notice = read_notice(name, arguments)) {
         static_cast<Bus *>(self)->queue.push_back(std::move(*notice));
     }
 }
 
 void Bus::on_owner(GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *,
-                   GVariant *arguments, gpointer self) {
+                   GVariant *arguments, gpointer self) noexcept {
     const gchar *new_owner = nullptr;
     g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &new_owner);
     static_cast<Bus *>(self)->push(*new_owner != '\0' ? NoticeKind::daemon_appeared
                                                       : NoticeKind::daemon_vanished);
 }
 
-void Bus::on_closed(GDBusConnection *, gboolean, GError *, gpointer self) {
+void Bus::on_closed(GDBusConnection *, gboolean, GError *, gpointer self) noexcept {
     static_cast<Bus *>(self)->push(NoticeKind::bus_lost);
 }
 
-gboolean Bus::on_interrupt(gpointer self) {
+gboolean Bus::on_interrupt(gpointer self) noexcept {
     static_cast<Bus *>(self)->push(NoticeKind::interrupted);
     return G_SOURCE_CONTINUE;
 }
 
-gboolean Bus::on_output_closed(gint, GIOCondition, gpointer self) {
+gboolean Bus::on_output_closed(gint, GIOCondition, gpointer self) noexcept {
     auto *bus = static_cast<Bus *>(self);
     bus->push(NoticeKind::output_closed);
     /* The descriptor stays ready for ever; once is enough. */

@@ -61,14 +61,14 @@ public:
 private:
     static void on_signal(GDBusConnection *connection, const gchar *sender, const gchar *path,
                           const gchar *interface, const gchar *name, GVariant *arguments,
-                          gpointer self);
+                          gpointer self) noexcept;
     static void on_owner(GDBusConnection *connection, const gchar *sender, const gchar *path,
                          const gchar *interface, const gchar *name, GVariant *arguments,
-                         gpointer self);
+                         gpointer self) noexcept;
     static void on_closed(GDBusConnection *connection, gboolean vanished, GError *error,
-                          gpointer self);
-    static gboolean on_interrupt(gpointer self);
-    static gboolean on_output_closed(gint fd, GIOCondition condition, gpointer self);
+                          gpointer self) noexcept;
+    static gboolean on_interrupt(gpointer self) noexcept;
+    static gboolean on_output_closed(gint fd, GIOCondition condition, gpointer self) noexcept;
 
     Result<GVariant *> call(const char *interface, const char *method, GVariant *arguments);
     /* What the bus itself answers about the daemon's name. */

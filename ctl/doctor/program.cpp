@@ -17,7 +17,7 @@ struct Run {
     ProgramAnswer answer;
 };
 
-void on_over(GObject *source, GAsyncResult *result, gpointer data) {
+void on_over(GObject *source, GAsyncResult *result, gpointer data) noexcept {
     auto *run = static_cast<Run *>(data);
     g_autofree char *out = nullptr;
     g_autofree char *err = nullptr;
@@ -31,7 +31,7 @@ void on_over(GObject *source, GAsyncResult *result, gpointer data) {
     run->over = true;
 }
 
-gboolean on_limit(gpointer data) {
+gboolean on_limit(gpointer data) noexcept {
     auto *run = static_cast<Run *>(data);
     run->timer = 0;
     run->answer.end = ProgramAnswer::End::timed_out;

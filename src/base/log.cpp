@@ -47,7 +47,7 @@ using CommandText = std::array<char, 8192>;
 
 } // namespace
 
-int duskvale_debug_print(int priority, const char *format, ...) {
+int duskvale_debug_print(int priority, const char *format, ...) noexcept {
     va_list args;
     va_start(args, format);
     if (log_facility == no_facility) {
@@ -59,7 +59,7 @@ int duskvale_debug_print(int priority, const char *format, ...) {
     return 0;
 }
 
-int duskvale_debug(int level, int category) {
+int duskvale_debug(int level, int category) noexcept {
     if (((static_cast<uint32_t>(debug_categories) >> category) & 1U) == 0) {
         return 0;
     }

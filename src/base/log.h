@@ -22,7 +22,7 @@ enum class LogCategory : int {
 };
 
 /* The tag that stands for `category` in a debug line, such as "CPG_GLIB". */
-constexpr const char *duskvale_debug_tag(LogCategory category) {
+constexpr const char *duskvale_debug_tag(LogCategory category) noexcept {
     switch (category) {
     case LogCategory::cpg:
         return "CPG";
@@ -45,11 +45,11 @@ constexpr const char *duskvale_debug_tag(LogCategory category) {
  * syslog with `priority` (LOG_EMERG to LOG_DEBUG, without facility bits). Always returns 0.
  * Use the macros below: they add the prefix of the line's kind and the calling function's name.
  */
-int duskvale_debug_print(int priority, const char *format, ...) G_GNUC_PRINTF(2, 3);
+int duskvale_debug_print(int priority, const char *format, ...) noexcept G_GNUC_PRINTF(2, 3);
 
 /* The gate: 1 if a debug line of `category` (0 to 31) that asks for `level` may be written, else 0.
  */
-int duskvale_debug(int level, int category);
+int duskvale_debug(int level, int category) noexcept;
 
 int duskvale_debug_get_level();
 void duskvale_debug_set_level(int level);

@@ -38,11 +38,11 @@ constexpr DuskvaleRunAgents run_agents = {
     .reserved = nullptr,
 };
 
-GQuark duskvale_corosync_error_quark() {
+GQuark duskvale_corosync_error_quark() noexcept {
     return g_quark_from_static_string("duskvale_corosync_error");
 }
 
-GType duskvale_corosync_error_get_type() {
+GType duskvale_corosync_error_get_type() noexcept {
     static const GEnumValue values[] = {
         {DUSKVALE_COROSYNC_ERROR_GENERAL, "DUSKVALE_COROSYNC_ERROR_GENERAL", "GeneralError"},
         {0, nullptr, nullptr},
@@ -53,7 +53,7 @@ GType duskvale_corosync_error_get_type() {
 
 /* Reached only when the construction fails: the daemon never releases a coordinator that was handed
    out. So there is no runner and no election yet. */
-static void duskvale_corosync_finalize(GObject *object) {
+static void duskvale_corosync_finalize(GObject *object) noexcept {
     COORDINATOR_DBG("\n");
     g_return_if_fail(object != NULL);
     g_return_if_fail(DUSKVALE_IS_COROSYNC(object));

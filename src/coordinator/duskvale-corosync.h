@@ -11,8 +11,8 @@
 
 /* No operation reports through this domain. */
 enum DuskvaleCorosyncError { DUSKVALE_COROSYNC_ERROR_GENERAL = 0 };
-GQuark duskvale_corosync_error_quark();
-GType duskvale_corosync_error_get_type();
+GQuark duskvale_corosync_error_quark() noexcept;
+GType duskvale_corosync_error_get_type() noexcept;
 
 #define DUSKVALE_TYPE_COROSYNC (duskvale_corosync_get_type())
 G_DECLARE_FINAL_TYPE(DuskvaleCorosync, duskvale_corosync, DUSKVALE, COROSYNC, GObject)

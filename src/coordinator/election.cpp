@@ -20,7 +20,7 @@ namespace {
 
 constexpr guint election_period_ms = 500;
 
-gboolean election_timed_out(gpointer user_data);
+gboolean election_timed_out(gpointer user_data) noexcept;
 
 /* Begins a proposal period: proposals delivered before it no longer count. */
 void do_master_election_start(DuskvaleCorosync *self) {
@@ -33,7 +33,7 @@ void do_master_election_start(DuskvaleCorosync *self) {
     priv->election_timer = g_timeout_add(election_period_ms, election_timed_out, self);
 }
 
-gboolean election_timed_out(gpointer user_data) {
+gboolean election_timed_out(gpointer user_data) noexcept {
     auto *self = static_cast<DuskvaleCorosync *>(user_data);
     DuskvaleCorosyncPrivate *priv = self->priv;
     const DuskvaleNodeInfo &best = priv->best_master;

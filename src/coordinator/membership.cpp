@@ -44,7 +44,7 @@ int handle_left(void *user_data, uint32_t nodeid, size_t member_count) {
     return 0;
 }
 
-gboolean sync_timer_callback(gpointer user_data) {
+gboolean sync_timer_callback(gpointer user_data) noexcept {
     auto *self = static_cast<DuskvaleCorosync *>(user_data);
     DuskvaleCorosyncPrivate *priv = self->priv;
     if (priv->current_master.nodeid != priv->local.nodeid) {

@@ -70,7 +70,7 @@ int handle_joined(void *user_data, uint32_t nodeid, size_t member_count);
 int handle_left(void *user_data, uint32_t nodeid, size_t member_count);
 int handle_keep_alive(gpointer user_data, uint32_t nodeid);
 int handle_text_message(gpointer user_data, const char *text);
-gboolean sync_timer_callback(gpointer user_data);
+gboolean sync_timer_callback(gpointer user_data) noexcept;
 int message_handler_sync(DuskvaleCorosync *self, uint32_t sender, unsigned int mtype,
                          MessageView message);
 int message_handler_keep_alive(DuskvaleCorosync *self, uint32_t sender, unsigned int mtype,

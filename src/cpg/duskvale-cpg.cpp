@@ -25,7 +25,7 @@ struct DestroyConnection {
 };
 
 void cpg_deliver_fn(cpg_handle_t handle, const cpg_name *, uint32_t nodeid, uint32_t, void *message,
-                    size_t length) {
+                    size_t length) noexcept {
     void *context = nullptr;
     if (cpg_context_get(handle, &context) != CS_OK) {
         DUSKVALE_ERR("%s: Failed: cpg_context_get()\n", __func__);
@@ -49,7 +49,7 @@ void print_cpg_addr_list(const char *label, const cpg_address *list, size_t coun
 
 void cpg_confchg_fn(cpg_handle_t handle, const cpg_name *group_name, const cpg_address *,
                     size_t member_count, const cpg_address *left_list, size_t left_count,
-                    const cpg_address *joined_list, size_t joined_count) {
+                    const cpg_address *joined_list, size_t joined_count) noexcept {
     DUSKVALE_DBG(LogCategory::cpg, "group_name='%.*s'\n", static_cast<int>(group_name->length),
                  group_name->value);
     if (duskvale_debug(LOG_DEBUG, static_cast<int>(LogCategory::cpg))) {
@@ -79,7 +79,7 @@ void cpg_confchg_fn(cpg_handle_t handle, const cpg_name *group_name, const cpg_a
 }
 
 /* A change of the ring that leaves the group as it is concerns nobody here. */
-void cpg_totem_confchg_fn(cpg_handle_t, cpg_ring_id, uint32_t, const uint32_t *) {}
+void cpg_totem_confchg_fn(cpg_handle_t, cpg_ring_id, uint32_t, const uint32_t *) noexcept {}
 
 } // namespace
 

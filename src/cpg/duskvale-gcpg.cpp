@@ -29,7 +29,7 @@ G_DEFINE_TYPE_WITH_PRIVATE(DuskvaleGCpg, dvcpg_glib, G_TYPE_OBJECT)
 constexpr gushort hung_up = G_IO_ERR | G_IO_HUP;
 constexpr gushort ready = G_IO_IN | hung_up;
 
-static void dvcpg_glib_finalize(GObject *object) {
+static void dvcpg_glib_finalize(GObject *object) noexcept {
     DUSKVALE_DBG(LogCategory::cpg_glib, "\n");
     DuskvaleGCpg *self = DUSKVALE_GCPG(object);
     if (self->priv->source != nullptr) {
@@ -50,19 +50,19 @@ static void dvcpg_glib_class_init(DuskvaleGCpgClass *klass) {
     G_OBJECT_CLASS(klass)->finalize = dvcpg_glib_finalize;
 }
 
-static gboolean dvcpg_prepare(GSource *, gint *timeout) {
+static gboolean dvcpg_prepare(GSource *, gint *timeout) noexcept {
     DUSKVALE_DBG(LogCategory::cpg_glib, "\n");
     *timeout = -1;
     return FALSE;
 }
 
-static gboolean dvcpg_check(GSource *source) {
+static gboolean dvcpg_check(GSource *source) noexcept {
     const gushort revents = reinterpret_cast<DvcpgSource *>(source)->pollfd.revents;
     DUSKVALE_DBG(LogCategory::cpg_glib, "events=0x%X\n", revents);
     return (revents & ready) != 0;
 }
 
-static gboolean dvcpg_dispatch(GSource *, GSourceFunc callback, gpointer user_data) {
+static gboolean dvcpg_dispatch(GSource *, GSourceFunc callback, gpointer user_data) noexcept {
     DUSKVALE_DBG(LogCategory::cpg_glib, "\n");
     if (callback == nullptr) {
         return G_SOURCE_REMOVE;
@@ -74,7 +74,7 @@ static GSourceFuncs dvcpg_source_funcs = {
     dvcpg_prepare, dvcpg_check, dvcpg_dispatch, nullptr, nullptr, nullptr,
 };
 
-static gboolean dvcpg_callback(gpointer user_data) {
+static gboolean dvcpg_callback(gpointer user_data) noexcept {
     DUSKVALE_DBG(LogCategory::cpg_glib, "\n");
     const DuskvaleGCpgPrivate *priv = DUSKVALE_GCPG(user_data)->priv;
     const cs_error_t result = duskvale_cpg_dispatch(priv->cpg);

@@ -50,7 +50,7 @@ bool write_pid_file(const char *path) {
     return true;
 }
 
-gboolean signal_handler(gpointer user_data) {
+gboolean signal_handler(gpointer user_data) noexcept {
     DUSKVALE_INFO("GOT SIGNAL: %lu\n", static_cast<gulong>(GPOINTER_TO_SIZE(user_data)));
     if (main_loop != nullptr) {
         g_main_loop_quit(main_loop);

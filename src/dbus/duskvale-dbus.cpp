@@ -28,11 +28,11 @@ std::array<guint, SIGNAL_COUNT> duskvale_dbus_signals;
 
 G_DEFINE_TYPE_WITH_PRIVATE(DuskvaleDBus, duskvale_dbus, G_TYPE_OBJECT)
 
-GQuark duskvale_dbus_error_quark() {
+GQuark duskvale_dbus_error_quark() noexcept {
     return g_quark_from_static_string("duskvale_dbus_error");
 }
 
-GType duskvale_dbus_error_get_type() {
+GType duskvale_dbus_error_get_type() noexcept {
     static const GEnumValue values[] = {
         {DUSKVALE_DBUS_ERROR_GENERAL, "DUSKVALE_DBUS_ERROR_GENERAL", "GeneralError"},
         {0, nullptr, nullptr},
@@ -41,7 +41,7 @@ GType duskvale_dbus_error_get_type() {
     return type;
 }
 
-static void duskvale_dbus_finalize(GObject *object) {
+static void duskvale_dbus_finalize(GObject *object) noexcept {
     DBUS_DBG("\n");
     g_return_if_fail(object != NULL);
     g_return_if_fail(DUSKVALE_IS_DBUS(object));
@@ -62,7 +62,7 @@ static void set_text(GValue *value, const char *text) {
 }
 
 static void duskvale_dbus_get_property(GObject *object, guint id, GValue *value,
-                                       GParamSpec *pspec) {
+                                       GParamSpec *pspec) noexcept {
     DuskvaleDBus *self = DUSKVALE_DBUS(object);
     const DuskvaleDBusPrivate *priv = self->priv;
     DBUS_DBG("\n");
@@ -105,7 +105,7 @@ static void duskvale_dbus_get_property(GObject *object, guint id, GValue *value,
 }
 
 static void duskvale_dbus_set_property(GObject *object, guint id, const GValue *value,
-                                       GParamSpec *pspec) {
+                                       GParamSpec *pspec) noexcept {
     DuskvaleDBus *self = DUSKVALE_DBUS(object);
     DBUS_DBG("\n");
     if (id != PROP_PREFERRED_MASTER) {
@@ -133,7 +133,7 @@ struct SignalRow {
     std::vector<GType> parameters;
 };
 
-static std::array<SignalRow, SIGNAL_COUNT> signal_table() {
+static std::array<SignalRow, SIGNAL_COUNT> signal_table() noexcept {
     std::array<SignalRow, SIGNAL_COUNT> rows;
     rows[SIGNAL_NEW_MASTER] = {"notify_new_master", {G_TYPE_UINT}};
     rows[SIGNAL_FROZEN_MASTER] = {"notify_frozen_master", {G_TYPE_UINT, G_TYPE_STRING}};
@@ -150,14 +150,14 @@ static std::array<SignalRow, SIGNAL_COUNT> signal_table() {
     return rows;
 }
 
-static guint add_signal(GType type, SignalRow row) {
+static guint add_signal(GType type, SignalRow &row) noexcept {
     return g_signal_newv(row.name, type,
                          static_cast<GSignalFlags>(G_SIGNAL_RUN_LAST | G_SIGNAL_DETAILED), nullptr,
                          nullptr, nullptr, g_cclosure_marshal_generic, G_TYPE_NONE,
                          static_cast<guint>(row.parameters.size()), row.parameters.data());
 }
 
-static void install_properties(GObjectClass *object_class) {
+static void install_properties(GObjectClass *object_class) noexcept {
     const auto add_int = [object_class](guint id, const char *name) {
         g_object_class_install_property(
             object_class, id,
@@ -191,7 +191,7 @@ static void duskvale_dbus_class_init(DuskvaleDBusClass *klass) {
     object_class->get_property = duskvale_dbus_get_property;
     object_class->set_property = duskvale_dbus_set_property;
 
-    const std::array<SignalRow, SIGNAL_COUNT> rows = signal_table();
+    std::array<SignalRow, SIGNAL_COUNT> rows = signal_table();
     for (size_t i = 0; i < SIGNAL_COUNT; i++) {
         duskvale_dbus_signals[i] = add_signal(G_TYPE_FROM_CLASS(klass), rows[i]);
         DBUS_DBG("Signal %d registered\n", static_cast<gint>(duskvale_dbus_signals[i]));

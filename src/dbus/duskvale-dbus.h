@@ -31,8 +31,8 @@ struct DuskvaleDBusAgents {
 
 /* Registered with the bus binding; no method fails, so no reply carries it. */
 enum DuskvaleDBusError { DUSKVALE_DBUS_ERROR_GENERAL = 0 };
-GQuark duskvale_dbus_error_quark();
-GType duskvale_dbus_error_get_type();
+GQuark duskvale_dbus_error_quark() noexcept;
+GType duskvale_dbus_error_get_type() noexcept;
 
 #define DUSKVALE_TYPE_DBUS (duskvale_dbus_get_type())
 G_DECLARE_FINAL_TYPE(DuskvaleDBus, duskvale_dbus, DUSKVALE, DBUS, GObject)

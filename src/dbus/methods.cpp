@@ -30,27 +30,27 @@ bool frozen(const DuskvaleDBus *self, const char *request) {
 
 } // namespace
 
-gboolean duskvale_send_message(DuskvaleDBus *self, const char *text, GError ** /*error*/) {
+gboolean duskvale_send_message(DuskvaleDBus *self, const char *text, GError ** /*error*/) noexcept {
     DBUS_DBG("message = %s\n", text);
     duskvale_dbus_call_agent(self, &DuskvaleDBusAgents::text_message, accepted, text);
     return TRUE;
 }
 
-gboolean duskvale_keep_alive(DuskvaleDBus *self, GError ** /*error*/) {
+gboolean duskvale_keep_alive(DuskvaleDBus *self, GError ** /*error*/) noexcept {
     DBUS_DBG("\n");
     duskvale_dbus_call_agent(self, &DuskvaleDBusAgents::keep_alive, accepted,
                              self->priv->local_node_id);
     return TRUE;
 }
 
-gboolean duskvale_take_over(DuskvaleDBus *self, gboolean *status, GError ** /*error*/) {
+gboolean duskvale_take_over(DuskvaleDBus *self, gboolean *status, GError ** /*error*/) noexcept {
     DBUS_DBG("\n");
     *status = !frozen(self, "take-over") && !too_few_nodes(self, "take-over") &&
               duskvale_dbus_call_agent(self, &DuskvaleDBusAgents::take_over, accepted) >= accepted;
     return TRUE;
 }
 
-gboolean duskvale_give_back(DuskvaleDBus *self, gboolean *status, GError ** /*error*/) {
+gboolean duskvale_give_back(DuskvaleDBus *self, gboolean *status, GError ** /*error*/) noexcept {
     DBUS_DBG("\n");
     *status = !frozen(self, "give-back") && !too_few_nodes(self, "give-back") &&
               duskvale_dbus_call_agent(self, &DuskvaleDBusAgents::give_back, accepted) >= accepted;
@@ -58,7 +58,7 @@ gboolean duskvale_give_back(DuskvaleDBus *self, gboolean *status, GError ** /*er
 }
 
 gboolean duskvale_set_freeze(DuskvaleDBus *self, gboolean wanted_state, const char *reason,
-                             gboolean *status, GError ** /*error*/) {
+                             gboolean *status, GError ** /*error*/) noexcept {
     const uint32_t frozen_master = wanted_state ? self->priv->master_node_id : 0;
     DBUS_DBG("wanted_state = %d >>> frozen_master = %d\n", wanted_state,
              static_cast<gint32>(frozen_master));
@@ -70,7 +70,7 @@ gboolean duskvale_set_freeze(DuskvaleDBus *self, gboolean wanted_state, const ch
 
 gboolean duskvale_lumacrate_hotplug(DuskvaleDBus *self, gboolean added, const char *devpath,
                                     const char *hardware_id, const char *location,
-                                    GError ** /*error*/) {
+                                    GError ** /*error*/) noexcept {
     DBUS_DBG("\n");
     duskvale_dbus_call_agent(self, &DuskvaleDBusAgents::lumacrate_hotplug, accepted, added, devpath,
                              hardware_id, location);

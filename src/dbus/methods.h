@@ -9,17 +9,18 @@
 
 #include "dbus/duskvale-dbus.h"
 
-gboolean duskvale_send_message(DuskvaleDBus *self, const char *text, GError **error);
-gboolean duskvale_keep_alive(DuskvaleDBus *self, GError **error);
+gboolean duskvale_send_message(DuskvaleDBus *self, const char *text, GError **error) noexcept;
+gboolean duskvale_keep_alive(DuskvaleDBus *self, GError **error) noexcept;
 
 /* Refused while mastership is frozen, and in a group of fewer than two nodes. */
-gboolean duskvale_take_over(DuskvaleDBus *self, gboolean *status, GError **error);
-gboolean duskvale_give_back(DuskvaleDBus *self, gboolean *status, GError **error);
+gboolean duskvale_take_over(DuskvaleDBus *self, gboolean *status, GError **error) noexcept;
+gboolean duskvale_give_back(DuskvaleDBus *self, gboolean *status, GError **error) noexcept;
 
 /* Freezes to the master of this moment, or lifts the freeze (as does a wish to freeze while no
    master is known). Refused in a group of fewer than two nodes. */
 gboolean duskvale_set_freeze(DuskvaleDBus *self, gboolean wanted_state, const char *reason,
-                             gboolean *status, GError **error);
+                             gboolean *status, GError **error) noexcept;
 
 gboolean duskvale_lumacrate_hotplug(DuskvaleDBus *self, gboolean added, const char *devpath,
-                                    const char *hardware_id, const char *location, GError **error);
+                                    const char *hardware_id, const char *location,
+                                    GError **error) noexcept;

@@ -23,7 +23,7 @@ DBusGProxy *bus_driver(DBusGConnection *connection) {
 /* Left alone, libdbus would end the process without a word. A daemon that nobody can ask or command
    is of no use, and a lost connection cannot be taken up again: its service manager restarts it. */
 DBusHandlerResult end_when_disconnected(DBusConnection * /*connection*/, DBusMessage *message,
-                                        void * /*user_data*/) {
+                                        void * /*user_data*/) noexcept {
     if (!dbus_message_is_signal(message, DBUS_INTERFACE_LOCAL, "Disconnected")) {
         return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
     }

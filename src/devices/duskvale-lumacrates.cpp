@@ -32,12 +32,12 @@ constexpr size_t path_size = 4096;
 
 G_DEFINE_TYPE_WITH_PRIVATE(DuskvaleLumacrates, duskvale_lumacrates, G_TYPE_OBJECT)
 
-GQuark duskvale_lumacrates_error_quark() {
+GQuark duskvale_lumacrates_error_quark() noexcept {
     DUSKVALE_DBG(LogCategory::lumacrates, "\n");
     return g_quark_from_static_string("duskvale_lumacrates_error");
 }
 
-GType duskvale_lumacrates_error_get_type() {
+GType duskvale_lumacrates_error_get_type() noexcept {
     DUSKVALE_DBG(LogCategory::lumacrates, "\n");
     static const GEnumValue values[] = {
         {DUSKVALE_LUMACRATES_ERROR_GENERAL, "DUSKVALE_LUMACRATES_ERROR_GENERAL", "GeneralError"},
@@ -47,7 +47,7 @@ GType duskvale_lumacrates_error_get_type() {
     return type;
 }
 
-static void duskvale_lumacrates_finalize(GObject *object) {
+static void duskvale_lumacrates_finalize(GObject *object) noexcept {
     DUSKVALE_DBG(LogCategory::lumacrates, "\n");
     g_return_if_fail(DUSKVALE_IS_LUMACRATES(object));
     DuskvaleLumacrates *dvlc = DUSKVALE_LUMACRATES(object);
@@ -56,7 +56,7 @@ static void duskvale_lumacrates_finalize(GObject *object) {
 }
 
 static void duskvale_lumacrates_get_property(GObject *object, guint id, GValue *value,
-                                             GParamSpec *pspec) {
+                                             GParamSpec *pspec) noexcept {
     DUSKVALE_DBG(LogCategory::lumacrates, "\n");
     if (id != PROP_LUMACRATE_COUNT) {
         DUSKVALE_ERR("Bad property id %d\n", static_cast<int>(id));
@@ -67,7 +67,7 @@ static void duskvale_lumacrates_get_property(GObject *object, guint id, GValue *
 }
 
 static void duskvale_lumacrates_set_property(GObject *object, guint id, const GValue *value,
-                                             GParamSpec *pspec) {
+                                             GParamSpec *pspec) noexcept {
     if (id != PROP_LUMACRATE_COUNT) {
         DUSKVALE_ERR("Bad property id %d\n", static_cast<int>(id));
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
@@ -158,7 +158,7 @@ static void set_property_lumacrate_count(DuskvaleLumacrates *self, gint32 count)
     g_value_unset(&value);
 }
 
-static void lumacrate_count_hook(DuskvaleLumacrates *self, GParamSpec *, gpointer) {
+static void lumacrate_count_hook(DuskvaleLumacrates *self, GParamSpec *, gpointer) noexcept {
     const DuskvaleLumacratesPrivate *priv = self->priv;
     DUSKVALE_DBG(LogCategory::lumacrates, "%d\n", priv->count);
     if (priv->agents != nullptr && priv->agents->count != nullptr) {

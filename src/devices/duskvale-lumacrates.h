@@ -26,8 +26,8 @@ struct DuskvaleLumacratesAgents {
 
 /* No operation reports through this domain. */
 enum DuskvaleLumacratesError { DUSKVALE_LUMACRATES_ERROR_GENERAL = 0 };
-GQuark duskvale_lumacrates_error_quark();
-GType duskvale_lumacrates_error_get_type();
+GQuark duskvale_lumacrates_error_quark() noexcept;
+GType duskvale_lumacrates_error_get_type() noexcept;
 
 #define DUSKVALE_TYPE_LUMACRATES (duskvale_lumacrates_get_type())
 G_DECLARE_FINAL_TYPE(DuskvaleLumacrates, duskvale_lumacrates, DUSKVALE, LUMACRATES, GObject)

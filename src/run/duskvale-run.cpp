@@ -46,7 +46,7 @@ static void release_steps(DuskvaleRunPrivate *priv) {
     priv->glob_space = {};
 }
 
-static void duskvale_run_finalize(GObject *object) {
+static void duskvale_run_finalize(GObject *object) noexcept {
     DUSKVALE_DBG(LogCategory::run, "\n");
     g_return_if_fail(DUSKVALE_IS_RUN(object));
     DuskvaleRunPrivate *priv = DUSKVALE_RUN(object)->priv;
@@ -96,7 +96,7 @@ static void run_steps_done(DuskvaleRun *self) {
     }
 }
 
-static gboolean child_timeout(gpointer user_data) {
+static gboolean child_timeout(gpointer user_data) noexcept {
     DuskvaleRunPrivate *priv = DUSKVALE_RUN(user_data)->priv;
     priv->child_timer = 0;
     if (priv->pid != 0) {
@@ -107,7 +107,7 @@ static gboolean child_timeout(gpointer user_data) {
     return G_SOURCE_REMOVE;
 }
 
-static void child_watch_callback(GPid pid, gint status, gpointer user_data);
+static void child_watch_callback(GPid pid, gint status, gpointer user_data) noexcept;
 
 /*
  * Spawns the step at idx, or ends the sequence when idx is past it. FALSE when the step could not
@@ -154,7 +154,7 @@ static void run_step_advance(DuskvaleRun *self) {
     } while (!run_next(self));
 }
 
-static void child_watch_callback(GPid pid, gint status, gpointer user_data) {
+static void child_watch_callback(GPid pid, gint status, gpointer user_data) noexcept {
     DuskvaleRun *self = DUSKVALE_RUN(user_data);
     DuskvaleRunPrivate *priv = self->priv;
     DUSKVALE_DBG(LogCategory::run, "child_watch_callback(pid=%d, status=%d)\n", pid, status);

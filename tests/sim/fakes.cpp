@@ -44,11 +44,11 @@ static Type *make(GType type, const char *function) {
     return reinterpret_cast<Type *>(object);
 }
 
-int duskvale_debug(int, int) {
+int duskvale_debug(int, int) noexcept {
     return sim::debug_lines || sim::trace ? 1 : 0;
 }
 
-int duskvale_debug_print(int priority, const char *format, ...) {
+int duskvale_debug_print(int priority, const char *format, ...) noexcept {
     va_list arguments;
     va_start(arguments, format);
     g_autofree char *line = nullptr;
