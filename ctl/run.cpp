@@ -1,8 +1,8 @@
 #include "ctl/run.h"
 
-#include "ctl/arguments.h"
-#include "ctl/help.h"
-#include "ctl/output.h"
+#include "ctl/line/arguments.h"
+#include "ctl/line/help.h"
+#include "ctl/print/text.h"
 
 #include <clocale>
 #include <cstring>

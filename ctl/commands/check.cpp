@@ -1,6 +1,6 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 #include <algorithm>
 
@@ -26,7 +26,7 @@ private:
     std::string findings;
 };
 
-Verdict judge(const Snapshot &now, unsigned expected_members) {
+Verdict judge(const client::Snapshot &now, unsigned expected_members) {
     Verdict verdict;
     if (now.master_node == 0) {
         verdict.add(CheckExit::critical, "no master is known");
@@ -53,7 +53,7 @@ Verdict judge(const Snapshot &now, unsigned expected_members) {
 }
 
 /* The figures after the bar, in the form that monitoring systems read. */
-std::string figures(const Snapshot &now, unsigned expected_members) {
+std::string figures(const client::Snapshot &now, unsigned expected_members) {
     const auto flag = [](bool value) { return value ? "1" : "0"; };
     return " | members=" + std::to_string(now.members) + ";" + std::to_string(expected_members) +
            ":;;0 devices=" + std::to_string(now.devices) + ";;;0 master=" + flag(now.is_master) +
@@ -84,7 +84,7 @@ int command_check(const Arguments &arguments) {
         }
     }
     Bus bus;
-    const Result<Snapshot> now = open_daemon(bus);
+    const Result<client::Snapshot> now = open_daemon(bus);
     if (!now) {
         Verdict verdict;
         verdict.add(status_of(now.problem()), problem_text(now.problem()));

@@ -1,7 +1,7 @@
 /* The commands, a file each. Every one gets checked arguments and returns the exit status. */
 #pragma once
 
-#include "ctl/arguments.h"
+#include "ctl/line/arguments.h"
 
 namespace ctl {
 

@@ -1,6 +1,6 @@
+#include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
-#include "ctl/request.h"
+#include "ctl/print/text.h"
 
 #include <algorithm>
 
@@ -35,23 +35,21 @@ int command_freeze(const Arguments &arguments) {
     }
     Request request;
     /* With no master the daemon would take it for a lift of the freeze. */
-    request.objection = [](const Snapshot &before) -> std::string {
+    request.objection = [](const client::Snapshot &before) -> std::string {
         return before.master_node != 0 ? ""
                                        : "no master is known that mastership could be frozen to\n"
                                          "To go on, wait for one: duskvalectl wait stable";
     };
-    request.ask = [&reason](Bus &bus) {
-        return bus.ask("SetFreeze", g_variant_new("(bs)", TRUE, reason.c_str()));
-    };
-    request.asked = [&reason](const Snapshot &before) {
+    request.ask = [&reason](Bus &bus) { return bus.ask(client::freeze(reason)); };
+    request.asked = [&reason](const client::Snapshot &before) {
         return "asked to freeze mastership to " + node_text(before.master_node) +
                (before.is_master ? ", this node: " : ": ") + reason;
     };
-    request.effect = [&reason](const Notice &notice, const Snapshot &) {
-        return notice.kind == NoticeKind::frozen_master && notice.node != 0 &&
-               notice.text == reason;
+    request.effect = [&reason](const client::Announcement &announcement, const client::Snapshot &) {
+        const auto *frozen = std::get_if<client::FrozenMaster>(&announcement);
+        return frozen != nullptr && frozen->node != 0 && frozen->reason == reason;
     };
-    request.holds = [&reason](const Snapshot &now) {
+    request.holds = [&reason](const client::Snapshot &now) {
         return now.frozen_node != 0 && now.frozen_reason == reason;
     };
     return carry_out(arguments, request);

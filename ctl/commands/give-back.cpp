@@ -1,6 +1,6 @@
+#include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
-#include "ctl/request.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
@@ -9,7 +9,7 @@ int command_give_back(const Arguments &arguments) {
     request.needs_no_freeze = true;
     /* The daemon takes it on a slave too: then the other slaves take over from the master, or
        nothing happens where there is none. Nobody means that. */
-    request.objection = [](const Snapshot &before) -> std::string {
+    request.objection = [](const client::Snapshot &before) -> std::string {
         if (before.is_master || before.frozen_node != 0) {
             return {};
         }
@@ -20,15 +20,16 @@ int command_give_back(const Arguments &arguments) {
                " is\nTo go on, ask there, or 'duskvalectl take-over' on the node that shall have "
                "it";
     };
-    request.ask = [](Bus &bus) { return bus.ask("GiveBack", nullptr); };
-    request.asked = [](const Snapshot &before) {
+    request.ask = [](Bus &bus) { return bus.ask(client::give_back()); };
+    request.asked = [](const client::Snapshot &before) {
         return "asked for another node to be master instead of " + node_text(before.local_node) +
                ", this node";
     };
-    request.effect = [](const Notice &notice, const Snapshot &before) {
-        return notice.kind == NoticeKind::new_master && notice.node != before.local_node;
+    request.effect = [](const client::Announcement &announcement, const client::Snapshot &before) {
+        const auto *master = std::get_if<client::NewMaster>(&announcement);
+        return master != nullptr && master->node != before.local_node;
     };
-    request.holds = [](const Snapshot &now) { return !now.is_master; };
+    request.holds = [](const client::Snapshot &now) { return !now.is_master; };
     return carry_out(arguments, request);
 }
 

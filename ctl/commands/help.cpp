@@ -1,7 +1,7 @@
-#include "ctl/help.h"
+#include "ctl/line/help.h"
 
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 

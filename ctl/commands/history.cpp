@@ -1,6 +1,7 @@
 #include "ctl/commands/commands.h"
 #include "ctl/log/told.h"
-#include "ctl/output.h"
+#include "ctl/print/json.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 

@@ -1,6 +1,6 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
@@ -39,11 +39,9 @@ int command_hotplug(const Arguments &arguments) {
     if (const std::optional<Problem> problem = bus.connect()) {
         return report(*problem);
     }
-    const Result<bool> told =
-        bus.ask("LumacrateHotplug", g_variant_new("(bsss)", added ? TRUE : FALSE, device.c_str(),
-                                                  hardware.c_str(), location.c_str()));
-    if (!told) {
-        return report(told.problem());
+    const Result<bool> reported = bus.ask(client::hotplug(added, device, hardware, location));
+    if (!reported) {
+        return report(reported.problem());
     }
     print_line("reported " + printable(device) + (added ? " as added" : " as removed"));
     return static_cast<int>(Exit::ok);

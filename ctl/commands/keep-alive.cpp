@@ -1,6 +1,6 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
@@ -9,7 +9,7 @@ int command_keep_alive(const Arguments &) {
     if (const std::optional<Problem> problem = bus.connect()) {
         return report(*problem);
     }
-    const Result<bool> sent = bus.ask("KeepAlive", nullptr);
+    const Result<bool> sent = bus.ask(client::keep_alive());
     if (!sent) {
         return report(sent.problem());
     }

@@ -1,6 +1,6 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
@@ -28,10 +28,10 @@ std::string label_value(const std::string &text) {
     return value;
 }
 
-void print_state(const Snapshot &now) {
+void print_state(const client::Snapshot &now) {
     gauge("daemon", "The daemon that answered; always 1.", 1,
-          "{version=\"" + label_value(now.version) + "\",node=\"" + std::to_string(now.local_node) +
-              "\"}");
+          "{version=\"" + label_value(now.interface_version) + "\",node=\"" +
+              std::to_string(now.local_node) + "\"}");
     gauge("master_node", "Node id of the master, 0 while none is known.", now.master_node);
     gauge("is_master", "Whether this node is the master.", now.is_master ? 1 : 0);
     gauge("members", "Members of the group.", now.members);
@@ -47,7 +47,7 @@ void print_state(const Snapshot &now) {
 
 int command_metrics(const Arguments &) {
     Bus bus;
-    const Result<Snapshot> now = open_daemon(bus);
+    const Result<client::Snapshot> now = open_daemon(bus);
     gauge("up", "Whether the daemon answered on the system bus.", now ? 1 : 0);
     if (now) {
         print_state(*now);

@@ -1,47 +1,30 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
+#include "ctl/ask/describe.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/json.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
 namespace {
-
-Colour colour_of(const Notice &notice) {
-    switch (notice.kind) {
-    case NoticeKind::new_master:
-        return Colour::good;
-    case NoticeKind::frozen_master:
-    case NoticeKind::left:
-        return Colour::doubtful;
-    case NoticeKind::step_end:
-        return notice.status == 0 ? Colour::plain : Colour::bad;
-    case NoticeKind::steps_done:
-        return notice.count == 0 ? Colour::plain : Colour::bad;
-    case NoticeKind::daemon_vanished:
-    case NoticeKind::bus_lost:
-        return Colour::bad;
-    default:
-        return Colour::plain;
-    }
-}
 
 /* A line for each announcement; false when nobody reads any more. */
 class Printer {
 public:
     explicit Printer(bool as_json) : json(as_json) {}
 
-    bool notice(const Notice &notice, uint32_t local_node) const {
+    bool news(const News &news, client::NodeId local_node) const {
         if (json) {
             JsonLine line;
-            add_notice(line, notice);
+            add_news(line, news);
             return print_line(line.text());
         }
-        return print_line(clock_text(notice.time) + " " +
-                          paint(colour_of(notice), describe(notice, local_node)));
+        return print_line(clock_text(news.time) + " " +
+                          paint(colour_of(news), describe(news, local_node)));
     }
 
     /* Where things stand when the daemon is first seen, or seen again. */
-    bool state(const Snapshot &snapshot) const {
+    bool state(const client::Snapshot &snapshot) const {
         const int64_t now = g_get_real_time();
         if (json) {
             JsonLine line;
@@ -68,16 +51,14 @@ private:
 int command_monitor(const Arguments &arguments) {
     const Printer printer(arguments.has(Opt::json));
     Bus bus;
-    Result<Snapshot> snapshot = open_daemon(bus, true);
+    Result<client::Snapshot> snapshot = open_daemon(bus, true);
     if (!snapshot && !snapshot.problem().is_absence()) {
         return report(snapshot.problem());
     }
     bus.catch_endings();
-    uint32_t local_node = snapshot ? snapshot->local_node : 0;
-    Notice notice;
-    notice.kind = NoticeKind::daemon_vanished;
-    notice.time = g_get_real_time();
-    bool read_by_someone = snapshot || printer.notice(notice, local_node);
+    client::NodeId local_node = snapshot ? snapshot->local_node : 0;
+    bool read_by_someone =
+        snapshot || printer.news({DaemonVanished{}, g_get_real_time()}, local_node);
     /* A state is shown in its place: after what was announced before it was asked for. */
     bool state_due = static_cast<bool>(snapshot);
     while (read_by_someone) {
@@ -86,15 +67,15 @@ int command_monitor(const Arguments &arguments) {
             state_due = false;
             continue;
         }
-        notice = *bus.next(std::nullopt);
-        if (notice.kind == NoticeKind::interrupted || notice.kind == NoticeKind::output_closed) {
+        const News news = *bus.next(std::nullopt);
+        if (news.is<Interrupted>() || news.is<OutputClosed>()) {
             break;
         }
-        read_by_someone = printer.notice(notice, local_node);
-        if (notice.kind == NoticeKind::bus_lost) {
-            return report({ProblemKind::bus_unreachable, "it closed the connection"});
+        read_by_someone = printer.news(news, local_node);
+        if (news.is<BusLost>()) {
+            return report(bus_closed());
         }
-        if (notice.kind == NoticeKind::daemon_appeared) {
+        if (news.is<DaemonAppeared>()) {
             snapshot = bus.read();
             state_due = static_cast<bool>(snapshot);
             local_node = snapshot ? snapshot->local_node : local_node;

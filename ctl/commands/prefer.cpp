@@ -1,6 +1,6 @@
+#include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
-#include "ctl/request.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
@@ -11,19 +11,16 @@ int command_prefer(const Arguments &arguments) {
     }
     const bool preferred = wanted == "on";
     Request request;
-    request.ask = [preferred](Bus &bus) -> Result<bool> {
-        const std::optional<Problem> problem = bus.set_preferred(preferred);
-        return problem ? Result<bool>(*problem) : Result<bool>(true);
-    };
-    request.asked = [preferred](const Snapshot &before) {
+    request.ask = [preferred](Bus &bus) { return bus.ask(client::set_preferred(preferred)); };
+    request.asked = [preferred](const client::Snapshot &before) {
         return node_text(before.local_node) + ", this node, is " +
                (preferred ? "now preferred as master" : "no longer preferred as master") +
                (before.frozen_node != 0
                     ? "; no election: mastership is frozen to " + node_text(before.frozen_node)
                     : "; an election follows");
     };
-    request.election = [](const Snapshot &before) { return before.frozen_node == 0; };
-    request.holds = [preferred](const Snapshot &now) { return now.preferred == preferred; };
+    request.election = [](const client::Snapshot &before) { return before.frozen_node == 0; };
+    request.holds = [preferred](const client::Snapshot &now) { return now.preferred == preferred; };
     return carry_out(arguments, request);
 }
 

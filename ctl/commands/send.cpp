@@ -1,6 +1,6 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
@@ -9,8 +9,7 @@ int command_send(const Arguments &arguments) {
     if (const std::optional<Problem> problem = bus.connect()) {
         return report(*problem);
     }
-    const Result<bool> sent =
-        bus.ask("SendMessage", g_variant_new("(s)", arguments.positional.front().c_str()));
+    const Result<bool> sent = bus.ask(client::send_message(arguments.positional.front()));
     if (!sent) {
         return report(sent.problem());
     }

@@ -1,6 +1,7 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
+#include "ctl/print/json.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
@@ -12,7 +13,7 @@ std::string label(const char *name) {
     return paint(Colour::faint, text);
 }
 
-std::string master_line(const Snapshot &snapshot) {
+std::string master_line(const client::Snapshot &snapshot) {
     if (snapshot.master_node == 0) {
         return paint(Colour::bad, "none known");
     }
@@ -20,7 +21,7 @@ std::string master_line(const Snapshot &snapshot) {
     return snapshot.is_master ? paint(Colour::good, node + ", this node") : node;
 }
 
-std::string frozen_line(const Snapshot &snapshot) {
+std::string frozen_line(const client::Snapshot &snapshot) {
     if (snapshot.frozen_node == 0) {
         return "no";
     }
@@ -34,7 +35,7 @@ std::string frozen_line(const Snapshot &snapshot) {
                                                      : printable(snapshot.frozen_reason)));
 }
 
-std::string members_line(const Snapshot &snapshot) {
+std::string members_line(const client::Snapshot &snapshot) {
     switch (snapshot.members) {
     case 0:
         return paint(Colour::bad, "0: the group has not been joined yet");
@@ -45,7 +46,7 @@ std::string members_line(const Snapshot &snapshot) {
     }
 }
 
-void print_status(const Snapshot &snapshot) {
+void print_status(const client::Snapshot &snapshot) {
     const char *role = snapshot.is_master          ? "master"
                        : snapshot.master_node != 0 ? "slave"
                                                    : "no role yet";
@@ -66,14 +67,16 @@ void print_status(const Snapshot &snapshot) {
 
 int command_status(const Arguments &arguments) {
     Bus bus;
-    const Result<Snapshot> snapshot = open_daemon(bus);
+    const Result<client::Snapshot> snapshot = open_daemon(bus);
     if (arguments.has(Opt::json)) {
         JsonLine line;
         if (snapshot) {
             line.add("state", "running");
             add_snapshot(line, *snapshot);
         } else {
-            add_problem(line, snapshot.problem());
+            line.add("state", problem_word(snapshot.problem()))
+                .add("message", problem_text(snapshot.problem()))
+                .add("try", problem_advice(snapshot.problem()));
         }
         print_line(line.text());
         return static_cast<int>(snapshot ? Exit::ok : problem_exit(snapshot.problem()));

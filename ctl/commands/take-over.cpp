@@ -1,20 +1,21 @@
+#include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
-#include "ctl/request.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
 int command_take_over(const Arguments &arguments) {
     Request request;
     request.needs_no_freeze = true;
-    request.ask = [](Bus &bus) { return bus.ask("TakeOver", nullptr); };
-    request.asked = [](const Snapshot &before) {
+    request.ask = [](Bus &bus) { return bus.ask(client::take_over()); };
+    request.asked = [](const client::Snapshot &before) {
         return "asked for " + node_text(before.local_node) + ", this node, to be master";
     };
-    request.effect = [](const Notice &notice, const Snapshot &before) {
-        return notice.kind == NoticeKind::new_master && notice.node == before.local_node;
+    request.effect = [](const client::Announcement &announcement, const client::Snapshot &before) {
+        const auto *master = std::get_if<client::NewMaster>(&announcement);
+        return master != nullptr && master->node == before.local_node;
     };
-    request.holds = [](const Snapshot &now) { return now.is_master; };
+    request.holds = [](const client::Snapshot &now) { return now.is_master; };
     return carry_out(arguments, request);
 }
 

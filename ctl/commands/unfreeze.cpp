@@ -1,24 +1,25 @@
+#include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
-#include "ctl/request.h"
+#include "ctl/print/text.h"
 
 namespace ctl {
 
 int command_unfreeze(const Arguments &arguments) {
     Request request;
-    request.ask = [](Bus &bus) { return bus.ask("SetFreeze", g_variant_new("(bs)", FALSE, "")); };
-    request.asked = [](const Snapshot &before) {
+    request.ask = [](Bus &bus) { return bus.ask(client::unfreeze()); };
+    request.asked = [](const client::Snapshot &before) {
         return before.frozen_node != 0
                    ? "asked to lift the freeze to " + node_text(before.frozen_node) +
                          "; an election follows"
                    : std::string("asked to lift a freeze that this node knows nothing of; an "
                                  "election follows");
     };
-    request.effect = [](const Notice &notice, const Snapshot &) {
-        return notice.kind == NoticeKind::frozen_master && notice.node == 0;
+    request.effect = [](const client::Announcement &announcement, const client::Snapshot &) {
+        const auto *frozen = std::get_if<client::FrozenMaster>(&announcement);
+        return frozen != nullptr && frozen->node == 0;
     };
-    request.election = [](const Snapshot &) { return true; };
-    request.holds = [](const Snapshot &now) { return now.frozen_node == 0; };
+    request.election = [](const client::Snapshot &) { return true; };
+    request.holds = [](const client::Snapshot &now) { return now.frozen_node == 0; };
     return carry_out(arguments, request);
 }
 

@@ -1,7 +1,7 @@
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
+#include "ctl/ask/settle.h"
 #include "ctl/commands/commands.h"
-#include "ctl/output.h"
-#include "ctl/settle.h"
+#include "ctl/print/text.h"
 
 #include <cstdio>
 
@@ -9,7 +9,7 @@ namespace ctl {
 
 namespace {
 
-bool fits(const std::string &wanted, const Snapshot &now) {
+bool fits(const std::string &wanted, const client::Snapshot &now) {
     if (now.master_node == 0) {
         return false;
     }
@@ -24,18 +24,17 @@ int timed_out(const std::string &wanted, const std::string &state) {
 
 /* Until the daemon is there and can be read; a problem that waiting does not mend, or no state at
    the deadline. */
-std::optional<Result<Snapshot>> wait_for_daemon(Bus &bus, const Deadline &deadline) {
-    Result<Snapshot> snapshot = bus.read();
+std::optional<Result<client::Snapshot>> wait_for_daemon(Bus &bus, const Deadline &deadline) {
+    Result<client::Snapshot> snapshot = bus.read();
     while (!snapshot && snapshot.problem().is_absence()) {
-        const std::optional<Notice> notice = bus.next(deadline);
-        if (!notice) {
+        const std::optional<News> news = bus.next(deadline);
+        if (!news) {
             return std::nullopt;
         }
-        if (notice->kind == NoticeKind::bus_lost) {
-            return Result<Snapshot>(
-                Problem{ProblemKind::bus_unreachable, "it closed the connection"});
+        if (news->is<BusLost>()) {
+            return Result<client::Snapshot>(bus_closed());
         }
-        if (notice->kind == NoticeKind::daemon_appeared) {
+        if (news->is<DaemonAppeared>()) {
             snapshot = bus.read();
         }
     }
@@ -44,22 +43,22 @@ std::optional<Result<Snapshot>> wait_for_daemon(Bus &bus, const Deadline &deadli
 
 int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
     while (true) {
-        const std::optional<Result<Snapshot>> now = wait_for_daemon(bus, deadline);
+        const std::optional<Result<client::Snapshot>> now = wait_for_daemon(bus, deadline);
         if (!now) {
             return timed_out(wanted, "the daemon is not running");
         }
         if (!*now) {
             return report(now->problem());
         }
-        Snapshot last = **now;
+        client::Snapshot last = **now;
         SettleRequest request;
         request.deadline = deadline;
         request.election = wanted == "stable";
         if (!fits(wanted, last)) {
-            request.effect = [&](const Notice &notice) {
-                if (notice.kind == NoticeKind::new_master) {
-                    last.master_node = notice.node;
-                    last.is_master = notice.node == last.local_node;
+            request.effect = [&](const client::Announcement &announcement) {
+                if (const auto *master = std::get_if<client::NewMaster>(&announcement)) {
+                    last.master_node = master->node;
+                    last.is_master = master->node == last.local_node;
                 }
                 return fits(wanted, last);
             };

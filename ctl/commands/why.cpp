@@ -1,5 +1,6 @@
 #include "ctl/commands/commands.h"
 #include "ctl/log/told.h"
+#include "ctl/print/json.h"
 
 #include <algorithm>
 #include <cstdio>

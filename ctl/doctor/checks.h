@@ -1,7 +1,7 @@
 /* The doctor's checks, a file each: every one adds what it finds. */
 #pragma once
 
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 #include "ctl/doctor/corosync-view.h"
 #include "ctl/doctor/finding.h"
 #include "ctl/doctor/unit-view.h"
@@ -16,7 +16,7 @@ struct Facts {
     UnitView unit;
     std::optional<Problem> bus; /* why the bus cannot be reached */
     Result<Owner> owner = Problem{};
-    Result<Snapshot> daemon = Problem{};
+    Result<client::Snapshot> daemon = Problem{};
 };
 
 void check_corosync(const Facts &facts, Findings &findings);

@@ -1,6 +1,6 @@
 #include "ctl/doctor/corosync-view.h"
 
-#include "ctl/corosync-probe.h"
+#include "ctl/ask/corosync-probe.h"
 #include "ctl/doctor/program.h"
 
 #include "base/paths.h"

@@ -1,6 +1,6 @@
 #include "ctl/doctor/checks.h"
 #include "ctl/doctor/file.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 #include "base/paths.h"
 
@@ -76,7 +76,7 @@ void check_processes(const Facts &facts, Findings &findings) {
     }
 }
 
-void check_snapshot(const Snapshot &now, Findings &findings) {
+void check_snapshot(const client::Snapshot &now, Findings &findings) {
     const std::string self = "it answers as " + node_text(now.local_node);
     if (now.members == 0) {
         findings.add(Level::critical, self + ", but has not joined the group",

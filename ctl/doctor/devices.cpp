@@ -1,5 +1,5 @@
 #include "ctl/doctor/checks.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 #include "base/paths.h"
 

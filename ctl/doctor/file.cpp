@@ -1,6 +1,6 @@
 #include "ctl/doctor/file.h"
 
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 #include <glib.h>
 

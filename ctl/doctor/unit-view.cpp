@@ -1,7 +1,7 @@
 #include "ctl/doctor/unit-view.h"
 
 #include "ctl/doctor/program.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 #include "base/paths.h"
 

@@ -1,6 +1,6 @@
 #include "ctl/log/tell-event.h"
 
-#include "ctl/notice.h"
+#include "ctl/ask/describe.h"
 
 namespace ctl {
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "ctl/log/episode.h"
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
 #include <string>
 

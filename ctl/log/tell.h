@@ -2,7 +2,8 @@
 #pragma once
 
 #include "ctl/log/episode.h"
-#include "ctl/output.h"
+#include "ctl/print/json.h"
+#include "ctl/print/text.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 /* What `why` and `history` have in common. */
 #pragma once
 
-#include "ctl/arguments.h"
+#include "ctl/line/arguments.h"
 #include "ctl/log/reader.h"
 #include "ctl/log/tell.h"
 

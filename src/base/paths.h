@@ -5,6 +5,8 @@
 #define DUSKVALE_CPG_GROUP "duskvale"
 
 #define DUSKVALE_BUS_NAME "com.norvel.DuskvaleCorosync"
+/* The interface of the object has the same name. */
+#define DUSKVALE_BUS_INTERFACE DUSKVALE_BUS_NAME
 #define DUSKVALE_BUS_PATH "/com/norvel/DuskvaleCorosync"
 
 #define DUSKVALE_PREFERRED_MASTER_FILE "/etc/duskvale/preferred_master"

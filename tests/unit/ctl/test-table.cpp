@@ -1,7 +1,7 @@
 /* The table, and what is made from it or must say the same. */
 #include "ctl/golden.h"
 
-#include "ctl/table.h"
+#include "ctl/line/table.h"
 
 #include <set>
 

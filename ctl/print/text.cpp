@@ -1,5 +1,8 @@
-#include "ctl/output.h"
+#include "ctl/print/text.h"
 
+#include "ctl/exit-status.h"
+
+#include <glib.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -57,7 +60,7 @@ std::string paint(Colour colour, const std::string &text) {
     return escape_code(colour) + text + "\033[0m";
 }
 
-std::string node_text(uint32_t node) {
+std::string node_text(client::NodeId node) {
     return "node " + std::to_string(node);
 }
 

@@ -1,6 +1,6 @@
-#include "ctl/problem.h"
+#include "ctl/ask/problem.h"
 
-#include "ctl/corosync-probe.h"
+#include "ctl/ask/corosync-probe.h"
 
 #include "base/paths.h"
 
@@ -77,6 +77,10 @@ Problem daemon_absent() {
     return {corosync_is_there() ? ProblemKind::daemon_not_running : ProblemKind::no_corosync, ""};
 }
 
+Problem bus_closed() {
+    return {ProblemKind::bus_unreachable, "it closed the connection"};
+}
+
 Problem classify_call(const GError *error) {
     struct Meaning {
         int code;
@@ -103,7 +107,7 @@ Problem classify_call(const GError *error) {
         return {ProblemKind::no_answer, ""};
     }
     if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CLOSED)) {
-        return {ProblemKind::bus_unreachable, "it closed the connection"};
+        return bus_closed();
     }
     return {ProblemKind::failed, error->message};
 }

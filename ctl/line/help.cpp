@@ -1,4 +1,4 @@
-#include "ctl/help.h"
+#include "ctl/line/help.h"
 
 #include "version.h"
 

@@ -2,9 +2,9 @@
    wait for the effect when told to. */
 #pragma once
 
-#include "ctl/arguments.h"
-#include "ctl/bus.h"
-#include "ctl/settle.h"
+#include "ctl/ask/bus.h"
+#include "ctl/ask/settle.h"
+#include "ctl/line/arguments.h"
 
 #include <functional>
 #include <optional>
@@ -15,17 +15,17 @@ namespace ctl {
 struct Request {
     /* Why the request would be pointless or harmful in this state, with what to do instead; empty
        to go ahead. May be null. */
-    std::function<std::string(const Snapshot &)> objection;
+    std::function<std::string(const client::Snapshot &)> objection;
     /* Asks the daemon; false when it refuses. */
     std::function<Result<bool>(Bus &)> ask;
     /* What was asked, in words. */
-    std::function<std::string(const Snapshot &)> asked;
+    std::function<std::string(const client::Snapshot &)> asked;
     /* The announcement in which the effect shows; null when the answer is the effect. */
-    std::function<bool(const Notice &, const Snapshot &before)> effect;
+    std::function<bool(const client::Announcement &, const client::Snapshot &before)> effect;
     /* Whether an election follows in this state. May be null. */
-    std::function<bool(const Snapshot &before)> election;
+    std::function<bool(const client::Snapshot &before)> election;
     /* How it came out, in words, once all is done; false when it did not come out as asked. */
-    std::function<bool(const Snapshot &after)> holds;
+    std::function<bool(const client::Snapshot &after)> holds;
     /* The command is refused while mastership is frozen. */
     bool needs_no_freeze = false;
 };

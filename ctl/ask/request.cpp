@@ -1,7 +1,7 @@
-#include "ctl/request.h"
+#include "ctl/ask/request.h"
 
-#include "ctl/output.h"
-#include "ctl/progress.h"
+#include "ctl/ask/progress.h"
+#include "ctl/print/text.h"
 
 #include <cstdio>
 
@@ -18,7 +18,7 @@ int refuse(const std::string &why) {
 }
 
 /* Why the daemon refused: what it holds against a request shows in its state. */
-std::string refusal(const Request &request, const Snapshot &now) {
+std::string refusal(const Request &request, const client::Snapshot &now) {
     if (request.needs_no_freeze && now.frozen_node != 0) {
         const std::string reason =
             now.frozen_reason.empty() ? "no reason given" : printable(now.frozen_reason);
@@ -35,7 +35,7 @@ std::string refusal(const Request &request, const Snapshot &now) {
     return "the daemon said no, and its state has changed since\nTo go on, ask again";
 }
 
-std::string role_text(const Snapshot &snapshot) {
+std::string role_text(const client::Snapshot &snapshot) {
     if (snapshot.master_node == 0) {
         return "no master is known";
     }
@@ -44,7 +44,7 @@ std::string role_text(const Snapshot &snapshot) {
 }
 
 std::string outcome_text(const Settling &settling, int64_t took) {
-    const Snapshot &now = settling.last;
+    const client::Snapshot &now = settling.last;
     std::string text = role_text(now);
     if (now.frozen_node != 0) {
         text += ", frozen to " + node_text(now.frozen_node);
@@ -74,7 +74,7 @@ int timed_out(const Settling &settling, std::chrono::microseconds limit) {
     return static_cast<int>(Exit::timed_out);
 }
 
-int wait_for_effect(Bus &bus, const Request &request, const Snapshot &before,
+int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &before,
                     std::chrono::microseconds limit) {
     const int64_t start = g_get_monotonic_time();
     Settling settling;
@@ -82,15 +82,13 @@ int wait_for_effect(Bus &bus, const Request &request, const Snapshot &before,
         Progress progress;
         SettleRequest settle_request;
         if (request.effect) {
-            settle_request.effect = [&](const Notice &notice) {
-                return request.effect(notice, before);
+            settle_request.effect = [&](const client::Announcement &announcement) {
+                return request.effect(announcement, before);
             };
         }
         settle_request.election = request.election && request.election(before);
         settle_request.deadline = after(limit);
-        settle_request.watcher = [&](const Notice &notice) {
-            progress.show(notice, before.local_node);
-        };
+        settle_request.watcher = [&](const News &news) { progress.show(news, before.local_node); };
         settling = settle(bus, before, settle_request);
     }
     switch (settling.outcome) {
@@ -121,7 +119,7 @@ int carry_out(const Arguments &arguments, const Request &request) {
         }
     }
     Bus bus;
-    const Result<Snapshot> before = open_daemon(bus, arguments.has(Opt::wait));
+    const Result<client::Snapshot> before = open_daemon(bus, arguments.has(Opt::wait));
     if (!before) {
         return report(before.problem());
     }
@@ -134,7 +132,7 @@ int carry_out(const Arguments &arguments, const Request &request) {
         return report(accepted.problem());
     }
     if (!*accepted) {
-        const Result<Snapshot> now = bus.read();
+        const Result<client::Snapshot> now = bus.read();
         return now ? refuse(refusal(request, *now)) : report(now.problem());
     }
     print_line(request.asked(*before));

@@ -1,7 +1,7 @@
 /* Waiting until a request has taken effect, or the cluster has come to rest. */
 #pragma once
 
-#include "ctl/bus.h"
+#include "ctl/ask/bus.h"
 
 #include <functional>
 #include <string>
@@ -19,21 +19,21 @@ enum class Settled { yes, timed_out, vanished, bus_lost };
 struct Settling {
     Settled outcome = Settled::timed_out;
     bool effect_seen = false;
-    Snapshot last;       /* the state at the end; the last one read when there is none */
-    unsigned steps = 0;  /* run steps that ended while waiting */
-    unsigned failed = 0; /* those of them that failed */
-    std::string step;    /* the path of the step still running, or "" */
-    Problem problem;     /* of vanished and bus_lost */
+    client::Snapshot last; /* the state at the end; the last one read when there is none */
+    unsigned steps = 0;    /* run steps that ended while waiting */
+    unsigned failed = 0;   /* those of them that failed */
+    std::string step;      /* the path of the step still running, or "" */
+    Problem problem;       /* of vanished and bus_lost */
 };
 
 struct SettleRequest {
     /* The announcement in which the effect shows; null when it has shown already. */
-    std::function<bool(const Notice &)> effect;
+    std::function<bool(const client::Announcement &)> effect;
     /* Also wait for an election to pass. */
     bool election = false;
     Deadline deadline;
     /* Sees every announcement; null for none. */
-    std::function<void(const Notice &)> watcher;
+    std::function<void(const News &)> watcher;
 };
 
 /*
@@ -41,6 +41,6 @@ struct SettleRequest {
  * election is under way. `before` is the state from before the request, read on the listening
  * `bus`.
  */
-Settling settle(Bus &bus, const Snapshot &before, const SettleRequest &request);
+Settling settle(Bus &bus, const client::Snapshot &before, const SettleRequest &request);
 
 } // namespace ctl

@@ -1,4 +1,4 @@
-#include "ctl/arguments.h"
+#include "ctl/line/arguments.h"
 
 #include <getopt.h>
 #include <glib.h>

@@ -1,7 +1,7 @@
 /* The help, made from the table. */
 #pragma once
 
-#include "ctl/table.h"
+#include "ctl/line/table.h"
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "ctl/corosync-probe.h"
+#include "ctl/ask/corosync-probe.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>

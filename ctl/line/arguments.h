@@ -1,7 +1,7 @@
 /* One command line, parsed against the table. */
 #pragma once
 
-#include "ctl/table.h"
+#include "ctl/line/table.h"
 
 #include <chrono>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "ctl/output.h"
+#include "ctl/print/json.h"
 
 namespace ctl {
 
@@ -33,11 +33,11 @@ JsonLine &JsonLine::add_null(const char *key) {
     return *this;
 }
 
-JsonLine &JsonLine::add_node(const char *key, uint32_t node) {
+JsonLine &JsonLine::add_node(const char *key, client::NodeId node) {
     return node != 0 ? add(key, int64_t{node}) : add_null(key);
 }
 
-JsonLine &JsonLine::add_element(uint32_t node) {
+JsonLine &JsonLine::add_element(client::NodeId node) {
     json_builder_add_int_value(builder, node);
     return *this;
 }
@@ -73,8 +73,8 @@ std::string JsonLine::text() {
     return line;
 }
 
-void add_snapshot(JsonLine &line, const Snapshot &snapshot) {
-    line.add("version", snapshot.version)
+void add_snapshot(JsonLine &line, const client::Snapshot &snapshot) {
+    line.add("version", snapshot.interface_version)
         .add_node("local_node", snapshot.local_node)
         .add_node("master_node", snapshot.master_node)
         .add("is_master", snapshot.is_master)
@@ -88,53 +88,6 @@ void add_snapshot(JsonLine &line, const Snapshot &snapshot) {
     line.add("preferred", snapshot.preferred)
         .add("in_transition", snapshot.in_transition)
         .add("devices", int64_t{snapshot.devices});
-}
-
-void add_problem(JsonLine &line, const Problem &problem) {
-    line.add("state", problem_word(problem))
-        .add("message", problem_text(problem))
-        .add("try", problem_advice(problem));
-}
-
-void add_notice(JsonLine &line, const Notice &notice) {
-    line.add("time", iso_text(notice.time)).add("event", notice_word(notice.kind));
-    switch (notice.kind) {
-    case NoticeKind::new_master:
-    case NoticeKind::keep_alive:
-        line.add_node("node", notice.node);
-        break;
-    case NoticeKind::frozen_master:
-        line.add_node("node", notice.node).add("reason", notice.text);
-        break;
-    case NoticeKind::joined:
-    case NoticeKind::left:
-        line.add_node("node", notice.node).add("members", int64_t{notice.count});
-        break;
-    case NoticeKind::message:
-        line.add("text", notice.text);
-        break;
-    case NoticeKind::hotplug:
-        line.add_node("node", notice.node)
-            .add("devices", int64_t{notice.count})
-            .add("added", notice.added)
-            .add("hardware_id", notice.hardware)
-            .add("location", notice.location)
-            .add("devpath", notice.device);
-        break;
-    case NoticeKind::step_begin:
-        line.add("step", notice.text).add("action", notice.action);
-        break;
-    case NoticeKind::step_end:
-        line.add("step", notice.text)
-            .add("action", notice.action)
-            .add("wait_status", int64_t{notice.status});
-        break;
-    case NoticeKind::steps_done:
-        line.add("failed", int64_t{notice.count});
-        break;
-    default:
-        break;
-    }
 }
 
 } // namespace ctl

@@ -1,7 +1,7 @@
 /* The run steps as they go, for someone who sits in front of a terminal. */
 #pragma once
 
-#include "ctl/notice.h"
+#include "ctl/ask/news.h"
 
 #include <cstdint>
 
@@ -15,7 +15,7 @@ public:
     Progress &operator=(const Progress &) = delete;
     ~Progress(); /* ends a line that is under way */
 
-    void show(const Notice &notice, uint32_t local_node);
+    void show(const News &news, client::NodeId local_node);
 
 private:
     bool terminal;

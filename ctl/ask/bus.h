@@ -6,9 +6,12 @@
  */
 #pragma once
 
-#include "ctl/notice.h"
-#include "ctl/problem.h"
-#include "ctl/snapshot.h"
+#include "ctl/ask/news.h"
+#include "ctl/ask/problem.h"
+
+#include "client/call.h"
+#include "client/handle.h"
+#include "client/snapshot.h"
 
 #include <gio/gio.h>
 
@@ -47,15 +50,14 @@ public:
     void catch_endings();
 
     /* The daemon's state; a daemon that does not answer within 5 seconds is a problem. */
-    Result<Snapshot> read();
+    Result<client::Snapshot> read();
     Result<Owner> owner();
-    /* Calls a method of the daemon; `arguments` is a floating tuple or null. The result is the
-       status of the answer: false when the daemon refuses; true where the method tells none. */
-    Result<bool> ask(const char *method, GVariant *arguments);
-    std::optional<Problem> set_preferred(bool preferred);
+    /* Makes one of the daemon's calls; false when the daemon refuses it, true also where it has no
+       status to answer with. */
+    Result<bool> ask(const client::Call &call);
 
-    /* The next announcement; none when `deadline` has passed. */
-    std::optional<Notice> next(const Deadline &deadline);
+    /* The next news; none when `deadline` has passed. */
+    std::optional<News> next(const Deadline &deadline);
     bool has_news() const { return !queue.empty(); }
 
 private:
@@ -70,19 +72,24 @@ private:
     static gboolean on_interrupt(gpointer self) noexcept;
     static gboolean on_output_closed(gint fd, GIOCondition condition, gpointer self) noexcept;
 
-    Result<GVariant *> call(const char *interface, const char *method, GVariant *arguments);
+    /* An object on the bus to call: the daemon's, or that of the bus itself. */
+    struct Peer {
+        const char *name;
+        const char *path;
+    };
+    Result<client::Variant> call(const Peer &peer, const client::Call &call);
     /* What the bus itself answers about the daemon's name. */
     Result<uint32_t> ask_about_name(const char *method);
-    void push(NoticeKind kind);
+    void push(News::Content content);
 
-    GDBusConnection *connection = nullptr;
+    client::Object<GDBusConnection> connection;
     std::vector<guint> subscriptions;
-    std::vector<guint> sources;
-    guint output_source = 0;
-    std::deque<Notice> queue;
+    std::vector<client::Source> sources;
+    client::Source output_source;
+    std::deque<News> queue;
 };
 
 /* Connects and reads the state; with `listen`, announcements are queued from before the reading. */
-Result<Snapshot> open_daemon(Bus &bus, bool listen = false);
+Result<client::Snapshot> open_daemon(Bus &bus, bool listen = false);
 
 } // namespace ctl

@@ -1,4 +1,4 @@
-#include "ctl/table.h"
+#include "ctl/line/table.h"
 
 #include "ctl/commands/commands.h"
 

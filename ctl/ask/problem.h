@@ -48,6 +48,9 @@ Problem classify_connection(const GError *error);
 /* The daemon's name has no owner: says whether corosync, without which it cannot run, is there. */
 Problem daemon_absent();
 
+/* The bus closed the connection. */
+Problem bus_closed();
+
 /* A value, or why there is none. */
 template <typename T>
 class Result {
@@ -55,6 +58,7 @@ public:
     Result(T value) : content(std::move(value)) {}
     Result(Problem problem) : content(std::move(problem)) {}
     explicit operator bool() const { return content.index() == 0; }
+    T &operator*() { return std::get<0>(content); }
     const T &operator*() const { return std::get<0>(content); }
     const T *operator->() const { return &std::get<0>(content); }
     const Problem &problem() const { return std::get<1>(content); }

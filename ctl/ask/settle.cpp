@@ -1,0 +1,137 @@
+#include "ctl/ask/settle.h"
+
+#include "client/overloaded.h"
+
+namespace ctl {
+
+using client::Overloaded;
+
+namespace {
+
+class Settler {
+public:
+    Settler(Bus &the_bus, const client::Snapshot &before, const SettleRequest &the_request)
+        : bus(the_bus), request(the_request) {
+        result.last = before;
+        result.effect_seen = request.effect == nullptr;
+        steps_running = before.in_transition;
+        stir();
+    }
+
+    Settling run() {
+        while (true) {
+            const bool at_rest = result.effect_seen && !steps_running;
+            if (at_rest && !bus.has_news() && (!request.election || passed(quiet_from))) {
+                if (confirm()) {
+                    return finish(Settled::yes);
+                }
+                continue;
+            }
+            const bool rest_first = at_rest && request.election &&
+                                    (!request.deadline || *quiet_from < *request.deadline);
+            const std::optional<News> news = bus.next(rest_first ? quiet_from : request.deadline);
+            if (news) {
+                take(*news);
+            } else if (!rest_first) {
+                return finish(Settled::timed_out);
+            }
+            if (lost) {
+                return finish(*lost);
+            }
+        }
+    }
+
+private:
+    /* Something happened that may mean an election. */
+    void stir() { quiet_from = after(election_rest); }
+
+    void take(const News &news) {
+        if (request.watcher) {
+            request.watcher(news);
+        }
+        const client::Announcement *announcement = news.announcement();
+        if (announcement != nullptr && request.effect && request.effect(*announcement)) {
+            result.effect_seen = true;
+        }
+        std::visit(Overloaded{
+                       [this](const client::Announcement &a) { follow(a); },
+                       [](const DaemonAppeared &) {},
+                       [this](const DaemonVanished &) { lose(Settled::vanished, daemon_absent()); },
+                       [this](const BusLost &) { lose(Settled::bus_lost, bus_closed()); },
+                       [](const OutputClosed &) {},
+                       [](const Interrupted &) {},
+                   },
+                   news.content);
+    }
+
+    void follow(const client::Announcement &announcement) {
+        std::visit(Overloaded{
+                       [this](const client::NewMaster &) {
+                           steps_running = true;
+                           stir();
+                       },
+                       [this](const client::FrozenMaster &) { stir(); },
+                       [this](const client::Joined &) { stir(); },
+                       [this](const client::Left &) { stir(); },
+                       [](const client::KeepAlive &) {},
+                       [](const client::Text &) {},
+                       [](const client::Hotplug &) {},
+                       [this](const client::StepBegin &begin) {
+                           steps_running = true;
+                           result.step = begin.step;
+                       },
+                       [this](const client::StepEnd &end) {
+                           result.step.clear();
+                           result.steps++;
+                           result.failed += end.wait_status != 0 ? 1 : 0;
+                       },
+                       [this](const client::StepsDone &) {
+                           steps_running = false;
+                           result.step.clear();
+                       },
+                   },
+                   announcement);
+    }
+
+    void lose(Settled how, Problem problem) {
+        lost = how;
+        result.problem = std::move(problem);
+    }
+
+    /*
+     * Reads the state. The end of one sequence of steps may be the start of another, for a role
+     * that was remembered meanwhile, and InTransition does not tell; but whatever the daemon
+     * announced together with the end is in the queue once it has answered.
+     */
+    bool confirm() {
+        const Result<client::Snapshot> snapshot = bus.read();
+        if (!snapshot) {
+            lost = Settled::vanished;
+            result.problem = snapshot.problem();
+            return true;
+        }
+        result.last = *snapshot;
+        steps_running = snapshot->in_transition;
+        return !steps_running && !bus.has_news();
+    }
+
+    Settling finish(Settled outcome) {
+        result.outcome = lost.value_or(outcome);
+        return result;
+    }
+
+    Bus &bus;
+    const SettleRequest &request;
+    Settling result;
+    Deadline quiet_from;
+    bool steps_running = false;
+    std::optional<Settled> lost;
+};
+
+} // namespace
+
+Settling settle(Bus &bus, const client::Snapshot &before, const SettleRequest &request) {
+    return Settler(bus, before, request).run();
+}
+
+} // namespace ctl

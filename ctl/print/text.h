@@ -1,0 +1,45 @@
+/* How things are written for eyes. */
+#pragma once
+
+#include "client/node-id.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace ctl {
+
+enum class Colour { plain, good, doubtful, bad, faint };
+
+/* `text`, coloured when standard output is a terminal that has colours and nobody forbids it
+   (NO_COLOR). */
+std::string paint(Colour colour, const std::string &text);
+
+/* "node 3232235777" */
+std::string node_text(client::NodeId node);
+/* "1 member", "3 members" */
+std::string counted(uint64_t count, const char *noun);
+/* The last part of a path, safe for a terminal. */
+std::string file_name(const std::string &path);
+/* `text` with every control character as \xNN and every invalid byte as U+FFFD: texts of other
+   nodes must not steer the reader's terminal. */
+std::string printable(const std::string &text);
+
+/* Microseconds since 1970 as local time: "12:03:04.512", "2024-05-01 12:03:04.512", and RFC 3339
+   with the zone's offset. */
+std::string clock_text(int64_t time);
+std::string date_clock_text(int64_t time);
+std::string iso_text(int64_t time);
+/* "20 ms", "3.2 s", "2 min 5 s" */
+std::string duration_text(std::chrono::microseconds duration);
+
+/* Prints on standard output. False when it could not be written: the reader has gone. */
+bool print(const std::string &text);
+/* The same with a newline, written out at once. */
+bool print_line(const std::string &text);
+
+/* Writes out what is buffered; Exit::failed, with a message, when not all could be written, else
+   `status`. A reader who had enough and closed the pipe is no failure. */
+int finish_output(int status);
+
+} // namespace ctl
