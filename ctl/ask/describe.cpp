@@ -28,49 +28,45 @@ std::string step_text(const std::string &step, const std::string &action) {
     return "step " + file_name(step) + " " + printable(action);
 }
 
-void add_announcement(JsonLine &line, const client::Announcement &announcement) {
-    std::visit(
+Json json_announcement(const client::Announcement &announcement) {
+    return std::visit(
         Overloaded{
-            [&](const client::NewMaster &a) {
-                line.add("event", "new-master").add_node("node", a.node);
+            [](const client::NewMaster &a) -> Json {
+                return {{"event", "new-master"}, {"node", json_node(a.node)}};
             },
-            [&](const client::FrozenMaster &a) {
-                line.add("event", "frozen-master").add_node("node", a.node).add("reason", a.reason);
+            [](const client::FrozenMaster &a) -> Json {
+                return {
+                    {"event", "frozen-master"}, {"node", json_node(a.node)}, {"reason", a.reason}};
             },
-            [&](const client::Joined &a) {
-                line.add("event", "joined")
-                    .add_node("node", a.node)
-                    .add("members", int64_t{a.members});
+            [](const client::Joined &a) -> Json {
+                return {{"event", "joined"}, {"node", json_node(a.node)}, {"members", a.members}};
             },
-            [&](const client::Left &a) {
-                line.add("event", "left")
-                    .add_node("node", a.node)
-                    .add("members", int64_t{a.members});
+            [](const client::Left &a) -> Json {
+                return {{"event", "left"}, {"node", json_node(a.node)}, {"members", a.members}};
             },
-            [&](const client::KeepAlive &a) {
-                line.add("event", "keep-alive").add_node("node", a.node);
+            [](const client::KeepAlive &a) -> Json {
+                return {{"event", "keep-alive"}, {"node", json_node(a.node)}};
             },
-            [&](const client::Text &a) { line.add("event", "message").add("text", a.text); },
-            [&](const client::Hotplug &a) {
-                line.add("event", "hotplug")
-                    .add_node("node", a.node)
-                    .add("devices", int64_t{a.devices})
-                    .add("added", a.added)
-                    .add("hardware_id", a.hardware_id)
-                    .add("location", a.location)
-                    .add("devpath", a.devpath);
+            [](const client::Text &a) -> Json {
+                return {{"event", "message"}, {"text", a.text}};
             },
-            [&](const client::StepBegin &a) {
-                line.add("event", "step-begin").add("step", a.step).add("action", a.action);
+            [](const client::Hotplug &a) -> Json {
+                return {{"event", "hotplug"},           {"node", json_node(a.node)},
+                        {"devices", a.devices},         {"added", a.added},
+                        {"hardware_id", a.hardware_id}, {"location", a.location},
+                        {"devpath", a.devpath}};
             },
-            [&](const client::StepEnd &a) {
-                line.add("event", "step-end")
-                    .add("step", a.step)
-                    .add("action", a.action)
-                    .add("wait_status", int64_t{a.wait_status});
+            [](const client::StepBegin &a) -> Json {
+                return {{"event", "step-begin"}, {"step", a.step}, {"action", a.action}};
             },
-            [&](const client::StepsDone &a) {
-                line.add("event", "steps-done").add("failed", int64_t{a.failed});
+            [](const client::StepEnd &a) -> Json {
+                return {{"event", "step-end"},
+                        {"step", a.step},
+                        {"action", a.action},
+                        {"wait_status", a.wait_status}};
+            },
+            [](const client::StepsDone &a) -> Json {
+                return {{"event", "steps-done"}, {"failed", a.failed}};
             },
         },
         announcement);
@@ -147,17 +143,28 @@ Colour colour_of(const News &news) {
     return failed ? Colour::bad : Colour::plain;
 }
 
-void add_news(JsonLine &line, const News &news) {
-    line.add("time", iso_text(news.time));
-    std::visit(Overloaded{
-                   [&](const client::Announcement &a) { add_announcement(line, a); },
-                   [&](const DaemonAppeared &) { line.add("event", "daemon-appeared"); },
-                   [&](const DaemonVanished &) { line.add("event", "daemon-vanished"); },
-                   [&](const BusLost &) { line.add("event", "bus-lost"); },
-                   [&](const OutputClosed &) { line.add("event", "output-closed"); },
-                   [&](const Interrupted &) { line.add("event", "interrupted"); },
-               },
-               news.content);
+Json json_news(const News &news) {
+    Json object = {{"time", iso_text(news.time)}};
+    object.update(std::visit(Overloaded{
+                                 [](const client::Announcement &a) { return json_announcement(a); },
+                                 [](const DaemonAppeared &) -> Json {
+                                     return {{"event", "daemon-appeared"}};
+                                 },
+                                 [](const DaemonVanished &) -> Json {
+                                     return {{"event", "daemon-vanished"}};
+                                 },
+                                 [](const BusLost &) -> Json {
+                                     return {{"event", "bus-lost"}};
+                                 },
+                                 [](const OutputClosed &) -> Json {
+                                     return {{"event", "output-closed"}};
+                                 },
+                                 [](const Interrupted &) -> Json {
+                                     return {{"event", "interrupted"}};
+                                 },
+                             },
+                             news.content));
+    return object;
 }
 
 std::string describe_wait_status(int status) {

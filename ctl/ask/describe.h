@@ -18,8 +18,8 @@ std::string describe(const News &news, client::NodeId local_node);
 /* How urgent it is. */
 Colour colour_of(const News &news);
 
-/* Adds a stable word, such as "new-master", and all values. */
-void add_news(JsonLine &line, const News &news);
+/* The members "time", "event", a stable word such as "new-master", and all values. */
+Json json_news(const News &news);
 
 /* "exited with status 2", "killed by signal 15 (Terminated)"; empty for success. */
 std::string describe_wait_status(int status);

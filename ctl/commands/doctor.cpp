@@ -99,24 +99,16 @@ void print_findings(const Findings &findings) {
 }
 
 void print_json(const Findings &findings) {
-    JsonLine line;
     const Level worst = worst_of(findings);
-    line.add("status", level_word(worst == Level::note ? Level::ok : worst));
-    line.open_array("findings");
+    Json list = Json::array();
     for (const Finding &finding : findings.list()) {
-        line.open_object(nullptr)
-            .add("area", finding.area)
-            .add("level", level_word(finding.level))
-            .add("text", finding.text);
-        if (finding.next.empty()) {
-            line.add_null("next");
-        } else {
-            line.add("next", finding.next);
-        }
-        line.close_object();
+        list.push_back({{"area", finding.area},
+                        {"level", level_word(finding.level)},
+                        {"text", finding.text},
+                        {"next", finding.next.empty() ? Json() : Json(finding.next)}});
     }
-    line.close_array();
-    print_line(line.text());
+    print_line(json_line(
+        {{"status", level_word(worst == Level::note ? Level::ok : worst)}, {"findings", list}}));
 }
 
 } // namespace

@@ -31,15 +31,11 @@ int command_history(const Arguments &arguments) {
         }
         return status;
     }
-    JsonLine line;
-    line.open_array("episodes");
+    Json list = Json::array();
     for (const Episode &episode : shown) {
-        line.open_object(nullptr);
-        add_episode(line, episode);
-        line.close_object();
+        list.push_back(json_episode(episode));
     }
-    line.close_array();
-    print_line(line.text());
+    print_line(json_line({{"episodes", list}}));
     return status;
 }
 

@@ -15,9 +15,7 @@ public:
 
     bool news(const News &news, client::NodeId local_node) const {
         if (json) {
-            JsonLine line;
-            add_news(line, news);
-            return print_line(line.text());
+            return print_line(json_line(json_news(news)));
         }
         return print_line(clock_text(news.time) + " " +
                           paint(colour_of(news), describe(news, local_node)));
@@ -27,10 +25,9 @@ public:
     bool state(const client::Snapshot &snapshot) const {
         const int64_t now = g_get_real_time();
         if (json) {
-            JsonLine line;
-            line.add("time", iso_text(now)).add("event", "state");
-            add_snapshot(line, snapshot);
-            return print_line(line.text());
+            Json line = {{"time", iso_text(now)}, {"event", "state"}};
+            line.update(json_snapshot(snapshot));
+            return print_line(json_line(line));
         }
         const std::string master = snapshot.master_node != 0
                                        ? node_text(snapshot.master_node) + " is master"

@@ -69,16 +69,16 @@ int command_status(const Arguments &arguments) {
     Bus bus;
     const Result<client::Snapshot> snapshot = open_daemon(bus);
     if (arguments.has(Opt::json)) {
-        JsonLine line;
+        Json line;
         if (snapshot) {
-            line.add("state", "running");
-            add_snapshot(line, *snapshot);
+            line = {{"state", "running"}};
+            line.update(json_snapshot(*snapshot));
         } else {
-            line.add("state", problem_word(snapshot.problem()))
-                .add("message", problem_text(snapshot.problem()))
-                .add("try", problem_advice(snapshot.problem()));
+            line = {{"state", problem_word(snapshot.problem())},
+                    {"message", problem_text(snapshot.problem())},
+                    {"try", problem_advice(snapshot.problem())}};
         }
-        print_line(line.text());
+        print_line(json_line(line));
         return static_cast<int>(snapshot ? Exit::ok : problem_exit(snapshot.problem()));
     }
     if (!snapshot) {

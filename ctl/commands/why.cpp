@@ -56,22 +56,12 @@ int command_why(const Arguments &arguments) {
     }
     const std::vector<const Episode *> answer = answer_in(*episodes);
     if (arguments.has(Opt::json)) {
-        JsonLine line;
-        if (answer.empty()) {
-            line.add_null("change");
-        } else {
-            line.open_object("change");
-            add_episode(line, change_in(answer));
-            line.close_object();
-        }
-        line.open_array("episodes");
+        Json list = Json::array();
         for (const Episode *episode : answer) {
-            line.open_object(nullptr);
-            add_episode(line, *episode);
-            line.close_object();
+            list.push_back(json_episode(*episode));
         }
-        line.close_array();
-        print_line(line.text());
+        const Json change = answer.empty() ? Json() : json_episode(change_in(answer));
+        print_line(json_line({{"change", change}, {"episodes", list}}));
         return status;
     }
     if (answer.empty()) {

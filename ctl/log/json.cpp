@@ -6,25 +6,18 @@ namespace ctl {
 
 namespace {
 
-void add_time(JsonLine &line, const char *key, const std::optional<int64_t> &time) {
-    if (time) {
-        line.add(key, iso_text(*time));
-    } else {
-        line.add_null(key);
-    }
+Json json_time(const std::optional<int64_t> &time) {
+    return time ? Json(iso_text(*time)) : Json();
 }
 
-void add_cause(JsonLine &line, const Episode &episode) {
+Json json_cause(const Episode &episode) {
     const CauseFound found = cause_of(episode);
-    line.open_object("cause").add("word", cause_word(found.cause)).open_array("nodes");
-    for (const uint32_t node : found.nodes) {
-        line.add_element(node);
-    }
-    line.close_array().add("text", cause_text(episode)).close_object();
+    return {
+        {"word", cause_word(found.cause)}, {"nodes", found.nodes}, {"text", cause_text(episode)}};
 }
 
 /* The last election of the episode: who proposed what, as far as debug lines tell, and who won. */
-void add_election(JsonLine &line, const Episode &episode) {
+Json json_election(const Episode &episode) {
     const Event *end = nullptr;
     for (const Event &event : episode.events) {
         if (event.kind == EventKind::election_stays || event.kind == EventKind::election_mine ||
@@ -33,32 +26,22 @@ void add_election(JsonLine &line, const Episode &episode) {
         }
     }
     if (end == nullptr) {
-        line.add_null("election");
-        return;
+        return {};
     }
-    line.open_object("election").add_node("winner", static_cast<uint32_t>(end->node));
-    line.open_array("proposals");
+    Json proposals = Json::array();
     for (const Event *proposal : counted_proposals(episode)) {
-        line.open_object(nullptr)
-            .add_node("node", static_cast<uint32_t>(proposal->node))
-            .add("counter", proposal->counter)
-            .close_object();
+        proposals.push_back({{"node", json_node(static_cast<uint32_t>(proposal->node))},
+                             {"counter", proposal->counter}});
     }
-    line.close_array().close_object();
+    return {{"winner", json_node(static_cast<uint32_t>(end->node))}, {"proposals", proposals}};
 }
 
-void add_step(JsonLine &line, const Step &step) {
-    line.open_object(nullptr)
-        .add("step", step.path)
-        .add("action", step.starting ? "start" : "stop");
-    add_time(line, "began", step.began);
-    add_time(line, "ended", step.ended);
-    if (step.status) {
-        line.add("wait_status", *step.status);
-    } else {
-        line.add_null("wait_status");
-    }
-    line.close_object();
+Json json_step(const Step &step) {
+    return {{"step", step.path},
+            {"action", step.starting ? "start" : "stop"},
+            {"began", json_time(step.began)},
+            {"ended", json_time(step.ended)},
+            {"wait_status", step.status ? Json(*step.status) : Json()}};
 }
 
 } // namespace
@@ -109,32 +92,27 @@ const char *cause_word(Cause cause) {
     return "unknown";
 }
 
-void add_episode(JsonLine &line, const Episode &episode) {
-    line.add("kind", kind_word(episode.kind)).add("text", headline(episode).text);
-    add_time(line, "begin", episode.begin());
-    add_time(line, "end", episode.events.back().time);
+Json json_episode(const Episode &episode) {
+    Json object = {{"kind", kind_word(episode.kind)},
+                   {"text", headline(episode).text},
+                   {"begin", json_time(episode.begin())},
+                   {"end", json_time(episode.events.back().time)}};
     if (episode.kind == EpisodeKind::mastership) {
-        line.add_node("master", episode.master)
-            .add_node("previous", episode.previous)
-            .add("changed", episode.changes_master())
-            .add("is_master", episode.local);
-        add_cause(line, episode);
-        add_election(line, episode);
+        object["master"] = json_node(episode.master);
+        object["previous"] = json_node(episode.previous);
+        object["changed"] = episode.changes_master();
+        object["is_master"] = episode.local;
+        object["cause"] = json_cause(episode);
+        object["election"] = json_election(episode);
     }
-    if (!episode.steps.empty()) {
-        line.open_array("steps");
-        for (const Step &step : episode.steps) {
-            add_step(line, step);
-        }
-        line.close_array();
+    for (const Step &step : episode.steps) {
+        object["steps"].push_back(json_step(step));
     }
-    line.open_array("details");
+    object["details"] = Json::array();
     for (const Told &told : details(episode)) {
-        line.open_object(nullptr);
-        add_time(line, "time", told.time);
-        line.add("text", told.text).close_object();
+        object["details"].push_back({{"time", json_time(told.time)}, {"text", told.text}});
     }
-    line.close_array();
+    return object;
 }
 
 } // namespace ctl

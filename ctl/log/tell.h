@@ -30,7 +30,6 @@ std::vector<Told> details(const Episode &episode);
 const char *kind_word(EpisodeKind kind);
 const char *cause_word(Cause cause);
 
-/* Adds the episode's members to an object that is open. */
-void add_episode(JsonLine &line, const Episode &episode);
+Json json_episode(const Episode &episode);
 
 } // namespace ctl
