@@ -38,12 +38,12 @@ void require(cs_error_t result, const char *what) {
     }
 }
 
-void delivered(cpg_handle_t, const cpg_name *, uint32_t nodeid, uint32_t, void *, size_t) {
+void delivered(cpg_handle_t, const cpg_name *, uint32_t nodeid, uint32_t, void *, size_t) noexcept {
     came_back = came_back || nodeid == own_nodeid;
 }
 
 void changed(cpg_handle_t, const cpg_name *, const cpg_address *, size_t members,
-             const cpg_address *left, size_t left_count, const cpg_address *, size_t) {
+             const cpg_address *left, size_t left_count, const cpg_address *, size_t) noexcept {
     std::for_each(left, left + left_count, [](const cpg_address &member) {
         print_time();
         printf("left %u\n", member.nodeid);
