@@ -1,7 +1,7 @@
 """What the daemons of several nodes say together."""
 
 from .bus import Unanswered
-from .node import DAEMON
+from .paths import DAEMON
 from .waiting import now
 
 GROUP = "duskvale"
@@ -34,7 +34,7 @@ def settled_master(nodes, quiet):
             return None
         if any(signal.name in _NEWS for signal in node.signals_since(since)):
             return None
-        if any(not entry.text.startswith("DBG(") for entry in node.journal(DAEMON).entries(since)):
+        if any(not entry.text.startswith("DBG(") for entry in node.journal.entries(since, DAEMON)):
             return None
         named.add(properties["MasterNodeId"] & 0xFFFFFFFF)
     if len(named) != 1:

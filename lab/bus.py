@@ -2,7 +2,7 @@
 
 from gi.repository import Gio, GLib
 
-from .filesystem import BUS_SOCKET
+from .paths import BUS_SOCKET
 from .waiting import LabError
 
 NAME = "com.norvel.DuskvaleCorosync"
@@ -47,17 +47,6 @@ class Bus:
         kind = {bool: "b", int: "i", str: "s"}[type(value)]
         parameters = GLib.Variant("(ssv)", (NAME, name, GLib.Variant(kind, value)))
         self._properties("Set", parameters, limit)
-
-    def has_daemon(self, limit=5.0):
-        """True once the daemon has its name on the bus."""
-        bus = "org.freedesktop.DBus"
-        parameters = GLib.Variant("(s)", (NAME,))
-        try:
-            return self._ask(
-                bus, "/org/freedesktop/DBus", bus, "NameHasOwner", parameters, limit
-            )[0]
-        except Unanswered:
-            return False
 
     def _properties(self, method, parameters, limit):
         return self._ask(

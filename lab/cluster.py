@@ -1,10 +1,10 @@
-"""A lab: N real corosync nodes on this machine, each in namespaces of its own, behind one switch.
+"""A lab: N booted machines with corosync and the daemon, each in namespaces of its own, behind one switch.
 
     with Lab(nodes=3) as lab:
         lab.start()
         master = lab.wait_master()
         lab.node(master).kill()
-        lab.wait_master(agreed_on=[...])
+        lab.wait_master()
 
 A lab lives and dies with the process that made it, however that ends, unless it was detached.
 """
@@ -13,148 +13,132 @@ import json
 import os
 import pathlib
 import re
-import shutil
 import subprocess
-import sys
 
-from . import agreement, corosync, diagnosis, state
-from .control import ask
-from .filesystem import PACKAGED_DAEMON
-from .network import MAIN, address_of
-from .node import Node
-from .processes import Process, check_requirements, environment
-from .supervisor import DIRECTORY as SUPERVISOR_DIRECTORY
+from . import agreement, corosync, diagnosis, paths
+from .host import SWITCH, Host
+from .network import address_of
+from .node import START_LIMIT, Node
+from .paths import DAEMON
+from .processes import check_requirements
 from .waiting import LabError, now, wait_until
 
 CHECKOUT = pathlib.Path(__file__).resolve().parent.parent
-DAEMON_PATH = CHECKOUT / "build/src/daemon/duskvale-corosync-bridge"
-DEMO_DAEMON_PATH = CHECKOUT / "build-demo/src/daemon/duskvale-corosync-bridge"
-POLICY_PATH = CHECKOUT / "data/com.norvel.DuskvaleCorosync.conf"
+BUILD = CHECKOUT / "build"
+DEMO_BUILD = CHECKOUT / "build-demo"
 
 MAX_NODES = 64
 CLIENT_NUMBER = 200
 RING_LIMIT = 40.0
-
-_HOLDER = ("unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--")
+RESET_LIMIT = 60.0
 
 
 class Lab:
     """`nodes` is how many; `ids` maps a node's number to its corosync id where they differ.
 
-    `daemon` is the path of the daemon (or a command line as a list), `policy` that of its bus
-    policy; `token` is corosync's, in ms; `variables` are added to the environment of the services.
-    `package` is the path of a .deb: on the first `packaged` nodes that is installed, and all of the
-    product that they run or read comes from it.
+    The nodes run what is in the directory `build`, the first `packaged` of them the `package` (the path
+    of a .deb), if there is one; `token` is corosync's, in ms.
     """
 
-    def __init__(self, name="lab", nodes=3, daemon=None, policy=None, ids=None, token=1000,
-                 variables=None, package=None, packaged=2):
+    def __init__(self, name="lab", nodes=3, build=BUILD, ids=None, token=1000, package=None, packaged=2):
         if not re.fullmatch(r"[A-Za-z0-9_-]{1,40}", name):
             raise LabError(f"not a name for a lab: '{name}'")
         if not 1 <= nodes <= MAX_NODES:
             raise LabError(f"a lab has 1 to {MAX_NODES} nodes, not {nodes}")
-        if package and not os.path.isfile(package):
-            raise LabError(f"no such package: {package}")
-        if not isinstance(daemon, list):
-            daemon = [os.path.abspath(daemon or DAEMON_PATH)]
         self.name = name
         self.mark = 0.0
-        self._facts = {
-            "daemon": daemon,
-            "policy": os.path.abspath(policy or POLICY_PATH),
-            "token": token,
-            "variables": dict(variables or {}),
-            "nodes": [
-                {"name": f"node{number}", "id": (ids or {}).get(number, number),
-                 "address": address_of(number),
-                 "package": os.path.abspath(package) if package and number <= packaged else None}
-                for number in range(1, nodes + 1)
-            ],
-        }
-        self._process = None
-        self._holder = None
+        self.host = None
         self._stays = False
+        self._token = token
+        self._sources = {"build": os.path.abspath(build)}
+        if package:
+            self._sources["package"] = os.path.abspath(package)
+        self._facts = [
+            {"number": number, "name": f"node{number}", "id": (ids or {}).get(number, number),
+             "address": address_of(number),
+             "image": "package" if package and number <= packaged else "build"}
+            for number in range(1, nodes + 1)
+        ]
         self._nodes = {}
 
     @classmethod
     def attach(cls, name="lab"):
-        """The lab of that name that another process has detached. Raises LabError if none is up."""
-        process = state.find(name)
-        if process is None:
-            raise LabError(f"no lab '{name}' is up")
+        """The lab of that name that another process has made. Raises LabError if none is up."""
         lab = cls(name)
-        lab._process = process
-        lab._facts = json.loads(pathlib.Path(lab.directory, "lab.json").read_text(encoding="utf-8"))
+        lab.host = Host.find(name)
+        if lab.host is None:
+            raise LabError(f"no lab '{name}' is up")
+        lab._facts = json.loads((lab.host.directory / "nodes.json").read_text(encoding="utf-8"))
         lab._make_nodes()
         return lab
 
     # Life
 
     def up(self):
-        """Starts the nodes and comes back when their corosyncs have formed one ring."""
+        """Boots the nodes and comes back when their corosyncs have formed one ring.
+
+        As on any machine, the daemons start with the boot, when the ring is there.
+        """
         check_requirements()
-        self._start_supervisor()
+        self._check_sources()
+        if Host.find(self.name):
+            raise LabError(f"the lab '{self.name}' is up already")
+        self.host = Host.start(self.name)
         try:
-            self.ask("note", facts=self._facts)
-            since = now()
-            for facts in self._facts["nodes"]:
-                self.ask("power_on", name=facts["name"], description=self._description(facts))
+            text = json.dumps(self._facts)
+            (self.host.directory / "nodes.json").write_text(text, encoding="utf-8")
+            for image in {facts["image"] for facts in self._facts}:
+                self.host.make_image(image, self._sources[image])
             self._make_nodes()
+            since = now()
+            for node in self.nodes:
+                self._make_disk(node)
+                node.power_on(wait=False)
             for node in self.nodes:
                 node.wait_booted(since)
             self.wait_ring()
         except BaseException:
             self.down()
             raise
-        self.mark = now()
+        self.mark = since
         return self
 
     def down(self):
         """Ends everything in the lab at once; it leaves nothing behind. Harmless if it is down."""
-        if self._process:
-            self._process.end()
-            self._process.close()
-            self._process = None
-        if self._holder:
-            self._holder.wait()
-            self._holder = None
+        if self.host:
+            self.host.end()
+            self.host = None
         self._nodes = {}
 
     def detach(self):
         """Lets the lab stay when the `with` or this process ends; `attach` finds it by its name."""
-        state.save(self.name, self._process)
-        self.ask("detach")
+        self.host.stay()
         self._stays = True
 
     def __enter__(self):
-        return self.up()
+        return self if self.host else self.up()
 
     def __exit__(self, *_):
         if not self._stays:
             self.down()
 
     def reset(self):
-        """As after `up`: one ring of all nodes, no daemon, no settings, no steps, no devices."""
-        self.heal()
+        """One ring of all nodes, and on each of them no daemon, no settings, no steps and no devices."""
         for node in self.nodes:
-            node.restore()
+            if self.host.cable(node.name) != [SWITCH, "up"]:
+                node.heal()
+        off = [node for node in self.nodes if not node.is_on()]
+        since = now()
+        for node in off:
+            node.power_on(wait=False)
+        for node in off:
+            node.wait_booted(since)
+        self._wait_all([(node, node.begin_reset()) for node in self.nodes], RESET_LIMIT)
         self.wait_ring()
         self.wait(lambda: agreement.group_is_empty(self.node(1)), 10.0, "the group is empty")
         self.mark = now()
 
     # The nodes
-
-    @property
-    def has_daemon(self):
-        """False while there is no such executable; corosync and the bus work all the same."""
-        packaged = all(node["package"] for node in self._facts["nodes"])
-        return packaged or shutil.which(self._facts["daemon"][0]) is not None
-
-    @property
-    def ctl(self):
-        """The path of duskvalectl where no package brings it: it is built beside the daemon, or else installed."""
-        built = pathlib.Path(self._facts["daemon"][-1]).parent.parent.parent / "ctl/duskvalectl"
-        return str(built) if built.exists() else "duskvalectl"
 
     @property
     def nodes(self):
@@ -166,29 +150,31 @@ class Lab:
         return self._nodes[number]
 
     def client(self):
-        """A machine on the nodes' network with no services; made at the first call."""
-        facts = {"name": "client", "id": 0, "address": address_of(CLIENT_NUMBER)}
-        if CLIENT_NUMBER not in self._nodes:
-            self._nodes[CLIENT_NUMBER] = Node(self, CLIENT_NUMBER, facts)
-        client = self._nodes[CLIENT_NUMBER]
-        if not self.node_states().get(client.name, {}).get("on"):
-            since = now()
-            description = self._description(facts, services=False)
-            self.ask("power_on", name=client.name, description=description)
-            client.wait_booted(since)
+        """A machine on the nodes' network without corosync and the daemon; made at the first call."""
+        client = self._nodes.get(CLIENT_NUMBER)
+        if client is None:
+            facts = {"id": 0, "name": "client", "address": address_of(CLIENT_NUMBER),
+                     "image": self.nodes[-1].image}
+            client = self._nodes[CLIENT_NUMBER] = Node(self, CLIENT_NUMBER, facts)
+            # A unit without a line cannot be started, nor can those that require it.
+            self._make_disk(client, **{f"/etc/systemd/system/{paths.COROSYNC}": ""})
+        if not client.is_on():
+            client.power_on()
         return client
 
-    def start(self, *arguments, numbers=None):
-        """Starts the daemon on all nodes (or those of `numbers`); comes back when all answer."""
-        nodes = self._pick(numbers)
-        for node in nodes:
-            node.start(*arguments, wait=False)
-        for node in nodes:
-            node.wait_registered()
+    def start(self, *arguments, numbers=None, drop_in=""):
+        """Starts the daemon on all nodes (or those of `numbers`); comes back when all are on their buses.
 
-    def supervise(self, rules=None):
-        for node in self.nodes:
-            node.supervise(rules)
+        `arguments` follow those of the unit. They, and `drop_in`, which is added to the unit, hold until the
+        next reset.
+        """
+        nodes = self._pick(numbers)
+        command = ["systemctl", "start", DAEMON]
+        if arguments or drop_in:
+            for node in nodes:
+                node.write_drop_in(drop_in, arguments)
+            command = ["sh", "-c", f"systemctl daemon-reload && systemctl start {DAEMON}"]
+        self._wait_all([(node, node.popen(command)) for node in nodes], START_LIMIT)
 
     # The network
 
@@ -200,14 +186,12 @@ class Lab:
         """Splits the network: the nodes of a group (numbers) reach one another, and nobody else."""
         for index, group in enumerate(groups):
             for node in self._pick(group):
-                self.ask("assign", name=node.name, side=f"side{index}" if index else MAIN)
+                self.host.set_cable(node.name, f"side{index}" if index else SWITCH, "up")
 
     def heal(self, *numbers):
-        """Mends the cables of these nodes, or all, and ends a partition for them."""
-        states = self.node_states()
+        """Repairs the cables of these nodes, or all, and ends a partition for them."""
         for node in self._pick(numbers or None):
-            if states[node.name]["on"]:
-                node.heal()
+            node.heal()
 
     # Waiting
 
@@ -242,71 +226,46 @@ class Lab:
 
     # Within the library
 
-    @property
-    def directory(self):
-        """Where the lab keeps its journals; only while it is up."""
-        if self._process is None:
-            raise LabError(f"the lab '{self.name}' is not up")
-        return f"/proc/{self._process.pid}/root{SUPERVISOR_DIRECTORY}"
-
-    def ask(self, operation, **arguments):
-        """Asks the supervisor; the operations are the methods do_* in supervisor.py."""
-        if self._process is None or self._process.ended():
-            raise LabError(f"the lab '{self.name}' is not up")
-        return ask(f"{self.directory}/control", operation, **arguments)
-
-    def node_states(self):
-        return self.ask("nodes")
-
     def _pick(self, numbers):
         return self.nodes if numbers is None else [self.node(number) for number in numbers]
 
     def _make_nodes(self):
-        facts = enumerate(self._facts["nodes"], start=1)
-        self._nodes = {number: Node(self, number, node) for number, node in facts}
+        self._nodes = {facts["number"]: Node(self, facts["number"], facts) for facts in self._facts}
 
-    def _start_supervisor(self):
-        owner = os.pidfd_open(os.getpid())
-        try:
-            holder = subprocess.Popen(
-                [*_HOLDER, sys.executable, "-m", "lab.supervisor", str(owner)],
-                env=environment({"PYTHONPATH": str(CHECKOUT), "PYTHONDONTWRITEBYTECODE": "1"}),
-                cwd="/",
-                stdin=subprocess.DEVNULL,
-                stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE,
-                pass_fds=[owner],
-                start_new_session=True,  # Ctrl-C is for the caller, who decides what becomes of it.
-            )
-        finally:
-            os.close(owner)
-        with holder.stdout, holder.stderr:
-            line = holder.stdout.readline()
-            if not line:
-                line = json.dumps({"error": holder.stderr.read().decode()})
-        reply = json.loads(line)
-        if "error" in reply:
-            holder.wait()
-            raise LabError(f"the lab '{self.name}' did not start: {reply['error']}")
-        self._process = Process(reply["pid"])
-        self._holder = holder
+    def _check_sources(self):
+        for source in self._sources.values():
+            if not os.path.exists(source):
+                raise LabError(f"{source} is missing: build it first")
+        options = pathlib.Path(self._sources["build"], "meson-info/intro-buildoptions.json")
+        if any(facts["image"] == "build" for facts in self._facts):
+            prefixes = [option["value"] for option in json.loads(options.read_text(encoding="utf-8"))
+                        if option["name"] == "prefix"]
+            if prefixes != ["/usr"]:
+                raise LabError("the bus reads policies below /usr only; call: meson configure "
+                               f"{options.parents[1]} -Dprefix=/usr && ninja -C {options.parents[1]}")
 
-    def _description(self, facts, services=True):
-        config = None
-        if services:
-            nodes = [(node["id"], node["name"], node["address"]) for node in self._facts["nodes"]]
-            config = corosync.config_text(self.name, self._facts["token"], nodes)
-        package = facts.get("package")
-        daemon = [PACKAGED_DAEMON] if package else self._facts["daemon"]
-        policy = self._facts["policy"]
-        brings_policy = services and not package and os.path.exists(policy)
-        return {
-            "hostname": facts["name"],
-            "address": facts["address"],
-            "corosync_config": config,
-            "bus_policy": policy if brings_policy else None,
-            "package": package,
-            "daemon": [*daemon, "-f"],
-            "environment": environment(self._facts["variables"]),
-            "rules": None,
-        }
+    def _make_disk(self, node, **more):
+        """The node's disk, with what makes it another machine than those with the same image."""
+        self.host.make_disk(node.name, node.image)
+        self.host.set_cable(node.name, SWITCH, "up")
+        hosts = [("localhost", "127.0.0.1"), *((facts["name"], facts["address"]) for facts in self._facts)]
+        for path, text in {
+            "/etc/hostname": f"{node.name}\n",
+            "/etc/hosts": "".join(f"{address} {name}\n" for name, address in hosts),
+            "/etc/machine-id": f"{node.number:032x}\n",
+            paths.COROSYNC_CONFIG: corosync.config_text(self.name, self._token, self._facts),
+            **more,
+        }.items():
+            node.file(path).write_text(text, encoding="utf-8")
+
+    def _wait_all(self, processes, limit):
+        """Waits for the ends of (node, Popen); raises LabError if one fails."""
+        deadline = now() + limit
+        for node, process in processes:
+            try:
+                process.wait(max(deadline - now(), 0.1))
+            except subprocess.TimeoutExpired:
+                process.kill()
+            if process.returncode != 0:
+                raise LabError(f"on {node}: status {process.returncode} from {process.args[-3:]}\n"
+                               f"{node.last_lines()}")

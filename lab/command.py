@@ -3,83 +3,59 @@
 import argparse
 import os
 import sys
-import time
 
-from . import diagnosis, state, unit
-from .cluster import DAEMON_PATH, DEMO_DAEMON_PATH, Lab
-from .processes import SEARCH_PATH, inside
+from . import diagnosis, host
+from .cluster import BUILD, DEMO_BUILD, Lab
+from .paths import DAEMON
+from .processes import environment, inside
 from .waiting import LabError
 
 DEFAULT_NAME = "lab"
 
 
 def up(options):
-    daemon = options.daemon or next(filter(os.path.exists, (DAEMON_PATH, DEMO_DAEMON_PATH)), None)
-    lab = Lab(options.name, options.nodes, daemon, options.policy, package=options.package,
+    build = options.build or next(filter(os.path.exists, (BUILD, DEMO_BUILD)), BUILD)
+    lab = Lab(options.name, options.nodes, build, token=options.token, package=options.package,
               packaged=options.nodes)
-    if state.find(options.name):
-        raise LabError(f"the lab '{options.name}' is up already")
     with lab:
-        if options.supervised:
-            for node in lab.nodes:
-                node.supervise(unit.rules_on(node))
-        if options.start and lab.has_daemon:
-            lab.start()
+        if options.start:
             lab.wait_master()
+        else:
+            lab.reset()
         lab.detach()
         print(diagnosis.table(lab))
-    if not lab.has_daemon:
-        print("The daemon is not built; on the nodes there are only corosync and the bus.")
 
 
 def down(options):
-    process = state.find(options.name)
-    if process:
-        process.end()
-    state.forget(options.name)
+    found = host.Host.find(options.name)
+    if found:
+        found.end()
 
 
 def status(options):
-    lab = Lab.attach(options.name)
-    print(diagnosis.table(lab))
+    print(diagnosis.table(Lab.attach(options.name)))
 
 
 def list_labs(_options):
-    for name in state.names():
+    for name in host.names():
         print(name)
 
 
 def on(options):
     lab = Lab.attach(options.name)
     node = lab.client() if options.node == "client" else lab.node(_number(options.node))
-    argv = inside(node.pid, options.command or [os.environ.get("SHELL", "/bin/sh")])
-    # duskvalectl can be called by its name, as on a node that it is installed on.
-    if os.path.isabs(node.ctl_path):
-        path = os.environ.get("PATH", SEARCH_PATH)
-        os.environ["PATH"] = f"{os.path.dirname(node.ctl_path)}:{path}"
+    argv = inside(node.init, options.command or [os.environ.get("SHELL", "/bin/sh")])
+    os.environ.update(environment())
     sys.stdout.flush()
     os.execvp(argv[0], argv)
 
 
 def show_log(options):
-    _show(options, options.journal, str)
-
-
-def show_signals(options):
-    _show(options, "signals", str)
-
-
-def _show(options, journal, form):
     node = Lab.attach(options.name).node(options.node)
-    shown = 0
-    while True:
-        entries = node.journal(journal).entries()
-        for entry in entries[shown:]:
-            print(f"{entry.time:.6f}  {form(entry.text)}", flush=True)
-        shown = len(entries)
-        if not options.follow:
-            return
-        time.sleep(0.1)
+    follow = ["--follow"] if options.follow else []
+    os.execvp("journalctl", [
+        "journalctl", f"--directory={node.journal_path}", f"--unit={options.unit}", "--no-hostname",
+        "--output=short-monotonic", "--no-pager", "--all", *follow])
 
 
 def _verb(name):
@@ -97,13 +73,10 @@ _FOLLOW = (("-f", "--follow"), {"action": "store_true", "help": "go on as more a
 VERBS = {
     "up": (up, "start a lab and leave it running", [
         (("-n", "--nodes"), {"type": int, "default": 3, "help": "how many nodes (3)"}),
-        (("--daemon",), {"help": "path of the daemon (the one that was built)"}),
-        (("--policy",), {"help": "path of its bus policy (that of data/)"}),
+        (("--build",), {"metavar": "DIRECTORY", "help": "the build directory to install from (build)"}),
         (("--package",), {"metavar": "FILE.deb", "help": "install this on the nodes instead"}),
-        (("--supervised",), {"action": "store_true",
-                             "help": "do what the unit says when a daemon starts or has ended"}),
-        (("--no-start",), {"dest": "start", "action": "store_false",
-                           "help": "do not start the daemons"}),
+        (("--token",), {"type": int, "default": 1000, "metavar": "MS", "help": "corosync's (1000)"}),
+        (("--no-start",), {"dest": "start", "action": "store_false", "help": "stop the daemons"}),
     ]),
     "down": (down, "end a lab; nothing of it is left", []),
     "status": (status, "show the nodes", []),
@@ -114,20 +87,19 @@ VERBS = {
                       "help": "what to run, with its arguments"}),
     ]),
     "cut": (_verb("cut"), "cut the node's network cable", [_NODE]),
-    "heal": (_verb("heal"), "mend the node's network cable", [_NODE]),
-    "start": (_verb("start"), "start the daemon; supervised, what it requires first", [_NODE]),
-    "stop": (_verb("stop"), "end the daemon (SIGTERM); supervised, or its start that is under way", [_NODE]),
-    "kill": (_verb("kill"), "kill the daemon (SIGKILL)", [_NODE]),
+    "heal": (_verb("heal"), "repair the node's network cable", [_NODE]),
+    "start": (_verb("start"), "start the daemon: systemctl start", [_NODE]),
+    "stop": (_verb("stop"), "stop the daemon: systemctl stop", [_NODE]),
+    "kill": (_verb("kill"), "kill the daemon (SIGKILL); its unit starts it again", [_NODE]),
     "pause": (_verb("pause"), "stop the daemon in its tracks (SIGSTOP)", [_NODE]),
     "resume": (_verb("resume"), "let a paused daemon go on (SIGCONT)", [_NODE]),
-    "corosync-kill": (_verb("kill_corosync"), "kill corosync", [_NODE]),
-    "corosync-start": (_verb("start_corosync"), "start corosync", [_NODE]),
+    "corosync-kill": (_verb("kill_corosync"), "kill corosync; the daemon's unit starts both again", [_NODE]),
+    "corosync-start": (_verb("start_corosync"), "start corosync, and with it the daemon", [_NODE]),
     "power-off": (_verb("power_off"), "end everything on the node at once", [_NODE]),
-    "power-on": (_verb("power_on"), "start the node, without the daemon", [_NODE]),
-    "log": (show_log, "show what the daemon wrote", [_NODE, _FOLLOW, (
-        ("--of",), {"dest": "journal", "default": "daemon", "metavar": "SERVICE",
-                    "choices": ("daemon", "corosync", "bus"), "help": "daemon, corosync or bus"})]),
-    "signals": (show_signals, "show the D-Bus signals the daemon sent", [_NODE, _FOLLOW]),
+    "power-on": (_verb("power_on"), "boot the node", [_NODE]),
+    "reboot": (_verb("reboot"), "reboot the node, as from its shell", [_NODE]),
+    "log": (show_log, "show the journal of the daemon's unit", [_NODE, _FOLLOW, (
+        ("--unit",), {"default": DAEMON, "help": "of another unit: corosync, dbus, lab-signals"})]),
 }
 
 
@@ -142,7 +114,7 @@ def parser():
     naming = argparse.ArgumentParser(add_help=False)
     naming.add_argument("--name", default=argparse.SUPPRESS, help="name of the lab (lab)")
     top = argparse.ArgumentParser(
-        prog="lab", description="A cluster in a box: real corosync nodes on this machine.",
+        prog="lab", description="A cluster in a box: booted machines with corosync on this one.",
         parents=[naming],
     )
     verbs = top.add_subparsers(dest="verb", required=True, metavar="VERB")

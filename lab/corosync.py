@@ -17,9 +17,8 @@ system {{
   move_to_root_cgroup: no
 }}
 logging {{
-  to_stderr: yes
-  to_syslog: no
-  timestamp: off
+  to_syslog: yes
+  to_stderr: no
 }}
 nodelist {{
 {nodes}}}
@@ -36,18 +35,16 @@ _NODE = """\
 # Knet, the default, knows no larger node ids.
 _KNET_MAX_ID = 65535
 
-_STARTING = re.compile(r"^lab: started")  # What corosync says itself comes later.
+_STARTING = re.compile(r"Corosync Cluster Engine .*starting up")
 _MEMBERS = re.compile(r"Sync members\[\d+\]: (.*)")
 _SYNCED = "Completed service synchronization"
 
 
 def config_text(cluster, token, nodes):
-    """The text of corosync.conf; `token` in ms, `nodes` a list of (id, name, address)."""
-    texts = (_NODE.format(id=id, name=name, address=address) for id, name, address in nodes)
-    transport = "knet" if all(id <= _KNET_MAX_ID for id, _, _ in nodes) else "udpu"
-    return _CONFIG.format(
-        cluster=cluster, transport=transport, token=token, nodes="".join(texts)
-    )
+    """The text of corosync.conf; `token` in ms, `nodes` dicts with "id", "name" and "address"."""
+    transport = "knet" if all(node["id"] <= _KNET_MAX_ID for node in nodes) else "udpu"
+    texts = "".join(_NODE.format(**node) for node in nodes)
+    return _CONFIG.format(cluster=cluster, transport=transport, token=token, nodes=texts)
 
 
 def views(entries):

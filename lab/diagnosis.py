@@ -1,18 +1,14 @@
 """Texts about the state of a lab for people: the table of "lab status", and a failure's report."""
 
 from . import agreement
-from .daemon import FAILED, RESTING, STARTING, WAITING
-from .network import MAIN
-from .node import COROSYNC, DAEMON
+from .host import SWITCH
+from .paths import COROSYNC
 from .waiting import LabError
-
-_DOING = {WAITING: "starting", STARTING: "starting", RESTING: "restarting", FAILED: "given up"}
 
 
 def rows(lab):
     """One tuple for each node: name, address, power, cable, ring, daemon, master."""
-    states = lab.node_states()
-    return [_row(node, states[node.name]) for node in lab.nodes]
+    return [_row(lab, node) for node in lab.nodes]
 
 
 def table(lab):
@@ -36,22 +32,13 @@ def text(lab):
         return f"(the lab cannot be asked: {error})"
 
 
-def _row(node, state):
-    if not state["on"]:
+def _row(lab, node):
+    if not node.is_on():
         return (node.name, node.address, "off", "-", "-", "-", "-")
-    services = node.status()
-    cable = "cut" if state["cut"] else "ok" if state["side"] == MAIN else state["side"]
-    ring = ",".join(map(str, sorted(node.ring()))) if services[COROSYNC]["pid"] else "no corosync"
-    daemon = services[DAEMON]
-    master = agreement.master_of(node) if daemon["pid"] else None
-    named = {None: "-", 0: "none"}.get(master, str(master))
-    return (node.name, node.address, "on", cable, ring or "none", _process(daemon), named)
-
-
-def _process(daemon):
-    if daemon["pid"]:
-        return f"pid {daemon['pid']}"
-    doing = _DOING.get(daemon["manager"], "ended")
-    if daemon["status"] is not None:
-        return f"{doing} ({daemon['status']})"
-    return doing if daemon["manager"] else "never started"
+    side, state = lab.host.cable(node.name)
+    cable = "cut" if state == "down" else "ok" if side == SWITCH else side
+    ring = ",".join(map(str, sorted(node.ring()))) if node.is_active(COROSYNC) else "no corosync"
+    daemon = f"{node.show('ActiveState')} ({node.show('SubState')})"
+    named = {None: "-", 0: "none"}
+    master = agreement.master_of(node)
+    return (node.name, node.address, "on", cable, ring, daemon, named.get(master, str(master)))

@@ -1,8 +1,6 @@
 """The example steps, put on a node as its operator would."""
 
-import pathlib
-
-from .filesystem import PACKAGED_EXAMPLES
+from .paths import EXAMPLES
 
 STORAGE = "10-promote-demote.run"
 SERVICE = "50-service.run"
@@ -10,7 +8,6 @@ VIRTUAL_ADDRESS = "90-virtual-address.run"
 
 ADDRESS = "192.0.2.100"
 
-_EXAMPLES = pathlib.Path(__file__).resolve().parent.parent / "data/examples"
 _SETTINGS = {
     STORAGE: "duskvale-storage",
     SERVICE: "duskvale-service",
@@ -19,10 +16,9 @@ _SETTINGS = {
 
 
 def install(node, step, settings):
-    """Puts the step on the node, that of its package or of this tree; `settings` is their text."""
-    directory = node.file(PACKAGED_EXAMPLES) if node.package else _EXAMPLES
+    """Puts the step on the node; `settings` is their text."""
     node.file(f"/etc/default/{_SETTINGS[step]}").write_text(settings, encoding="utf-8")
-    node.write_step(step, (directory / "run.d" / step).read_text(encoding="utf-8"))
+    node.write_step(step, node.file(f"{EXAMPLES}/run.d/{step}").read_text(encoding="utf-8"))
 
 
 def install_address(node):

@@ -1,107 +1,91 @@
-"""Files of time-stamped lines: the stamping side (in a node) and the reading side.
-
-A line is the CLOCK_MONOTONIC time of its arrival in seconds, a blank, and the text.
-"""
+"""A node's journal, read from outside. All nodes have the same CLOCK_MONOTONIC, so their times compare."""
 
 import bisect
-import os
+import json
 import re
 from typing import NamedTuple
+from uuid import UUID
 
-from .waiting import now, wait_until
+from systemd import journal
+
+from .paths import SIGNALS
+
+# systemd-catalog: "unit process exited" with a failure, and "unit succeeded".
+_FAILED_EXIT = UUID("98e322203f7a4ed290d09fe03c09fe15")
+_SUCCESS = UUID("7ad2d189f7e94e70a38c781354912448")
 
 
 class Entry(NamedTuple):
+    """`fields` are all those of systemd.journal-fields(7)."""
+
     time: float
     text: str
+    fields: dict
 
 
-def write_line(descriptor, time, text):
-    """Appends one line; `text` is bytes without a newline."""
-    os.write(descriptor, b"%.6f %b\n" % (time, text))
+class Signal(NamedTuple):
+    time: float
+    name: str
+    arguments: list
 
 
-class Stamper:
-    """Moves what arrives on a pipe, line by line and with the time, into a file.
+class Exit(NamedTuple):
+    """`how` is "exited", "killed" or "dumped", `status` the status or the number of the signal."""
 
-    A text without a newline waits for the rest of its line, or for the end of the pipe.
-    """
-
-    def __init__(self, source, target):
-        os.set_blocking(source, False)
-        self._source = source
-        self._target = target
-        self._rest = b""
-        self._rest_time = 0.0
-
-    @property
-    def closed(self):
-        return self._source is None
-
-    def fileno(self):
-        return self._source
-
-    def move(self):
-        """Takes all that has arrived. Returns False once the pipe has ended."""
-        while True:
-            try:
-                data = os.read(self._source, 65536)
-            except BlockingIOError:
-                return True
-            if not data:
-                return False
-            self._take(data, now())
-
-    def close(self):
-        if self._rest:
-            write_line(self._target, self._rest_time, self._rest)
-        os.close(self._source)
-        self._source = None
-
-    def _take(self, data, time):
-        *lines, rest = (self._rest + data).split(b"\n")
-        times = [self._rest_time if self._rest else time] + [time] * len(lines)
-        for line, stamp in zip(lines, times):
-            write_line(self._target, stamp, line)
-        self._rest_time = times[len(lines)]
-        self._rest = rest
+    time: float
+    how: str
+    status: int
 
 
 class Journal:
-    """The reading side: the entries of such a file, read on as it grows."""
+    """Reads on as the journal grows, from the node's first boot on, also over the end of a boot."""
 
-    def __init__(self, path):
-        self.path = path
-        self._offset = 0
-        self._rest = b""
+    def __init__(self, directory):
+        self._reader = journal.Reader(path=str(directory))
+        self._reader.fileno()  # From now on it also watches for new files.
+        self._arrivals = []
         self._entries = []
 
-    def entries(self, since=0.0):
-        """All entries so far that are not older than the time `since`."""
+    def entries(self, since=0.0, unit=None):
+        """Those not older than the time `since`, written by processes of `unit`."""
         self._read_on()
-        return self._entries[bisect.bisect_left(self._entries, (since,)) :]
+        # What was sent after that time has also arrived after it.
+        return [entry for entry in self._entries[bisect.bisect_left(self._arrivals, since):]
+                if entry.time >= since and unit in (None, entry.fields.get("_SYSTEMD_UNIT"))]
 
-    def find(self, pattern, since=0.0):
-        """The first entry not older than `since` that the regular expression matches, or None."""
+    def signals(self, since=0.0):
+        """The D-Bus signals of the daemon."""
+        lines = [(entry.time, json.loads(entry.text))
+                 for entry in self.entries(since, SIGNALS) if entry.text.startswith("{")]
+        return [Signal(time, line["member"], line["payload"]["data"]) for time, line in lines]
+
+    def exits(self, unit, since=0.0):
+        """How the main processes of `unit` ended, by systemd."""
+        found = []
+        for entry in self.entries(since, "init.scope"):
+            if entry.fields.get("UNIT") == unit:
+                if entry.fields.get("MESSAGE_ID") == _SUCCESS:
+                    found.append(Exit(entry.time, "exited", 0))
+                elif (entry.fields.get("MESSAGE_ID"), entry.fields.get("COMMAND")) == (_FAILED_EXIT, "ExecStart"):
+                    status = int(entry.fields["EXIT_STATUS"])
+                    found.append(Exit(entry.time, entry.fields["EXIT_CODE"], status))
+        return found
+
+    def find(self, pattern, since=0.0, unit=None):
+        """The first such entry that the regular expression matches, or None."""
         matches = re.compile(pattern).search
-        return next((entry for entry in self.entries(since) if matches(entry.text)), None)
-
-    def wait(self, pattern, limit, since=0.0, explain=lambda: ""):
-        """Waits for `find` to give an entry and returns it."""
-        what = f"a line that matches {pattern!r} in {os.path.basename(self.path)}"
-        return wait_until(lambda: self.find(pattern, since), limit, what, 0.005, explain)
+        return next((entry for entry in self.entries(since, unit) if matches(entry.text)), None)
 
     def _read_on(self):
-        try:
-            with open(self.path, "rb") as file:
-                file.seek(self._offset)
-                data = file.read()
-        except FileNotFoundError:
-            return  # Nothing was logged yet.
-        self._offset += len(data)
-        *lines, self._rest = (self._rest + data).split(b"\n")
-        for line in lines:
-            stamp, _, text = line.decode(errors="backslashreplace").partition(" ")
-            # The stamp is that of a line's first byte, which may be older than the line before.
-            time = max(float(stamp), self._entries[-1].time if self._entries else 0.0)
-            self._entries.append(Entry(time, text))
+        self._reader.process()
+        while fields := self._reader.get_next():
+            stamp = fields["__MONOTONIC_TIMESTAMP"].timestamp.total_seconds()
+            # When it was sent, where that is known.
+            sent = fields.get("_SOURCE_REALTIME_TIMESTAMP", fields["__REALTIME_TIMESTAMP"])
+            delay = (fields["__REALTIME_TIMESTAMP"] - sent).total_seconds()
+            text = fields.get("MESSAGE", "")
+            if isinstance(text, bytes):
+                text = text.decode(errors="backslashreplace")
+            # Sorted, whatever becomes of the wall clock at a boot.
+            self._arrivals.append(max(stamp, self._arrivals[-1] if self._arrivals else 0.0))
+            self._entries.append(Entry(stamp - delay, text, fields))

@@ -4,8 +4,9 @@ import argparse
 import os
 import sys
 
-from .. import diagnosis, state
-from ..cluster import CHECKOUT, Lab
+from .. import diagnosis
+from ..cluster import Lab
+from ..host import Host
 from ..waiting import LabError
 from .paper import Paper
 from .story import Story
@@ -16,7 +17,7 @@ NAME = "demo"
 def main():
     parser = argparse.ArgumentParser(prog="demo", description="A tour of a real cluster.")
     parser.add_argument("--keep", action="store_true", help="leave the cluster up at the end")
-    parser.add_argument("--daemon", required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--build", required=True, help=argparse.SUPPRESS)
     options = parser.parse_args()
     try:
         tour(options)
@@ -27,18 +28,18 @@ def main():
 
 
 def tour(options):
-    if options.keep and state.find(NAME):
+    if options.keep and Host.find(NAME):
         raise LabError(f"the lab '{NAME}' is up already; end it with: lab/lab --name {NAME} down")
     paper = Paper()
-    paper.text("Starting three nodes, each with its own network, processes, corosync and bus ...")
+    paper.text("Booting three machines in memory, each with its own systemd, journal, bus and corosync ...")
     name = NAME if options.keep else f"{NAME}-{os.getpid()}"
-    with Lab(name, nodes=3, daemon=options.daemon) as lab:
+    with Lab(name, nodes=3, build=options.build) as lab:
         Story(lab, paper).tell()
         if options.keep:
             lab.detach()
             paper.title("The cluster stays up")
             paper.text(diagnosis.table(lab))
-            paper.text(KEPT.format(ctl=os.path.relpath(lab.ctl, CHECKOUT)))
+            paper.text(KEPT)
 
 
 KEPT = f"""
@@ -47,8 +48,8 @@ To look around:
   lab/lab --name {NAME} on 1 duskvalectl take-over --wait    make it node 1
   lab/lab --name {NAME} on 2 duskvalectl monitor             what happens, as it happens
   lab/lab --name {NAME} on 1                                 a shell on node 1; duskvalectl --help
-  lab/lab --name {NAME} log 1                                what its daemon wrote, and what it means:
-  lab/lab --name {NAME} log 1 | {{ctl}} why --log=-
+  lab/lab --name {NAME} on 1 duskvalectl why                 why it is that node
+  lab/lab --name {NAME} on 1 journalctl -u duskvale-corosync-bridge
   lab/lab --name {NAME} kill 1                               its daemon; more: lab/lab --help
   lab/lab --name {NAME} down                                 the end of it"""
 

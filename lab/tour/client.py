@@ -6,7 +6,7 @@ One stamped line for each attempt: when it ended, when it began, and the answer 
 import asyncio
 import sys
 
-from ..journal import write_line
+from ..record import write_line
 from ..waiting import now
 from .services import PORT
 
@@ -33,7 +33,7 @@ async def attempt(address):
         answer = await asyncio.wait_for(ask(address), ATTEMPT_LIMIT)
     except (OSError, asyncio.TimeoutError):
         answer = "-"
-    write_line(sys.stdout.fileno(), now(), f"{began:.6f} {answer}".encode())
+    write_line(f"{began:.6f} {answer}")
 
 
 async def main(address):

@@ -1,10 +1,9 @@
 """What the client saw: who answered, and for how long nobody did."""
 
-import os
 from typing import NamedTuple
 
 from ..examples import ADDRESS
-from ..journal import Journal
+from ..record import Record
 
 
 class Change(NamedTuple):
@@ -18,13 +17,11 @@ class Client:
     """The process that asks, on a machine of its own on the nodes' network."""
 
     def __init__(self, machine, python, checkout):
-        # In memory and without a name: nothing stays, however this process ends.
-        self._record = os.memfd_create("client")
-        self._journal = Journal(f"/proc/self/fd/{self._record}")
+        self._record = Record()
         self._process = machine.popen(
             [python, "-B", "-m", "lab.tour.client", ADDRESS],
             env={"PYTHONPATH": str(checkout)},
-            stdout=self._record,
+            stdout=self._record.file,
         )
 
     def changes(self, since):
@@ -45,7 +42,7 @@ class Client:
 
     def is_asking(self):
         """True once the first attempt is over."""
-        return bool(self._journal.entries())
+        return bool(self._record.lines())
 
     def answered(self, since):
         """The number of attempts begun since that time that were answered."""
@@ -54,7 +51,7 @@ class Client:
     def _attempts(self, since):
         """(began, ended, answer or None) in the order of their beginning."""
         found = []
-        for entry in self._journal.entries(since):
+        for entry in self._record.lines(since):
             began, answer = entry.text.split(" ", 1)
             if float(began) >= since:
                 found.append((float(began), entry.time, None if answer == "-" else answer))

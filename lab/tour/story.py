@@ -2,14 +2,11 @@
 
 import contextlib
 import shlex
-import signal
 import subprocess
 import sys
 
-from .. import unit
 from ..cluster import CHECKOUT
 from ..examples import ADDRESS
-from ..node import DAEMON
 from ..waiting import LabError, now
 from . import timeline
 from .outages import Client, longest_silence
@@ -26,9 +23,9 @@ class Story:
         self._paper = paper
         self._acts = []
         self._act = None
+        lab.reset()
         for node in lab.nodes:
             install(node)
-        lab.supervise(unit.rules(restart=False))
         self._client = Client(lab.client(), sys.executable, CHECKOUT)
         lab.wait(self._client.is_asking, ANSWER_LIMIT, "the client asks")
 
@@ -36,7 +33,6 @@ class Story:
         self._election()
         self._take_over()
         self._kill()
-        self._return()
         self._freeze()
         self._device()
         self._cut()
@@ -61,18 +57,11 @@ class Story:
 
     def _kill(self):
         node = self._master()
-        rest = [other.number for other in self._lab.nodes if other is not node]
         with self._shown("The master's daemon is killed", f"SIGKILL on {node}: no time for a word. "
-                         "Its services would run on; the service manager stops them. It would also "
-                         "start the daemon again: the tour holds that back until the next act."):
-            node.kill(signal.SIGKILL)
-            self._lab.wait_master(agreed_on=rest)
-
-    def _return(self):
-        node = next(node for node in self._lab.nodes if not node.alive())
-        with self._shown("The node's return", f"The daemon of {node} starts again. A join is an "
-                         "election, too: the mastership may stay or move."):
-            node.start()
+                         "Its services would run on beside those of the next master; its unit stops them, "
+                         "and starts the daemon again. The others elect. A join is an election, too."):
+            node.kill()
+            node.wait_log("INFO: Registered on dbus", since=self._act.start)
             self._lab.wait_master()
 
     def _freeze(self):
@@ -107,10 +96,9 @@ class Story:
             self._lab.wait_master(agreed_on=[master.number])
 
     def _heal(self):
-        self._lab.supervise(unit.rules())
-        with self._shown("The cable is mended", "Two masters meet. A daemon that sees another "
-                         "master than its own ends itself (abort); the service managers stop the "
-                         "services and start the daemons again, and an election settles it."):
+        with self._shown("The cable is repaired", "Two masters meet. A daemon that sees another "
+                         "master than its own ends itself (abort); their units stop the services and "
+                         "start the daemons again, and an election settles it."):
             self._lab.heal()
             self._lab.wait_ring()
             self._lab.wait_master(limit=60)
@@ -118,18 +106,14 @@ class Story:
     def _why(self):
         node = self._master()
         self._paper.title(f"{len(self._acts) + 1}. Who is master, and why?")
-        self._paper.prose(f"An operator on {node} asks, with the daemon's log at hand. (On a machine "
-                          "with a journal duskvalectl finds it there.)")
-        self._paper.text(f"$ duskvalectl status\n{node.ctl('status').stdout}")
-        node.take_output()
-        with open(node.journal(DAEMON).path, encoding="utf-8") as log:
-            answer = node.ctl("why", "--log=-", stdin=log).stdout
-        self._paper.text(f"$ duskvalectl why --log=- <daemon.log\n{answer.rstrip()}")
+        self._paper.prose(f"An operator on {node} asks.")
+        for command in "status", "why":
+            self._paper.text(f"$ duskvalectl {command}\n{node.ctl(command).stdout.rstrip()}\n")
 
     def _operate(self, node, *arguments, status=0):
         """An operator's command on the node: what it says is shown, and how it must end."""
         self._act.did(str(node), f"$ duskvalectl {shlex.join(arguments)}")
-        with node.popen([self._lab.ctl, *arguments], stdout=subprocess.PIPE,
+        with node.popen(["duskvalectl", *arguments], stdout=subprocess.PIPE,
                         stderr=subprocess.STDOUT) as process:
             for line in process.stdout:
                 self._act.did(str(node), line.rstrip())

@@ -5,14 +5,13 @@ import signal
 from typing import NamedTuple
 
 from .. import corosync
-from ..node import COROSYNC, DAEMON
+from ..paths import COROSYNC, DAEMON
 
 # The same text from several nodes within this time is one line.
 TOGETHER = 0.05
 
 _STEP = "ran"
-_ENDED = re.compile(r"lab: ended, status (-?\d+)")
-_MANAGED = re.compile(r"lab: ran \S*/stop-steps .*, status (-?\d+)")
+_STOPPED = re.compile(r"INFO: stop-steps: finished, (\d+) failed")
 
 
 class Event(NamedTuple):
@@ -25,7 +24,7 @@ def collect(lab, since):
     """The events on all nodes from that time on, oldest first; the same on several nodes is one."""
     events = []
     for node in lab.nodes:
-        found = sorted([*_signals(lab, node, since), *_log(node, since), *_rings(node, since)])
+        found = sorted([*_signals(lab, node, since), *_units(node, since), *_rings(node, since)])
         events.extend(Event(time, node.name, text) for time, text in _without_repeats(found))
     return _merged(sorted(events))
 
@@ -65,22 +64,22 @@ def _signal_text(entry, node, names, frozen):
     return None
 
 
-def _log(node, since):
-    for entry in node.journal(DAEMON).entries(since):
-        if entry.text.startswith("lab: started"):
+def _units(node, since):
+    """What its systemd noted of the daemon, and how the steps were stopped."""
+    for entry in node.journal.entries(since, DAEMON):
+        if match := _STOPPED.match(entry.text):
+            failed = f" ({match[1]} failed)" if match[1] != "0" else ""
+            yield entry.time, f"its unit ran the steps with stop{failed}"
+        elif entry.text == "INFO: Starting":
             yield entry.time, "daemon started"
-        elif match := _ENDED.match(entry.text):
-            status = int(match[1])
-            how = signal.Signals(-status).name if status < 0 else f"status {status}"
-            yield entry.time, f"daemon ended ({how})"
-        elif match := _MANAGED.match(entry.text):
-            failure = "" if match[1] == "0" else f" (status {match[1]})"
-            yield entry.time, f"its service manager ran the steps with stop{failure}"
+    for end in node.exits(since):
+        how = signal.Signals(end.status).name if end.how != "exited" else f"status {end.status}"
+        yield end.time, f"daemon ended ({how})"
 
 
 def _rings(node, since):
     names = {other.id: other.name for other in node.lab.nodes}
-    for time, members in corosync.views(node.journal(COROSYNC).entries()):
+    for time, members in corosync.views(node.journal.entries(0.0, COROSYNC)):
         if time >= since:
             yield time, f"corosync: ring of {', '.join(names[id] for id in sorted(members))}"
 

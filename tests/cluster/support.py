@@ -10,8 +10,9 @@ from lab.waiting import now
 TRACE = ("-vvvvvvv", "-d", "0x20")
 TICK = r"sync_timer_callback: local\.sync_counter = [1-9]"
 
-SETTINGS = "/etc/duskvale"
-RUN_DIRECTORY = "/usr/share/duskvale/run.d"
+# For the unit, when a daemon that has ended is to stay down.
+NO_RESTART = "[Service]\nRestart=no\n"
+
 HOLD = "/run/hold"
 AS_NOBODY = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
 
@@ -33,7 +34,7 @@ def wait_everywhere(nodes, name, *arguments, since):
 def time_at(*nodes):
     """The time now; what the daemons of these nodes have logged before has an earlier one."""
     for node in nodes:
-        node.take_output()
+        node.sync()
     return now()
 
 
@@ -47,7 +48,7 @@ def request(node, method, *arguments):
 def take_over(lab, number):
     """Makes the node the master, waits until all daemons have applied that; the time before it."""
     since = request(lab.node(number), "TakeOver")
-    nodes = [node for node in lab.nodes if node.alive()]
+    nodes = [node for node in lab.nodes if node.is_active()]
     wait_everywhere(nodes, "NotifyNewMaster", lab.node(number).id, since=since)
     return since
 
@@ -96,15 +97,8 @@ def assert_idle(nodes, ticker):
 
 def _usage(node):
     """Context switches and seconds of processor time of the node's daemon so far."""
-    process = node.file(f"/proc/{node.status()['daemon']['pid']}")
+    process = node.file(f"/proc/{node.pid()}")
     status = (process / "status").read_text(encoding="utf-8").splitlines()
     switches = sum(int(line.split()[1]) for line in status if "ctxt_switches" in line)
     times = (process / "stat").read_text(encoding="utf-8").rpartition(")")[2].split()[11:13]
     return switches, sum(map(int, times)) / os.sysconf("SC_CLK_TCK")
-
-
-def daemon_program(node):
-    """The program that the node's daemon was started as. (Not its /proc/PID/exe: in a chroot that
-    link shows the path outside.)"""
-    pid = node.status()["daemon"]["pid"]
-    return node.file(f"/proc/{pid}/cmdline").read_text(encoding="utf-8").split("\0", 1)[0]

@@ -3,20 +3,24 @@
 import signal
 import sys
 
-from support import RUN_DIRECTORY, lines, others, steps_held, take_over
+import pytest
+from support import NO_RESTART, lines, others, steps_held, take_over
 
 from lab.examples import ADDRESS, SERVICE, STORAGE, VIRTUAL_ADDRESS, install, install_address
 from lab.network import link_address_of
+from lab.paths import EXAMPLES, RUN_DIRECTORY
 
 LIMIT = 10.0
+SHARED = "/srv/shared"
 ASK = f"import socket; socket.socket(type=socket.SOCK_DGRAM).sendto(b'?', ('{ADDRESS}', 9))"
 HIDE_ARPING = 'mount --bind /dev/null "$(command -v arping)" && exec "$@"'
 
 # Data that one node at a time may hold: a link in a directory that all nodes see names that node.
 DATA = """
-holds() {{ [ "$(readlink {0}/holder)" = "$(uname -n)" ]; }}
-promote() {{ uname -n >>{0}/attempts; holds || ln -s "$(uname -n)" {0}/holder; }}
-demote() {{ ! holds || rm {0}/holder; }}
+cd /srv/shared
+holds() { [ "$(readlink holder)" = "$(uname -n)" ]; }
+promote() { uname -n >>attempts; holds || ln -s "$(uname -n)" holder; }
+demote() { ! holds || rm holder; }
 """
 
 
@@ -51,6 +55,7 @@ def announces(node):
     return node.run(["sh", "-c", find], check=False).stdout != ""
 
 
+@pytest.mark.packaged
 def test_neighbours_follow_the_virtual_address(lab):
     client = lab.client()
     for node in lab.nodes:
@@ -78,7 +83,8 @@ def test_neighbours_of_both_sides_of_a_split_go_to_the_one_master(lab):
     client = lab.client()
     for node in lab.nodes:
         install_address(node)
-    lab.start()
+    keeps = lab.node(1).file(f"{EXAMPLES}/keep-services.conf").read_text(encoding="utf-8")
+    lab.start(drop_in=keeps + NO_RESTART)
     lab.wait_master()
     lab.partition([1], [2, 3])  # The client stays with node 1.
     lab.wait_ring([1])
@@ -90,8 +96,8 @@ def test_neighbours_of_both_sides_of_a_split_go_to_the_one_master(lab):
     lab.wait(lambda: not any(map(announces, lab.nodes)), LIMIT, "both sides have been told")
     lab.heal()
     for node in lab.nodes:
-        assert node.wait_ended() == -signal.SIGABRT
-    # Nobody has run "stop", as with keep-services.conf.
+        assert node.wait_exit()[1:] == ("killed", signal.SIGABRT)
+    # Nobody has run "stop".
     assert holders(lab) == [lab.node(1), master]
     assert sends_to(client, lab.node(1))
 
@@ -104,20 +110,24 @@ def test_neighbours_of_both_sides_of_a_split_go_to_the_one_master(lab):
     wait_sent_to(lab, master, client)
 
 
-def test_data_is_promoted_when_the_old_master_has_let_go(lab, tmp_path):
+def test_data_is_promoted_when_the_old_master_has_let_go(lab):
     step = f"{RUN_DIRECTORY}/{STORAGE}"
 
+    shared = lab.node(1).file(SHARED)
+    for file in shared.iterdir():
+        file.unlink()
+
     def holder():
-        return (tmp_path / "holder").readlink().name
+        return (shared / "holder").readlink().name
 
     def attempts(node):
-        return (tmp_path / "attempts").read_text(encoding="utf-8").split().count(node.name)
+        return (shared / "attempts").read_text(encoding="utf-8").split().count(node.name)
 
     def end_of_step(node, action, status):
         return node.wait_signal("NotifyRunstepEnd", step, action, status, since=since)
 
     for node in lab.nodes:
-        install(node, STORAGE, DATA.format(tmp_path))
+        install(node, STORAGE, DATA)
     lab.start()
     old = lab.node(lab.wait_master())
     new, third = others(lab, old.number)
@@ -132,8 +142,8 @@ def test_data_is_promoted_when_the_old_master_has_let_go(lab, tmp_path):
     end_of_step(new, "start", 0)
     assert holder() == new.name
 
-    install(new, STORAGE, DATA.format(tmp_path) + "demote() { echo 'in use' >&2; return 1; }\n")
-    install(third, STORAGE, DATA.format(tmp_path) + "PATIENCE=1\n")
+    install(new, STORAGE, DATA + "demote() { echo 'in use' >&2; return 1; }\n")
+    install(third, STORAGE, DATA + "PATIENCE=1\n")
     since = take_over(lab, third.number)
     end_of_step(new, "stop", 1 << 8)
     assert lines(new, "in use", since)

@@ -1,7 +1,8 @@
 """What outlives a restart of what an operator has asked for, and ids that the bus shows signed."""
 
-from support import SETTINGS, lines, others, request, wait_everywhere
+from support import lines, others, request, wait_everywhere
 
+from lab.paths import SETTINGS
 from lab.waiting import now
 
 FROZEN_FILE = f"{SETTINGS}/frozen_master"
@@ -57,7 +58,7 @@ def test_preferred_master_wins_elections_also_after_a_restart(cluster):
     node.set("PreferredMaster", True)
     wait_everywhere(cluster.nodes, "NotifyNewMaster", node.id, since=since)
     for member in cluster.nodes:
-        member.kill()
+        member.stop()
     cluster.start()
     assert cluster.wait_master() == node.number
     assert (node.get("PreferredMaster"), other.get("PreferredMaster")) == (True, False)

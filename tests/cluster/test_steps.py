@@ -2,7 +2,9 @@
 
 import re
 
-from support import RUN_DIRECTORY, TRACE, assert_idle, lines, others, steps_held, take_over
+from support import TRACE, assert_idle, lines, others, steps_held, take_over
+
+from lab.paths import RUN_DIRECTORY
 
 
 def step_signals(node, since):

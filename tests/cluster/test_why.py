@@ -3,9 +3,10 @@
 import tempfile
 
 import pytest
-from support import TRACE, others, said
+from support import NO_RESTART, TRACE, others, said
 
-from lab.node import COROSYNC, Node
+from lab.node import Node
+from lab.paths import COROSYNC
 
 NO_COROSYNC = 8
 
@@ -22,20 +23,20 @@ def why(node, plain=False):
 
 def lose_corosync(node):
     node.kill_corosync()
-    node.wait_ended()
+    node.wait_exit()
     assert "the daemon is not running, and neither is corosync" in said(node, status=NO_COROSYNC)
 
 
 def bring_back(lab, node):
-    if node.alive():  # It was cut off: it and the others end themselves when they meet.
+    if node.is_active():  # It was cut off: it and the others end themselves when they meet.
         lab.wait_master(agreed_on=[node.number])
         lab.heal()
         for member in lab.nodes:
-            member.wait_ended()
-    elif not node.alive(COROSYNC):
-        node.start_corosync()
+            member.wait_exit()
+    else:
+        node.systemctl("start", COROSYNC)
     lab.wait_ring()
-    lab.start(*TRACE, numbers=[member.number for member in lab.nodes if not member.alive()])
+    lab.start()
     lab.wait_master()
 
 
@@ -51,7 +52,7 @@ def bring_back(lab, node):
 def test_why_mastership_moved(lab, move, reason, ending):
     for node in lab.nodes:
         node.write_step("10-web.run", "#!/bin/sh\n")
-    lab.start(*TRACE)
+    lab.start(*TRACE, drop_in=NO_RESTART)
     old = lab.node(lab.wait_master())
     rest = others(lab, old.number)
     move(old)
@@ -78,10 +79,10 @@ def test_why_a_join_moved_mastership(lab):
     lab.start(*TRACE)
     joiner = others(lab, lab.wait_master())[0]
     said(joiner, "prefer", "on", "--wait")
-    joiner.kill()
+    joiner.stop()
     rest = others(lab, joiner.number)
     before = lab.wait_master(agreed_on=[node.number for node in rest])
-    joiner.start(*TRACE)
+    joiner.start()
     assert lab.wait_master() == joiner.number
     for node in rest:
         first, second, *_ = why(node).splitlines()

@@ -1,0 +1,16 @@
+"""Names that the lab and its users share: of units, and of what the product has on a node."""
+
+DAEMON = "duskvale-corosync-bridge.service"
+COROSYNC = "corosync.service"
+BUS = "dbus.service"
+SIGNALS = "lab-signals.service"
+
+COROSYNC_CONFIG = "/etc/corosync/corosync.conf"
+SETTINGS = "/etc/duskvale"
+RUN_DIRECTORY = "/usr/share/duskvale/run.d"
+BUS_POLICIES = "/usr/share/dbus-1/system.d"
+DEVICES = "/sys/bus/lumacrates/devices"
+UNIT_FILE = f"/usr/lib/systemd/system/{DAEMON}"
+DROP_IN = f"/etc/systemd/system/{DAEMON}.d/lab.conf"
+EXAMPLES = "/usr/share/doc/duskvale-corosync-bridge/examples"
+BUS_SOCKET = "/run/dbus/system_bus_socket"
