@@ -1,11 +1,10 @@
 """What a client sees of the virtual address while mastership is moved as planned."""
 
-import os
 import sys
 
 from lab.cluster import CHECKOUT
 from lab.examples import ADDRESS, install_address
-from lab.journal import Journal
+from lab.record import Record
 from lab.waiting import now
 
 LIMIT = 20.0
@@ -24,14 +23,13 @@ def moves(lab, runs):
     lab.reset()
     for node in lab.nodes:
         install_address(node)
-    record = os.memfd_create("answers")
-    journal = Journal(f"/proc/self/fd/{record}")
+    record = Record()
     probes = [_probe(node, "serve") for node in lab.nodes]
-    probes.append(_probe(lab.client(), "ask", ADDRESS, stdout=record))
+    probes.append(_probe(lab.client(), "ask", ADDRESS, stdout=record.file))
 
     def answers(node, since):
         """All since that time, once enough of them are from the node."""
-        found = journal.entries(since)
+        found = record.lines(since)
         count = sum(1 for entry in found if entry.text.endswith(f" {node}"))
         return found if count >= ANSWERS else None
 
@@ -52,5 +50,5 @@ def moves(lab, runs):
         for probe in probes:
             probe.kill()
             probe.wait()
-        os.close(record)
+        record.close()
     return silences

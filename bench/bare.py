@@ -1,10 +1,9 @@
 """Bare corosync: the time until a member's death is reported, and until a message comes back."""
 
-import os
 import subprocess
 
 from lab.cluster import CHECKOUT
-from lab.journal import Journal
+from lab.record import Record
 from lab.waiting import LabError
 
 PROGRAM = CHECKOUT / "build/bench/cpg-member"
@@ -19,32 +18,32 @@ class Member:
         if not PROGRAM.exists():
             raise LabError(f"{PROGRAM} is missing: meson setup build && meson compile -C build")
         self._node = node
-        self._record = os.memfd_create("member")
-        self._journal = Journal(f"/proc/self/fd/{self._record}")
-        self._process = node.popen([str(PROGRAM)], stdin=subprocess.PIPE, stdout=self._record)
+        self._record = Record()
+        self._process = node.popen([str(PROGRAM)], stdin=subprocess.PIPE, stdout=self._record.file)
 
     def tell(self, command):
         self._process.stdin.write(command + "\n")
         self._process.stdin.flush()
 
-    def entries(self, word, since=0.0):
-        return [entry for entry in self._journal.entries(since) if entry.text.startswith(word)]
+    def lines(self, word, since=0.0):
+        return [line for line in self._record.lines(since) if line.text.startswith(word)]
 
     def time_of(self, text, since=0.0):
-        return self._journal.wait(f"^{text}$", LIMIT, since).time
+        [first, *_] = self._node.lab.wait(lambda: self.lines(text, since), LIMIT, text)
+        return first.time
 
     def wait_members(self, count):
         """Waits until the group, as the member sees it now, is of that size."""
         def reached():
-            entries = self.entries("members")
-            return entries and entries[-1].text == f"members {count}"
+            lines = self.lines("members")
+            return lines and lines[-1].text == f"members {count}"
 
         self._node.lab.wait(reached, LIMIT, f"{count} members")
 
     def close(self):
         self._process.stdin.close()
         self._process.wait()
-        os.close(self._record)
+        self._record.close()
 
 
 def measure(lab, runs):
@@ -69,8 +68,8 @@ def measure(lab, runs):
         pinger = members[lab.nodes[0]]
         for count in range(PINGS):
             pinger.tell("ping")
-            lab.wait(lambda: len(pinger.entries("ping")) > count, LIMIT, "the message came back")
-        return deaths, [float(entry.text.split()[1]) / 1e6 for entry in pinger.entries("ping")]
+            lab.wait(lambda: len(pinger.lines("ping")) > count, LIMIT, "the message came back")
+        return deaths, [float(line.text.split()[1]) / 1e6 for line in pinger.lines("ping")]
     finally:
         for member in members.values():
             member.close()

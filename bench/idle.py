@@ -18,14 +18,14 @@ def slave(lab, seconds):
     lab.reset()
     lab.start()
     node = lab.node(lab.wait_master() % len(lab.nodes) + 1)
-    process = node.file(f"/proc/{node.status()['daemon']['pid']}")
+    process = node.file(f"/proc/{node.pid()}")
     switches, busy = _wake_ups(process), _busy(process)
     time.sleep(seconds)
     switches, busy = _wake_ups(process) - switches, _busy(process) - busy
     pss = _pss(process)
     for other in lab.nodes:
         if other is not node:
-            other.kill()
+            other.stop()
     lab.wait_master(agreed_on=[node.number])
     return Cost(pss, _pss(process), switches / seconds, busy / seconds)
 

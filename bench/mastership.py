@@ -1,16 +1,29 @@
 """How long it takes to have a new master: times from the daemons' own log lines and signals.
 
-The lab notes a line or a signal when it arrives: each time includes the way to the lab's process.
+Times are those of the nodes' journals, which share a clock.
 """
+
+import sys
 
 from lab.waiting import now
 
 ELECTION_PERIOD = 0.5  # seconds for which the daemons collect proposals, by their protocol
 
 
-def _started(lab):
+NO_RESTART = "[Service]\nRestart=no\n"
+
+
+_KILL = "import os, sys, time; print(time.monotonic()); os.kill(int(sys.argv[1]), 9)"
+
+
+def _kill(node):
+    """Kills the node's daemon; returns the time just before. (Its systemd notes the end later.)"""
+    return float(node.run([sys.executable, "-c", _KILL, node.pid()]).stdout)
+
+
+def _started(lab, drop_in=""):
     lab.reset()
-    lab.start()
+    lab.start(drop_in=drop_in)
     lab.wait_master()
 
 
@@ -21,17 +34,16 @@ def _applied(nodes, master, since):
 
 
 def daemon_deaths(lab, runs):
-    """The master's daemon is killed. Seconds until the survivors have applied a new master: from
-    the first report of the leave, and from the kill."""
-    _started(lab)
+    """The master's daemon is killed, and stays down. Seconds until the survivors have applied a new
+    master: from the first report of the leave, and from the death."""
+    _started(lab, NO_RESTART)
     from_report, from_death = [], []
     for _ in range(runs):
         dead = lab.node(lab.wait_master())
         survivors = [node for node in lab.nodes if node is not dead]
-        killed = now()
-        dead.kill()
+        killed = _kill(dead)
         master = lab.node(lab.wait_master(agreed_on=[node.number for node in survivors]))
-        # Both by their signals: the way to the lab is the same for each.
+        # Both by their signals: the way to the journal is the same for each.
         reported = min(
             node.wait_signal("NotifyLeft", dead.id, since=killed).time for node in survivors)
         announced = max(
@@ -41,6 +53,21 @@ def daemon_deaths(lab, runs):
         from_death.append(_applied(survivors, master, killed) - killed)
         dead.start()
     return from_report, from_death
+
+
+def daemon_restarts(lab, runs):
+    """The master's daemon is killed, and its unit starts it again. Seconds from the death until the
+    first of its peers that becomes master has applied that."""
+    times = []
+    for _ in range(runs):
+        _started(lab)
+        dead = lab.node(lab.wait_master())
+        killed = _kill(dead)
+        lab.wait_master()
+        times.append(min(
+            line.time for node in lab.nodes for line in [node.journal.find("^INFO: MASTER: ", killed)] if line
+        ) - killed)
+    return times
 
 
 def node_deaths(lab, runs):

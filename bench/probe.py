@@ -7,7 +7,7 @@ import select
 import socket
 import sys
 
-from lab.journal import write_line
+from lab.record import write_line
 from lab.waiting import now
 
 PORT = 7
@@ -28,7 +28,7 @@ def ask(address):
         due = now()
         while True:
             if select.select([client], [], [], max(due - now(), 0.0))[0]:
-                write_line(sys.stdout.fileno(), now(), client.recv(100))
+                write_line(client.recv(100).decode())
             if now() >= due:
                 with contextlib.suppress(OSError):  # Nobody has the address: no answer, then.
                     client.sendto(b"%.6f" % now(), (address, PORT))
