@@ -38,6 +38,12 @@ Cluster::~Cluster() {
     }
 }
 
+guint Node::add_timer(guint interval, std::function<gboolean()> call) {
+    static guint last_id = 0;
+    timers[++last_id] = {cluster->now + interval, interval, std::move(call)};
+    return last_id;
+}
+
 void Cluster::as(Node &node, const std::function<void()> &call) {
     Node *before = std::exchange(current, &node);
     try {
@@ -54,8 +60,12 @@ void Cluster::as(Node &node, const std::function<void()> &call) {
 
 Cluster &Cluster::start(uint32_t key) {
     Node &node = nodes.at(key);
-    node.restart_at = node.master = 0;
-    node.node_count = 0;
+    node.restart_at = 0;
+    node.bus = {.interface_version = "1.0",
+                .local_node = node.id,
+                .frozen_node = node.bus.frozen_node,
+                .frozen_reason = node.bus.frozen_reason,
+                .preferred = node.bus.preferred};
     if (oracle != nullptr) {
         oracle->started(node);
     }
@@ -77,7 +87,6 @@ Cluster &Cluster::boot() {
     run(2000);
     for (auto &[key, node] : nodes) {
         node.log.clear();
-        node.signals.clear();
     }
     sent.clear();
     return *this;
@@ -92,6 +101,8 @@ void Cluster::end(Node &node) {
     change([&] { node.member = false; });
     as(node, [&] { g_clear_object(&node.daemon); });
     g_clear_object(&node.runner);
+    node.running = false;
+    node.pending.reset();
     node.timers.clear();
     node.inbox.clear();
     node.outbox.clear();
@@ -172,8 +183,8 @@ Cluster &Cluster::refuse(uint32_t key, char type) {
 Cluster &Cluster::ask(uint32_t key, bool unless_frozen,
                       const std::function<void(Node &)> &request) {
     Node &node = nodes.at(key);
-    accepted =
-        node.daemon != nullptr && node.node_count >= 2 && (node.frozen == 0 || !unless_frozen);
+    accepted = node.daemon != nullptr && node.bus.members >= 2 &&
+               (node.bus.frozen_node == 0 || !unless_frozen);
     if (accepted) {
         as(node, [&] { request(node); });
     }
@@ -182,24 +193,50 @@ Cluster &Cluster::ask(uint32_t key, bool unless_frozen,
 
 Cluster &Cluster::set_freeze(uint32_t key, bool wanted, const char *reason) {
     return ask(key, false, [wanted, reason](Node &node) {
-        const uint32_t master = wanted ? node.master : 0;
+        const uint32_t master = wanted ? node.bus.master_node : 0;
         node.requests->frozen_master_was_set(node.user_data, master, reason);
     });
 }
 
 Cluster &Cluster::prefer(uint32_t key, bool preferred) {
     Node &node = nodes.at(key);
-    node.preferred = preferred;
+    node.bus.preferred = preferred;
     if (node.daemon != nullptr) {
         as(node, [&] { node.requests->preferred_master_was_set(node.user_data, preferred); });
     }
     return *this;
 }
 
+Cluster &Cluster::keep_alive(uint32_t key) {
+    Node &node = nodes.at(key);
+    as(node, [&] { node.requests->keep_alive(node.user_data, node.id); });
+    return *this;
+}
+
+Cluster &Cluster::send_text(uint32_t key, const char *text) {
+    Node &node = nodes.at(key);
+    as(node, [&] { node.requests->text_message(node.user_data, text); });
+    return *this;
+}
+
+Cluster &Cluster::hotplug(uint32_t key, bool added, const char *devpath) {
+    Node &node = nodes.at(key);
+    as(node, [&] { node.requests->lumacrate_hotplug(node.user_data, added, devpath, "?", "?"); });
+    return *this;
+}
+
+client::Snapshot Cluster::read(uint32_t key) {
+    Node &node = nodes.at(key);
+    client::Snapshot snapshot = node.bus;
+    as(node, [&] { snapshot.devices = node.requests->lumacrates_count(node.user_data); });
+    return snapshot;
+}
+
 Cluster &Cluster::inject(const std::string &message) {
-    const Event event{.number = ++events, .sender = 9, .message = message};
+    const auto event =
+        std::make_shared<const Event>(Event{.number = ++events, .sender = 9, .message = message});
     for (const uint32_t key : reached(nodes.at(1))) {
-        nodes.at(key).inbox.push_back(std::make_shared<const Event>(event));
+        nodes.at(key).inbox.push_back(event);
     }
     return *this;
 }
@@ -208,11 +245,10 @@ bool Cluster::order(Node &node) {
     if (node.outbox.empty()) {
         return false;
     }
-    auto [message, cause] = std::move(node.outbox.front());
+    const auto event = std::make_shared<Event>(std::move(node.outbox.front()));
     node.outbox.pop_front();
-    ++sent[message[0]];
-    const auto event = std::make_shared<const Event>(Event{
-        .number = ++events, .cause = cause, .sender = node.id, .message = std::move(message)});
+    event->number = ++events;
+    ++sent[(*event->message)[0]];
     for (auto &[key, other] : nodes) {
         if (other.member && other.island == node.island) {
             other.inbox.push_back(event);
@@ -255,7 +291,7 @@ bool Cluster::turn(Node &node) {
         const auto [id, timer] = *it;
         it->second.due = now + timer.interval;
         gboolean again = G_SOURCE_REMOVE;
-        as(node, [&, call = timer.call, data = timer.data] { again = call(data); });
+        as(node, [&again, &call = timer.call] { again = call(); });
         if (again == G_SOURCE_REMOVE) {
             node.timers.erase(id);
         }
@@ -333,16 +369,9 @@ std::string Cluster::masters() const {
     for (const auto &[key, node] : nodes) {
         if (node.daemon != nullptr) {
             result += result.empty() ? "" : " ";
-            result += node.master != 0 ? std::to_string(node.master) : "-";
+            const client::NodeId master = node.bus.master_node;
+            result += master != 0 ? std::to_string(master) : "-";
         }
-    }
-    return result;
-}
-
-std::string Cluster::aborts() const {
-    std::string result;
-    for (const auto &[key, node] : nodes) {
-        result += (result.empty() ? "" : " ") + std::to_string(node.aborts);
     }
     return result;
 }

@@ -8,6 +8,8 @@
  */
 #pragma once
 
+#include "client/announcement.h"
+#include "client/snapshot.h"
 #include "coordinator/duskvale-corosync.h"
 #include "cpg/duskvale-gcpg.h"
 #include "dbus/duskvale-dbus.h"
@@ -29,19 +31,27 @@ namespace sim {
 
 /* One entry of the order: a message, or a change of the membership as one member is told it. */
 struct Event {
-    uint64_t number;
+    uint64_t number = 0;
     uint64_t cause = 0; /* the event whose handling sent this message; 0: a timer or a request */
     uint32_t sender = 0;
     std::optional<std::string> message = {};
     std::vector<uint32_t> left = {}, joined = {}, members = {};
-    bool merge = false; /* some that joined ran before, in another island */
+    bool merge = false;  /* some that joined ran before, in another island */
+    uint32_t frozen = 0; /* what the sender held mastership to be frozen to */
 };
 
 struct Timer {
     uint64_t due;
     guint interval;
-    GSourceFunc call;
-    gpointer data;
+    std::function<gboolean()> call;
+};
+
+/* A run step of a node. Unless a test says otherwise a node has none, and a sequence is done at
+   once. */
+struct Step {
+    std::string name;
+    guint ms = 0; /* how long it runs */
+    int wait_status = 0;
 };
 
 /* One process. What the fake sub-objects know is kept here too. */
@@ -51,7 +61,7 @@ struct Node {
     int island = 0;
     uint64_t restart_at = 0; /* 0: not to be restarted */
     unsigned aborts = 0;
-    std::string log;
+    std::string log; /* and, indented, what was announced and which sequences of steps began */
 
     /* Faults. */
     std::string fails;   /* the function of a sub-object that fails in the construction */
@@ -59,32 +69,32 @@ struct Node {
     bool held = false;   /* the group is slow to order what this node sends */
     std::function<bool(char)> refuses; /* by message type */
 
-    /* The disk: outlives the process. */
-    bool preferred = false;
-    uint32_t frozen = 0;
-    std::optional<std::string> reason;
+    std::vector<Step> steps; /* in order of their names */
+    std::vector<DuskvaleLumacrateInfo> devices;
 
-    /* The bus. */
-    uint32_t master = 0;
-    size_t node_count = 0;
-    bool in_transition = false;
-    std::vector<std::string> signals; /* in words, such as "NewMaster 1" */
+    /* The properties; the preference and the freeze are on disk and outlive the process. The count
+       of the devices is filled in by Cluster::read() only. */
+    client::Snapshot bus;
+    /* A client of the bus. It is called while the daemon's code runs, and so must only take a note
+       and make its own calls later, as on a bus. */
+    std::function<void(const client::Announcement &)> listener;
 
     DuskvaleCorosync *daemon = nullptr; /* null: not running */
     DuskvaleRun *runner = nullptr;
     gpointer user_data = nullptr;
     const DuskvaleGCpgAgents *group = nullptr;
     const DuskvaleDBusAgents *requests = nullptr;
-    const DuskvaleRunAgents *steps = nullptr;
+    const DuskvaleRunAgents *step_agents = nullptr;
+    const DuskvaleLumacratesAgents *device_agents = nullptr;
+    bool running = false;            /* a sequence of steps */
+    std::optional<gboolean> pending; /* the role of the next one */
     std::map<guint, Timer> timers;
+    guint add_timer(guint interval, std::function<gboolean()> call);
 
     bool member = false;
     std::deque<std::shared_ptr<const Event>> inbox;
-    std::deque<std::pair<std::string, uint64_t>> outbox; /* message, cause */
-    uint64_t handling = 0;                               /* number of the event being handled */
-
-    std::string take_log() { return std::exchange(log, {}); }
-    std::vector<std::string> take_signals() { return std::exchange(signals, {}); }
+    std::deque<Event> outbox; /* not numbered yet */
+    uint64_t handling = 0;    /* number of the event being handled */
 };
 
 class Oracle;
@@ -100,7 +110,8 @@ public:
 
     /* Starts the daemon of a node; it does not run when its construction fails. */
     Cluster &start(uint32_t key);
-    /* Node 1 first and for five seconds, so that it is master and ahead of the others. */
+    /* Starts all: node 1 first and for five seconds, so that it is master and ahead of the others.
+     */
     Cluster &boot();
     /* The process ends; what it has sent is still ordered. */
     Cluster &stop(uint32_t key);
@@ -124,6 +135,10 @@ public:
     Cluster &freeze(uint32_t key, const char *why = "") { return set_freeze(key, true, why); }
     Cluster &lift(uint32_t key, const char *why = "") { return set_freeze(key, false, why); }
     Cluster &prefer(uint32_t key, bool preferred);
+    Cluster &keep_alive(uint32_t key);
+    Cluster &send_text(uint32_t key, const char *text);
+    Cluster &hotplug(uint32_t key, bool added, const char *devpath);
+    client::Snapshot read(uint32_t key);
     bool accepted = false; /* the last request was */
 
     /* One turn of a node's main loop: one event of its inbox, then the timers that are due. */
@@ -146,8 +161,6 @@ public:
     std::vector<uint32_t> reached(const Node &node) const;
     /* The masters that the running nodes name, in order of the nodes: "1 1 -" */
     std::string masters() const;
-    /* How often each node's daemon has aborted: "0 1 1" */
-    std::string aborts() const;
 
     uint64_t now = 0;
     uint64_t restart_after = 0;  /* how soon an aborted daemon is started again; 0: never */
@@ -169,16 +182,10 @@ private:
     uint64_t events = 0;
 };
 
-/* One that was booted. */
-struct Booted : Cluster {
-    explicit Booted(unsigned count) : Cluster(count) { boot(); }
-};
-
 extern Node *current;    /* whose code runs; null outside of Cluster::as() */
 extern int live_objects; /* of the fake sub-objects; the leak checker does not see them */
 extern bool debug_lines; /* whether debug lines are written */
 extern bool trace;       /* whether the log is printed, with debug lines */
-extern uint64_t largest; /* cluster that is counted */
 
 /* The 32-bit word at `offset` of a message. */
 uint32_t u32(const std::string &message, size_t offset);

@@ -6,6 +6,7 @@
 
 #include "base/gobject-macros.h"
 #include "base/log.h"
+#include "client/overloaded.h"
 #include "dbus/notify.h"
 
 #include <glib/gprintf.h>
@@ -72,9 +73,7 @@ gboolean __wrap_g_source_remove(guint tag);
 }
 
 guint __wrap_g_timeout_add(guint interval, GSourceFunc function, gpointer data) {
-    static guint last_id = 0;
-    current->timers[++last_id] = {current->cluster->now + interval, interval, function, data};
-    return last_id;
+    return current->add_timer(interval, [=] { return function(data); });
 }
 
 guint __wrap_g_timeout_add_seconds(guint interval, GSourceFunc function, gpointer data) {
@@ -116,7 +115,10 @@ cs_error_t dvcpg_glib_send_message(DuskvaleGCpg *, const void *buffer, size_t le
         }
         return CS_ERR_TRY_AGAIN;
     }
-    current->outbox.emplace_back(message, current->handling);
+    current->outbox.push_back({.cause = current->handling,
+                               .sender = current->id,
+                               .message = message,
+                               .frozen = current->bus.frozen_node});
     return CS_OK;
 }
 
@@ -133,102 +135,171 @@ gboolean duskvale_dbus_register(DuskvaleDBus *) {
 }
 
 gint32 duskvale_get_preferred_master(DuskvaleDBus *) {
-    return current->preferred ? 1 : 0;
+    return current->bus.preferred ? 1 : 0;
 }
 
 uint32_t duskvale_get_frozen_master(DuskvaleDBus *) {
-    return current->frozen;
+    return current->bus.frozen_node;
 }
 
 const char *duskvale_get_frozen_master_reason(DuskvaleDBus *) {
-    return current->reason ? current->reason->c_str() : nullptr;
+    return current->bus.frozen_reason.empty() ? nullptr : current->bus.frozen_reason.c_str();
 }
 
-G_GNUC_PRINTF(1, 2) static gboolean signal_sent(const char *format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    g_autofree char *text = g_strdup_vprintf(format, arguments);
-    va_end(arguments);
-    current->signals.emplace_back(text);
+static std::string in_words(const client::Announcement &announcement) {
+    const auto number = [](auto value) { return " " + std::to_string(value); };
+    const auto quoted = [](const std::string &text) { return " '" + text + "'"; };
+    return std::visit(
+        client::Overloaded{
+            [&](const client::NewMaster &a) { return "NewMaster" + number(a.node); },
+            [&](const client::FrozenMaster &a) {
+                return "FrozenMaster" + number(a.node) + quoted(a.reason);
+            },
+            [&](const client::Joined &a) { return "Joined" + number(a.node) + number(a.members); },
+            [&](const client::Left &a) { return "Left" + number(a.node) + number(a.members); },
+            [&](const client::KeepAlive &a) { return "KeepAlive" + number(a.node); },
+            [&](const client::Text &a) { return "GotMessage" + quoted(a.text); },
+            [&](const client::Hotplug &a) {
+                return "LumacrateHotplug" + number(a.node) + number(a.devices) + number(a.added) +
+                       quoted(a.hardware_id) + quoted(a.location) + quoted(a.devpath);
+            },
+            [&](const client::StepBegin &a) { return "RunstepBegin " + a.step + " " + a.action; },
+            [&](const client::StepEnd &a) {
+                return "RunstepEnd " + a.step + " " + a.action + number(a.wait_status);
+            },
+            [&](const client::StepsDone &a) { return "RunstepsDone" + number(a.failed); }},
+        announcement);
+}
+
+static gboolean announce(const client::Announcement &announcement) {
+    current->log += "    " + in_words(announcement) + "\n";
+    if (current->listener) {
+        current->listener(announcement);
+    }
     return TRUE;
 }
 
 gboolean duskvale_notify_new_master(DuskvaleDBus *, uint32_t nodeid) {
-    current->in_transition = true;
-    current->master = nodeid;
-    return signal_sent("NewMaster %u", nodeid);
+    if (current->cluster->oracle != nullptr) {
+        current->cluster->oracle->applied(*current, nodeid);
+    }
+    current->bus.in_transition = true;
+    current->bus.master_node = nodeid;
+    current->bus.is_master = nodeid == current->id;
+    return announce(client::NewMaster{nodeid});
 }
 
 gboolean duskvale_notify_frozen_master(DuskvaleDBus *, uint32_t nodeid, const char *reason) {
-    current->frozen = nodeid;
-    current->reason = nodeid != 0 ? std::optional<std::string>(reason) : std::nullopt;
-    return signal_sent("FrozenMaster %u '%s'", nodeid, reason);
+    current->bus.frozen_node = nodeid;
+    current->bus.frozen_reason = nodeid != 0 ? reason : "";
+    return announce(client::FrozenMaster{nodeid, reason});
 }
 
 gboolean duskvale_notify_joined(DuskvaleDBus *, uint32_t nodeid, size_t node_count) {
-    current->node_count = node_count;
-    return signal_sent("Joined %u, now %zu", nodeid, node_count);
+    current->bus.members = static_cast<int>(node_count);
+    return announce(client::Joined{nodeid, static_cast<uint32_t>(node_count)});
 }
 
 gboolean duskvale_notify_left(DuskvaleDBus *, uint32_t nodeid, size_t node_count) {
-    current->node_count = node_count;
-    return signal_sent("Left %u, now %zu", nodeid, node_count);
+    current->bus.members = static_cast<int>(node_count);
+    return announce(client::Left{nodeid, static_cast<uint32_t>(node_count)});
 }
 
 gboolean duskvale_notify_keep_alive(DuskvaleDBus *, uint32_t nodeid) {
-    return signal_sent("KeepAlive %u", nodeid);
+    return announce(client::KeepAlive{nodeid});
 }
 
 gboolean duskvale_notify_got_message(DuskvaleDBus *, const char *text) {
-    return signal_sent("GotMessage '%s'", text);
+    return announce(client::Text{text});
 }
 
-gboolean duskvale_notify_lumacrate_hotplug(DuskvaleDBus *, uint32_t nodeid, gint32, gboolean,
-                                           const char *, const char *, const char *) {
-    return signal_sent("LumacrateHotplug %u", nodeid);
+gboolean duskvale_notify_lumacrate_hotplug(DuskvaleDBus *, uint32_t nodeid, gint32 total,
+                                           gboolean added, const char *hardware_id,
+                                           const char *location, const char *devpath) {
+    return announce(client::Hotplug{nodeid, static_cast<uint32_t>(total), added != FALSE,
+                                    hardware_id, location, devpath});
 }
 
-gboolean duskvale_notify_runstep_begin(DuskvaleDBus *, const char *step, const char *) {
-    return signal_sent("RunstepBegin %s", step);
+gboolean duskvale_notify_runstep_begin(DuskvaleDBus *, const char *step, const char *action) {
+    return announce(client::StepBegin{step, action});
 }
 
-gboolean duskvale_notify_runstep_end(DuskvaleDBus *, const char *step, const char *, gint32) {
-    return signal_sent("RunstepEnd %s", step);
+gboolean duskvale_notify_runstep_end(DuskvaleDBus *, const char *step, const char *action,
+                                     gint32 status) {
+    return announce(client::StepEnd{step, action, status});
 }
 
 gboolean duskvale_notify_runsteps_done(DuskvaleDBus *, uint32_t errors) {
-    current->in_transition = false;
-    return signal_sent("RunstepsDone %u", errors);
+    current->bus.in_transition = false;
+    return announce(client::StepsDone{errors});
 }
 
-/* The runner has no step to run and so is done at once; the role is noted among the signals. */
+/* The runner: a sequence in virtual time, and the last role that was asked for meanwhile. */
 
 DuskvaleRun *duskvale_run_new(const char *run_dir, const DuskvaleRunAgents *agents, gpointer) {
     EXPECT_STREQ(run_dir, "/usr/share/duskvale/run.d");
-    current->steps = agents;
+    current->step_agents = agents;
     return current->runner = make<DuskvaleRun>(duskvale_run_get_type(), __func__);
 }
 
+static void run_steps(gboolean is_master);
+
+static void run_step(gboolean is_master, size_t done, int errors) {
+    constexpr GPid pid = 7;
+    sim::Node &node = *current;
+    const DuskvaleRunAgents &agents = *node.step_agents;
+    if (done == node.steps.size()) {
+        node.running = false;
+        agents.steps_done(node.user_data, errors);
+        if (node.pending) {
+            run_steps(*std::exchange(node.pending, std::nullopt));
+        }
+        return;
+    }
+    const sim::Step step = node.steps[is_master != FALSE ? done : node.steps.size() - 1 - done];
+    agents.step_start(node.user_data, step.name.c_str(), is_master, pid);
+    node.add_timer(step.ms, [=, &node, &agents] {
+        agents.step_end(node.user_data, step.name.c_str(), is_master, pid, step.wait_status);
+        run_step(is_master, done + 1, errors + (step.wait_status != 0 ? 1 : 0));
+        return G_SOURCE_REMOVE;
+    });
+}
+
+static void run_steps(gboolean is_master) {
+    current->running = true;
+    current->log += is_master != FALSE ? "    start\n" : "    stop\n";
+    run_step(is_master, 0, 0);
+}
+
 gboolean duskvale_run_start(DuskvaleRun *, gboolean is_master) {
-    EXPECT_TRUE(current->in_transition) << "steps begin before the master is announced";
-    signal_sent("%s", is_master != FALSE ? "start" : "stop");
-    current->steps->steps_done(current->user_data, 0);
+    EXPECT_TRUE(current->bus.in_transition) << "steps begin before the master is announced";
+    if (current->running) {
+        current->pending = is_master;
+    } else {
+        run_steps(is_master);
+    }
     return TRUE;
 }
 
-/* No devices. */
+/* The inventory: `devpath` is the number of a device. */
 
 DuskvaleLumacrates *duskvale_lumacrates_new(const DuskvaleLumacratesAgents *agents,
                                             gpointer user_data) {
-    agents->count(0, user_data);
+    current->device_agents = agents;
+    agents->count(duskvale_lumacrate_count(nullptr), user_data);
     return make<DuskvaleLumacrates>(duskvale_lumacrates_get_type(), __func__);
 }
 
 gint32 duskvale_lumacrate_count(DuskvaleLumacrates *) {
-    return 0;
+    return static_cast<gint32>(current->devices.size());
 }
 
-void duskvale_lumacrate_event(DuskvaleLumacrates *, gboolean, const char *) {}
+void duskvale_lumacrate_event(DuskvaleLumacrates *, gboolean added, const char *devpath) {
+    const DuskvaleLumacrateInfo none{};
+    const DuskvaleLumacrateInfo &info = added != FALSE ? current->devices.back() : none;
+    current->device_agents->notify(duskvale_lumacrate_count(nullptr), &info, added, devpath,
+                                   current->user_data);
+}
 
 void duskvale_lumacrates_destroy(DuskvaleLumacrates *self) {
     g_object_unref(self);

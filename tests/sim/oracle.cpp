@@ -23,7 +23,7 @@ void Oracle::delivered(const Node &node, const Event &event) {
         for (const uint32_t id : event.left) {
             state.unanswered.erase(id);
         }
-        if (node.frozen != 0) {
+        if (node.bus.frozen_node != 0) {
             state.frozen_change = event.number;
             state.doubt = frozen;
         } else if (event.merge) {
@@ -33,7 +33,13 @@ void Oracle::delivered(const Node &node, const Event &event) {
     }
     state.cause = event.cause;
     state.sender = event.sender;
-    switch ((*event.message)[0]) {
+    const char type = (*event.message)[0];
+    if ((type == '1' || type == 'M') && event.frozen != node.bus.frozen_node) {
+        state.loose = true;
+    } else if (type == 'F' && node.bus.frozen_node == 0) {
+        state.loose = node.timers.size() > 1; /* a period runs */
+    }
+    switch (type) {
     case '1':
         state.start = event.number;
         state.unanswered = state.members;
@@ -95,6 +101,14 @@ void Oracle::logged(const Node &node, const std::string &line) {
         state.doubt = stays ? "" : gap;
     }
     state.blind = false;
+}
+
+void Oracle::applied(const Node &node, uint32_t master) {
+    const client::Snapshot &before = node.bus;
+    if (before.frozen_node != 0 && before.master_node != 0 && master != before.master_node &&
+        master != before.frozen_node && !states[node.id].loose) {
+        ++moved;
+    }
 }
 
 std::string Oracle::why_aborted(const State &state) const {

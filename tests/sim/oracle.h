@@ -19,6 +19,7 @@ public:
     void delivered(const Node &node, const Event &event); /* before it is handled */
     void refused(const Node &node, char type);
     void logged(const Node &node, const std::string &line);
+    void applied(const Node &node, uint32_t master); /* before the node announces it */
 
     /* Why this node may name another master than its peers although the group is quiet; empty: it
        must agree. */
@@ -26,6 +27,8 @@ public:
     /* Whether a freeze was refused since the node's last change of membership. */
     bool freeze_refused(const Node &node) const { return states.at(node.id).freeze_refused; }
 
+    /* How often mastership moved although it was frozen. */
+    unsigned moved = 0;
     /* How often nodes ended themselves, by reason. */
     std::map<std::string, unsigned> aborts;
     static const std::string crossed;
@@ -40,6 +43,7 @@ private:
         uint64_t frozen_change = 0;    /* the last change of membership while frozen */
         bool blind = false;            /* a period runs that began with a refused election start */
         bool freeze_refused = false;
+        bool loose = false; /* frozen, but something that was under way may still move mastership */
         std::string doubt, last_line;
         uint64_t cause = 0; /* of the message being handled */
         uint32_t sender = 0;
