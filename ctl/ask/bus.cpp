@@ -5,6 +5,7 @@
 #include <glib-unix.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <csignal>
 
 namespace ctl {
@@ -38,8 +39,8 @@ gboolean on_deadline(gpointer reached) noexcept {
 
 } // namespace
 
-Deadline after(std::chrono::microseconds duration) {
-    return g_get_monotonic_time() + duration.count();
+Deadline after(double seconds) {
+    return g_get_monotonic_time() + std::llround(seconds * G_USEC_PER_SEC);
 }
 
 bool passed(const Deadline &deadline) {

@@ -15,7 +15,6 @@
 
 #include <gio/gio.h>
 
-#include <chrono>
 #include <deque>
 #include <optional>
 #include <vector>
@@ -24,7 +23,7 @@ namespace ctl {
 
 /* A point of time on the monotonic clock, in microseconds; no value: never. */
 using Deadline = std::optional<int64_t>;
-Deadline after(std::chrono::microseconds duration);
+Deadline after(double seconds);
 bool passed(const Deadline &deadline);
 
 /* The process that owns the daemon's name, as the bus knows it. */

@@ -1,6 +1,7 @@
 #include "ctl/ask/problem.h"
 
 #include "ctl/ask/corosync-probe.h"
+#include "ctl/exit-status.h"
 
 #include "base/paths.h"
 
@@ -12,7 +13,7 @@ namespace {
 
 struct Row {
     ProblemKind kind;
-    Exit exit;
+    int exit;
     const char *word;
     const char *text;
     const char *advice;
@@ -63,14 +64,14 @@ const char *problem_advice(const Problem &problem) {
     return row_of(problem).advice;
 }
 
-Exit problem_exit(const Problem &problem) {
+int problem_exit(const Problem &problem) {
     return row_of(problem).exit;
 }
 
 int report(const Problem &problem) {
     std::fprintf(stderr, "duskvalectl: %s\nTry %s.\n", problem_text(problem).c_str(),
                  problem_advice(problem));
-    return static_cast<int>(problem_exit(problem));
+    return problem_exit(problem);
 }
 
 Problem daemon_absent() {

@@ -1,8 +1,6 @@
 /* Why the daemon could not be asked: states of their own, each with the next thing to try. */
 #pragma once
 
-#include "ctl/exit-status.h"
-
 #include <gio/gio.h>
 
 #include <string>
@@ -36,7 +34,7 @@ const char *problem_word(const Problem &problem);
 std::string problem_text(const Problem &problem);
 /* What to try next, in a line. */
 const char *problem_advice(const Problem &problem);
-Exit problem_exit(const Problem &problem);
+int problem_exit(const Problem &problem);
 
 /* Writes the text and the advice on standard error; returns the exit status. */
 int report(const Problem &problem);

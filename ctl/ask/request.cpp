@@ -1,6 +1,7 @@
 #include "ctl/ask/request.h"
 
 #include "ctl/ask/progress.h"
+#include "ctl/exit-status.h"
 #include "ctl/print/text.h"
 
 #include <cstdio>
@@ -9,12 +10,9 @@ namespace ctl {
 
 namespace {
 
-/* A step may run for 240 s before the daemon ends it. */
-constexpr std::chrono::seconds default_wait{300};
-
 int refuse(const std::string &why) {
     std::fprintf(stderr, "duskvalectl: refused: %s\n", why.c_str());
-    return static_cast<int>(Exit::refused);
+    return Exit::refused;
 }
 
 /* Why the daemon refused: what it holds against a request shows in its state. */
@@ -58,7 +56,7 @@ std::string outcome_text(const Settling &settling, int64_t took) {
     return text + ", after " + duration_text(std::chrono::microseconds(took));
 }
 
-int timed_out(const Settling &settling, std::chrono::microseconds limit) {
+int timed_out(const Settling &settling, double limit) {
     std::string missing;
     if (!settling.effect_seen) {
         missing = "nothing came back from the cluster\n"
@@ -69,13 +67,16 @@ int timed_out(const Settling &settling, std::chrono::microseconds limit) {
     } else {
         missing = "it took effect, but the cluster has not come to rest";
     }
-    std::fprintf(stderr, "duskvalectl: timed out after %s: %s\n", duration_text(limit).c_str(),
+    std::fprintf(stderr, "duskvalectl: timed out after %s: %s\n",
+                 duration_text(std::chrono::round<std::chrono::microseconds>(
+                                   std::chrono::duration<double>(limit)))
+                     .c_str(),
                  missing.c_str());
-    return static_cast<int>(Exit::timed_out);
+    return Exit::timed_out;
 }
 
 int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &before,
-                    std::chrono::microseconds limit) {
+                    double limit) {
     const int64_t start = g_get_monotonic_time();
     Settling settling;
     {
@@ -103,23 +104,16 @@ int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &be
     print_line(outcome_text(settling, g_get_monotonic_time() - start));
     if (!request.holds(settling.last)) {
         std::fputs("duskvalectl: it did not hold: the cluster decided otherwise since\n", stderr);
-        return static_cast<int>(Exit::failed);
+        return Exit::failed;
     }
-    return static_cast<int>(settling.failed > 0 ? Exit::failed : Exit::ok);
+    return settling.failed > 0 ? Exit::failed : Exit::ok;
 }
 
 } // namespace
 
-int carry_out(const Arguments &arguments, const Request &request) {
-    std::optional<std::chrono::microseconds> limit = default_wait;
-    if (!arguments.value(Opt::wait).empty()) {
-        limit = parse_seconds(arguments, Opt::wait);
-        if (!limit) {
-            return static_cast<int>(Exit::usage);
-        }
-    }
+int carry_out(const Request &request, std::optional<double> wait) {
     Bus bus;
-    const Result<client::Snapshot> before = open_daemon(bus, arguments.has(Opt::wait));
+    const Result<client::Snapshot> before = open_daemon(bus, wait.has_value());
     if (!before) {
         return report(before.problem());
     }
@@ -136,8 +130,7 @@ int carry_out(const Arguments &arguments, const Request &request) {
         return now ? refuse(refusal(request, *now)) : report(now.problem());
     }
     print_line(request.asked(*before));
-    return arguments.has(Opt::wait) ? wait_for_effect(bus, request, *before, *limit)
-                                    : static_cast<int>(Exit::ok);
+    return wait ? wait_for_effect(bus, request, *before, *wait) : Exit::ok;
 }
 
 } // namespace ctl

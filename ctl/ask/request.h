@@ -4,7 +4,6 @@
 
 #include "ctl/ask/bus.h"
 #include "ctl/ask/settle.h"
-#include "ctl/line/arguments.h"
 
 #include <functional>
 #include <optional>
@@ -30,7 +29,8 @@ struct Request {
     bool needs_no_freeze = false;
 };
 
-/* Carries `request` out for the command line `arguments`; returns the exit status. */
-int carry_out(const Arguments &arguments, const Request &request);
+/* Carries `request` out and, with `wait`, waits so many seconds for its effect. Returns the exit
+   status. */
+int carry_out(const Request &request, std::optional<double> wait);
 
 } // namespace ctl

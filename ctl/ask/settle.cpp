@@ -43,7 +43,7 @@ public:
 
 private:
     /* Something happened that may mean an election. */
-    void stir() { quiet_from = after(election_rest); }
+    void stir() { quiet_from = after(election_rest_s); }
 
     void take(const News &news) {
         if (request.watcher) {

@@ -12,7 +12,7 @@ namespace ctl {
  * An election whose winner is the master already is not announced, so nothing tells that it is
  * over. It ends 500 ms after its last start; twice that without news is taken for its end.
  */
-constexpr std::chrono::milliseconds election_rest{1000};
+constexpr double election_rest_s = 1;
 
 enum class Settled { yes, timed_out, vanished, bus_lost };
 

@@ -1,5 +1,6 @@
 #include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
+#include "ctl/doctor/finding.h"
 #include "ctl/print/text.h"
 
 #include <algorithm>
@@ -8,48 +9,41 @@ namespace ctl {
 
 namespace {
 
-/* The worst finding decides the status; all of them make the text. */
-class Verdict {
-public:
-    void add(CheckExit status, const std::string &finding) {
-        worst = std::max(worst, status);
-        findings += (findings.empty() ? "" : ", ") + finding;
-    }
-    CheckExit status() const { return worst; }
-    std::string line() const {
-        static constexpr const char *words[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-        return std::string(words[static_cast<int>(worst)]) + " - " + findings;
-    }
-
-private:
-    CheckExit worst = CheckExit::ok;
-    std::string findings;
-};
-
-Verdict judge(const client::Snapshot &now, unsigned expected_members) {
-    Verdict verdict;
+Findings judge(const client::Snapshot &now, unsigned expected_members) {
+    Findings findings;
     if (now.master_node == 0) {
-        verdict.add(CheckExit::critical, "no master is known");
+        findings.add(Level::critical, "no master is known");
     } else {
-        verdict.add(CheckExit::ok, node_text(now.master_node) +
-                                       (now.is_master ? ", this node, is master" : " is master"));
+        findings.add(Level::ok, node_text(now.master_node) +
+                                    (now.is_master ? ", this node, is master" : " is master"));
     }
     const auto members = static_cast<unsigned>(std::max(now.members, 0));
     const std::string text = counted(members, "member");
     if (members < expected_members) {
-        verdict.add(members == 0 ? CheckExit::critical : CheckExit::warning,
-                    "only " + text + " of " + std::to_string(expected_members));
+        findings.add(members == 0 ? Level::critical : Level::warning,
+                     "only " + text + " of " + std::to_string(expected_members));
     } else {
-        verdict.add(CheckExit::ok, text);
+        findings.add(Level::ok, text);
     }
     if (now.frozen_node != 0) {
-        verdict.add(CheckExit::warning, "frozen to " + node_text(now.frozen_node) + ": " +
-                                            printable(now.frozen_reason));
+        findings.add(Level::warning, "frozen to " + node_text(now.frozen_node) + ": " +
+                                         printable(now.frozen_reason));
     }
     if (now.in_transition) {
-        verdict.add(CheckExit::warning, "run steps not done");
+        findings.add(Level::warning, "run steps not done");
     }
-    return verdict;
+    return findings;
+}
+
+/* The worst finding decides the verdict; all of them make the text. */
+std::string verdict_line(const Findings &findings) {
+    std::string line = spec_of(findings.worst()).verdict;
+    const char *separator = " - ";
+    for (const Finding &finding : findings.list()) {
+        line += separator + finding.text;
+        separator = ", ";
+    }
+    return line;
 }
 
 /* The figures after the bar, in the form that monitoring systems read. */
@@ -60,40 +54,33 @@ std::string figures(const client::Snapshot &now, unsigned expected_members) {
            " frozen=" + flag(now.frozen_node != 0) + " transition=" + flag(now.in_transition);
 }
 
-CheckExit status_of(const Problem &problem) {
+Level level_of(const Problem &problem) {
     switch (problem.kind) {
     case ProblemKind::daemon_not_running:
     case ProblemKind::no_corosync:
     case ProblemKind::no_answer:
-        return CheckExit::critical;
-    default:
-        return CheckExit::unknown;
+        return Level::critical;
+    case ProblemKind::bus_unreachable:
+    case ProblemKind::not_permitted:
+    case ProblemKind::failed:
+        break;
     }
+    return Level::unknown;
 }
 
 } // namespace
 
-int command_check(const Arguments &arguments) {
-    /* One member has no standby: that alone is worth a warning. */
-    std::optional<unsigned> expected_members = 2;
-    if (arguments.has(Opt::members)) {
-        expected_members = parse_count(arguments.value(Opt::members), 1);
-        if (!expected_members) {
-            usage_fault(arguments, "--members takes a whole number from 1 up");
-            return static_cast<int>(CheckExit::unknown);
-        }
-    }
+int command_check(const Options &options) {
     Bus bus;
     const Result<client::Snapshot> now = open_daemon(bus);
-    if (!now) {
-        Verdict verdict;
-        verdict.add(status_of(now.problem()), problem_text(now.problem()));
-        print_line(verdict.line());
-        return static_cast<int>(verdict.status());
+    Findings findings;
+    if (now) {
+        findings = judge(*now, options.members);
+    } else {
+        findings.add(level_of(now.problem()), problem_text(now.problem()));
     }
-    const Verdict verdict = judge(*now, *expected_members);
-    print_line(verdict.line() + figures(*now, *expected_members));
-    return static_cast<int>(verdict.status());
+    print_line(verdict_line(findings) + (now ? figures(*now, options.members) : ""));
+    return spec_of(findings.worst()).exit_status;
 }
 
 } // namespace ctl

@@ -1,26 +1,26 @@
 /* The commands, a file each. Every one gets checked arguments and returns the exit status. */
 #pragma once
 
-#include "ctl/line/arguments.h"
+#include "ctl/exit-status.h"
+#include "ctl/line/options.h"
 
 namespace ctl {
 
-int command_check(const Arguments &arguments);
-int command_doctor(const Arguments &arguments);
-int command_freeze(const Arguments &arguments);
-int command_give_back(const Arguments &arguments);
-int command_help(const Arguments &arguments);
-int command_history(const Arguments &arguments);
-int command_hotplug(const Arguments &arguments);
-int command_keep_alive(const Arguments &arguments);
-int command_metrics(const Arguments &arguments);
-int command_monitor(const Arguments &arguments);
-int command_prefer(const Arguments &arguments);
-int command_send(const Arguments &arguments);
-int command_status(const Arguments &arguments);
-int command_take_over(const Arguments &arguments);
-int command_unfreeze(const Arguments &arguments);
-int command_wait(const Arguments &arguments);
-int command_why(const Arguments &arguments);
+int command_check(const Options &options);
+int command_doctor(const Options &options);
+int command_freeze(const Options &options);
+int command_give_back(const Options &options);
+int command_history(const Options &options);
+int command_hotplug(const Options &options);
+int command_keep_alive(const Options &options);
+int command_metrics(const Options &options);
+int command_monitor(const Options &options);
+int command_prefer(const Options &options);
+int command_send(const Options &options);
+int command_status(const Options &options);
+int command_take_over(const Options &options);
+int command_unfreeze(const Options &options);
+int command_wait(const Options &options);
+int command_why(const Options &options);
 
 } // namespace ctl

@@ -37,21 +37,6 @@ Facts look_around() {
     return facts;
 }
 
-Colour colour_of(Level level) {
-    switch (level) {
-    case Level::ok:
-        return Colour::good;
-    case Level::note:
-        return Colour::faint;
-    case Level::unknown:
-    case Level::warning:
-        return Colour::doubtful;
-    case Level::critical:
-        break;
-    }
-    return Colour::bad;
-}
-
 std::string column(std::string text) {
     constexpr std::size_t width = 10;
     text.resize(std::max(width, text.size() + 1), ' ');
@@ -60,14 +45,9 @@ std::string column(std::string text) {
 
 /* As the line of `check` begins, with the number of findings that are worth a deed. */
 std::string summary(const Findings &findings) {
-    static constexpr const char *words[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-    const auto count = [&findings](Level level) {
-        return std::count_if(findings.list().begin(), findings.list().end(),
-                             [level](const Finding &finding) { return finding.level == level; });
-    };
-    const auto critical = count(Level::critical);
-    const auto warnings = static_cast<uint64_t>(count(Level::warning));
-    const auto unknown = count(Level::unknown);
+    const auto critical = findings.count(Level::critical);
+    const auto warnings = findings.count(Level::warning);
+    const auto unknown = findings.count(Level::unknown);
     std::string text;
     const auto add = [&text](const std::string &part) {
         text += (text.empty() ? "" : ", ") + part;
@@ -81,15 +61,14 @@ std::string summary(const Findings &findings) {
     if (unknown > 0) {
         add(std::to_string(unknown) + " not to be seen");
     }
-    const Level worst = worst_of(findings);
-    return paint(colour_of(worst == Level::note ? Level::ok : worst),
-                 words[static_cast<int>(exit_of(worst))]) +
-           " - " + (text.empty() ? "nothing to do" : text) + "\n";
+    const LevelSpec &worst = spec_of(findings.worst());
+    return paint(worst.colour, worst.verdict) + " - " + (text.empty() ? "nothing to do" : text) +
+           "\n";
 }
 
 void print_findings(const Findings &findings) {
     for (const Finding &finding : findings.list()) {
-        print(paint(colour_of(finding.level), column(level_word(finding.level))) +
+        print(paint(spec_of(finding.level).colour, column(spec_of(finding.level).word)) +
               column(finding.area) + finding.text + "\n");
         if (!finding.next.empty()) {
             print(column("") + column("") + "next: " + finding.next + "\n");
@@ -99,33 +78,31 @@ void print_findings(const Findings &findings) {
 }
 
 void print_json(const Findings &findings) {
-    const Level worst = worst_of(findings);
     Json list = Json::array();
     for (const Finding &finding : findings.list()) {
         list.push_back({{"area", finding.area},
-                        {"level", level_word(finding.level)},
+                        {"level", spec_of(finding.level).word},
                         {"text", finding.text},
                         {"next", finding.next.empty() ? Json() : Json(finding.next)}});
     }
-    print_line(json_line(
-        {{"status", level_word(worst == Level::note ? Level::ok : worst)}, {"findings", list}}));
+    print_line(json_line({{"status", spec_of(findings.worst()).word}, {"findings", list}}));
 }
 
 } // namespace
 
-int command_doctor(const Arguments &arguments) {
+int command_doctor(const Options &options) {
     const Facts facts = look_around();
     Findings findings;
     for (const Check &check : checks) {
         findings.begin(check.area);
         check.run(facts, findings);
     }
-    if (arguments.has(Opt::json)) {
+    if (options.json) {
         print_json(findings);
     } else {
         print_findings(findings);
     }
-    return static_cast<int>(exit_of(worst_of(findings)));
+    return spec_of(findings.worst()).exit_status;
 }
 
 } // namespace ctl

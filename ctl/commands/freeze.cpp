@@ -19,19 +19,19 @@ constexpr size_t max_reason = 1000;
 
 } // namespace
 
-int command_freeze(const Arguments &arguments) {
-    const std::string reason = trimmed(arguments.positional.front());
+int command_freeze(const Options &options) {
+    const std::string reason = trimmed(options.text);
     if (reason.empty()) {
-        return usage_fault(arguments, "freeze needs a REASON: whoever finds the freeze reads it");
+        return usage_fault(options, "freeze needs a REASON: whoever finds the freeze reads it");
     }
     /* The daemon stores the reason as a line. */
     if (std::ranges::any_of(reason, [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
-        return usage_fault(arguments, "the REASON must be one line of plain text");
+        return usage_fault(options, "the REASON must be one line of plain text");
     }
     /* Every node stores it, and repeats it in its log and to the others at each join. */
     if (reason.size() > max_reason) {
-        return usage_fault(arguments, "the REASON is too long, at most " +
-                                          std::to_string(max_reason) + " bytes are of use");
+        return usage_fault(options, "the REASON is too long, at most " +
+                                        std::to_string(max_reason) + " bytes are of use");
     }
     Request request;
     /* With no master the daemon would take it for a lift of the freeze. */
@@ -52,7 +52,7 @@ int command_freeze(const Arguments &arguments) {
     request.holds = [&reason](const client::Snapshot &now) {
         return now.frozen_node != 0 && now.frozen_reason == reason;
     };
-    return carry_out(arguments, request);
+    return carry_out(request, options.wait);
 }
 
 } // namespace ctl

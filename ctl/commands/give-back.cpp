@@ -4,7 +4,7 @@
 
 namespace ctl {
 
-int command_give_back(const Arguments &arguments) {
+int command_give_back(const Options &options) {
     Request request;
     request.needs_no_freeze = true;
     /* The daemon takes it on a slave too: then the other slaves take over from the master, or
@@ -30,7 +30,7 @@ int command_give_back(const Arguments &arguments) {
         return master != nullptr && master->node != before.local_node;
     };
     request.holds = [](const client::Snapshot &now) { return !now.is_master; };
-    return carry_out(arguments, request);
+    return carry_out(request, options.wait);
 }
 
 } // namespace ctl

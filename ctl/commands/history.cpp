@@ -5,24 +5,17 @@
 
 namespace ctl {
 
-int command_history(const Arguments &arguments) {
-    std::optional<unsigned> last;
-    if (arguments.has(Opt::last)) {
-        last = parse_count(arguments.value(Opt::last), 1);
-        if (!last) {
-            return usage_fault(arguments, "--last takes a whole number from 1 up");
-        }
-    }
-    int status = static_cast<int>(Exit::ok);
-    const auto episodes = read_named_log(arguments, status);
+int command_history(const Options &options) {
+    int status = Exit::ok;
+    const auto episodes = read_named_log(options, status);
     if (!episodes) {
         return status;
     }
     std::span<const Episode> shown = *episodes;
-    if (last && *last < shown.size()) {
-        shown = shown.last(*last);
+    if (options.last && *options.last < shown.size()) {
+        shown = shown.last(*options.last);
     }
-    if (!arguments.has(Opt::json)) {
+    if (!options.json) {
         if (shown.empty()) {
             print_line("the log tells nothing of the daemon");
         }

@@ -19,20 +19,16 @@ std::string attribute(const std::string &device, const char *name) {
 
 } // namespace
 
-int command_hotplug(const Arguments &arguments) {
-    const std::string &what = arguments.positional[0];
-    std::string device = arguments.positional[1];
-    if (what != "add" && what != "remove") {
-        return usage_fault(arguments, "hotplug takes add or remove, not '" + what + "'");
-    }
+int command_hotplug(const Options &options) {
+    std::string device = options.devpath;
     /* The kernel names devices from the root of sysfs, and so does udev's DEVPATH. */
     if (device.starts_with("/devices/")) {
         device = "/sys" + device;
     }
     if (!device.starts_with("/")) {
-        return usage_fault(arguments, "DEVPATH must be an absolute path, such as /sys/devices/...");
+        return usage_fault(options, "DEVPATH must be an absolute path, such as /sys/devices/...");
     }
-    const bool added = what == "add";
+    const bool added = options.word == "add";
     const std::string hardware = added ? attribute(device, "hardware_id") : "";
     const std::string location = added ? attribute(device, "location") : "";
     Bus bus;
@@ -44,7 +40,7 @@ int command_hotplug(const Arguments &arguments) {
         return report(reported.problem());
     }
     print_line("reported " + printable(device) + (added ? " as added" : " as removed"));
-    return static_cast<int>(Exit::ok);
+    return Exit::ok;
 }
 
 } // namespace ctl

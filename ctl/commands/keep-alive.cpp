@@ -4,7 +4,7 @@
 
 namespace ctl {
 
-int command_keep_alive(const Arguments &) {
+int command_keep_alive(const Options &) {
     Bus bus;
     if (const std::optional<Problem> problem = bus.connect()) {
         return report(*problem);
@@ -14,7 +14,7 @@ int command_keep_alive(const Arguments &) {
         return report(sent.problem());
     }
     print_line("asked to show a sign of life of this node on every node");
-    return static_cast<int>(Exit::ok);
+    return Exit::ok;
 }
 
 } // namespace ctl

@@ -45,7 +45,7 @@ void print_state(const client::Snapshot &now) {
 
 } // namespace
 
-int command_metrics(const Arguments &) {
+int command_metrics(const Options &) {
     Bus bus;
     const Result<client::Snapshot> now = open_daemon(bus);
     gauge("up", "Whether the daemon answered on the system bus.", now ? 1 : 0);
@@ -54,7 +54,7 @@ int command_metrics(const Arguments &) {
     }
     print("# EOF\n");
     /* A collector must get the figure that tells of the outage, so that is no failure here. */
-    return static_cast<int>(Exit::ok);
+    return Exit::ok;
 }
 
 } // namespace ctl

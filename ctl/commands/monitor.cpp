@@ -45,8 +45,8 @@ private:
 
 } // namespace
 
-int command_monitor(const Arguments &arguments) {
-    const Printer printer(arguments.has(Opt::json));
+int command_monitor(const Options &options) {
+    const Printer printer(options.json);
     Bus bus;
     Result<client::Snapshot> snapshot = open_daemon(bus, true);
     if (!snapshot && !snapshot.problem().is_absence()) {
@@ -78,7 +78,7 @@ int command_monitor(const Arguments &arguments) {
             local_node = snapshot ? snapshot->local_node : local_node;
         }
     }
-    return static_cast<int>(Exit::ok);
+    return Exit::ok;
 }
 
 } // namespace ctl

@@ -4,12 +4,8 @@
 
 namespace ctl {
 
-int command_prefer(const Arguments &arguments) {
-    const std::string &wanted = arguments.positional.front();
-    if (wanted != "on" && wanted != "off") {
-        return usage_fault(arguments, "prefer takes on or off, not '" + wanted + "'");
-    }
-    const bool preferred = wanted == "on";
+int command_prefer(const Options &options) {
+    const bool preferred = options.word == "on";
     Request request;
     request.ask = [preferred](Bus &bus) { return bus.ask(client::set_preferred(preferred)); };
     request.asked = [preferred](const client::Snapshot &before) {
@@ -21,7 +17,7 @@ int command_prefer(const Arguments &arguments) {
     };
     request.election = [](const client::Snapshot &before) { return before.frozen_node == 0; };
     request.holds = [preferred](const client::Snapshot &now) { return now.preferred == preferred; };
-    return carry_out(arguments, request);
+    return carry_out(request, options.wait);
 }
 
 } // namespace ctl

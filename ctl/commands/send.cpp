@@ -4,17 +4,17 @@
 
 namespace ctl {
 
-int command_send(const Arguments &arguments) {
+int command_send(const Options &options) {
     Bus bus;
     if (const std::optional<Problem> problem = bus.connect()) {
         return report(*problem);
     }
-    const Result<bool> sent = bus.ask(client::send_message(arguments.positional.front()));
+    const Result<bool> sent = bus.ask(client::send_message(options.text));
     if (!sent) {
         return report(sent.problem());
     }
     print_line("asked to show the text on every node");
-    return static_cast<int>(Exit::ok);
+    return Exit::ok;
 }
 
 } // namespace ctl

@@ -65,10 +65,10 @@ void print_status(const client::Snapshot &snapshot) {
 
 } // namespace
 
-int command_status(const Arguments &arguments) {
+int command_status(const Options &options) {
     Bus bus;
     const Result<client::Snapshot> snapshot = open_daemon(bus);
-    if (arguments.has(Opt::json)) {
+    if (options.json) {
         Json line;
         if (snapshot) {
             line = {{"state", "running"}};
@@ -79,13 +79,13 @@ int command_status(const Arguments &arguments) {
                     {"try", problem_advice(snapshot.problem())}};
         }
         print_line(json_line(line));
-        return static_cast<int>(snapshot ? Exit::ok : problem_exit(snapshot.problem()));
+        return snapshot ? int{Exit::ok} : problem_exit(snapshot.problem());
     }
     if (!snapshot) {
         return report(snapshot.problem());
     }
     print_status(*snapshot);
-    return static_cast<int>(Exit::ok);
+    return Exit::ok;
 }
 
 } // namespace ctl

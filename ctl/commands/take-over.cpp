@@ -4,7 +4,7 @@
 
 namespace ctl {
 
-int command_take_over(const Arguments &arguments) {
+int command_take_over(const Options &options) {
     Request request;
     request.needs_no_freeze = true;
     request.ask = [](Bus &bus) { return bus.ask(client::take_over()); };
@@ -16,7 +16,7 @@ int command_take_over(const Arguments &arguments) {
         return master != nullptr && master->node == before.local_node;
     };
     request.holds = [](const client::Snapshot &now) { return now.is_master; };
-    return carry_out(arguments, request);
+    return carry_out(request, options.wait);
 }
 
 } // namespace ctl

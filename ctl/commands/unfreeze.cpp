@@ -4,7 +4,7 @@
 
 namespace ctl {
 
-int command_unfreeze(const Arguments &arguments) {
+int command_unfreeze(const Options &options) {
     Request request;
     request.ask = [](Bus &bus) { return bus.ask(client::unfreeze()); };
     request.asked = [](const client::Snapshot &before) {
@@ -20,7 +20,7 @@ int command_unfreeze(const Arguments &arguments) {
     };
     request.election = [](const client::Snapshot &) { return true; };
     request.holds = [](const client::Snapshot &now) { return now.frozen_node == 0; };
-    return carry_out(arguments, request);
+    return carry_out(request, options.wait);
 }
 
 } // namespace ctl

@@ -19,7 +19,7 @@ bool fits(const std::string &wanted, const client::Snapshot &now) {
 int timed_out(const std::string &wanted, const std::string &state) {
     std::fprintf(stderr, "duskvalectl: timed out waiting for %s: %s\n", wanted.c_str(),
                  state.c_str());
-    return static_cast<int>(Exit::timed_out);
+    return Exit::timed_out;
 }
 
 /* Until the daemon is there and can be read; a problem that waiting does not mend, or no state at
@@ -73,7 +73,7 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
         }
         /* Otherwise the role was lost again meanwhile, or the daemon restarts. */
         if (settling.outcome == Settled::yes && fits(wanted, settling.last)) {
-            return static_cast<int>(Exit::ok);
+            return Exit::ok;
         }
         if (settling.outcome == Settled::vanished && !settling.problem.is_absence()) {
             return report(settling.problem);
@@ -83,25 +83,14 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
 
 } // namespace
 
-int command_wait(const Arguments &arguments) {
-    const std::string &wanted = arguments.positional.front();
-    if (wanted != "master" && wanted != "slave" && wanted != "stable") {
-        return usage_fault(arguments, "wait takes master, slave or stable, not '" + wanted + "'");
-    }
-    Deadline deadline;
-    if (arguments.has(Opt::timeout)) {
-        const auto limit = parse_seconds(arguments, Opt::timeout);
-        if (!limit) {
-            return static_cast<int>(Exit::usage);
-        }
-        deadline = after(*limit);
-    }
+int command_wait(const Options &options) {
+    const Deadline deadline = options.timeout ? after(*options.timeout) : std::nullopt;
     Bus bus;
     if (const std::optional<Problem> problem = bus.connect()) {
         return report(*problem);
     }
     bus.listen();
-    return wait_for(wanted, bus, deadline);
+    return wait_for(options.word, bus, deadline);
 }
 
 } // namespace ctl

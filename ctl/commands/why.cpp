@@ -48,14 +48,14 @@ const Episode &change_in(const std::vector<const Episode *> &answer) {
 
 } // namespace
 
-int command_why(const Arguments &arguments) {
-    int status = static_cast<int>(Exit::ok);
-    const auto episodes = read_named_log(arguments, status);
+int command_why(const Options &options) {
+    int status = Exit::ok;
+    const auto episodes = read_named_log(options, status);
     if (!episodes) {
         return status;
     }
     const std::vector<const Episode *> answer = answer_in(*episodes);
-    if (arguments.has(Opt::json)) {
+    if (options.json) {
         Json list = Json::array();
         for (const Episode *episode : answer) {
             list.push_back(json_episode(*episode));

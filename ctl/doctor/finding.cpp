@@ -1,33 +1,35 @@
 #include "ctl/doctor/finding.h"
 
+#include "ctl/exit-status.h"
+
 #include <algorithm>
 
 namespace ctl {
 
-const char *level_word(Level level) {
-    static constexpr const char *words[] = {"ok", "note", "unknown", "warning", "critical"};
-    return words[static_cast<int>(level)];
+namespace {
+
+/* The first of them that was found decides. */
+constexpr LevelSpec levels[] = {
+    {Level::critical, "critical", "CRITICAL", CheckExit::critical, Colour::bad},
+    {Level::warning, "warning", "WARNING", CheckExit::warning, Colour::doubtful},
+    {Level::unknown, "unknown", "UNKNOWN", CheckExit::unknown, Colour::doubtful},
+    {Level::ok, "ok", "OK", CheckExit::ok, Colour::good},
+    {Level::note, "note", "OK", CheckExit::ok, Colour::faint},
+};
+
+} // namespace
+
+std::size_t Findings::count(Level level) const {
+    return static_cast<std::size_t>(std::ranges::count(all, level, &Finding::level));
 }
 
-Level worst_of(const Findings &findings) {
-    Level worst = Level::ok;
-    for (const Finding &finding : findings.list()) {
-        worst = std::max(worst, finding.level);
-    }
-    return worst;
+Level Findings::worst() const {
+    const auto found = [this](Level level) { return level == Level::ok || count(level) > 0; };
+    return std::ranges::find_if(levels, found, &LevelSpec::level)->level;
 }
 
-CheckExit exit_of(Level level) {
-    switch (level) {
-    case Level::critical:
-        return CheckExit::critical;
-    case Level::warning:
-        return CheckExit::warning;
-    case Level::unknown:
-        return CheckExit::unknown;
-    default:
-        return CheckExit::ok;
-    }
+const LevelSpec &spec_of(Level level) {
+    return *std::ranges::find(levels, level, &LevelSpec::level);
 }
 
 } // namespace ctl

@@ -1,7 +1,7 @@
-/* What the doctor has found, and what to do about it. */
+/* What `doctor` and `check` have found, and how bad it is. */
 #pragma once
 
-#include "ctl/exit-status.h"
+#include "ctl/print/text.h"
 
 #include <string>
 #include <utility>
@@ -9,8 +9,6 @@
 
 namespace ctl {
 
-/* In the order in which they decide the exit status: what could not be looked at must not hide what
-   was found. */
 enum class Level { ok, note, unknown, warning, critical };
 
 struct Finding {
@@ -28,16 +26,24 @@ public:
         all.push_back({level, present, std::move(text), std::move(next)});
     }
     const std::vector<Finding> &list() const { return all; }
+    std::size_t count(Level level) const;
+    /* The level that decides: what could not be looked at must not hide what was found, and a note
+       counts as ok. */
+    Level worst() const;
 
 private:
     const char *present = "";
     std::vector<Finding> all;
 };
 
-/* A stable word, such as "warning". */
-const char *level_word(Level level);
-/* The level that decides, and how it ends the command. */
-Level worst_of(const Findings &findings);
-CheckExit exit_of(Level level);
+struct LevelSpec {
+    Level level;
+    const char *word;    /* stable, such as "warning" */
+    const char *verdict; /* as monitoring systems want it, such as "WARNING" */
+    int exit_status;
+    Colour colour;
+};
+
+const LevelSpec &spec_of(Level level);
 
 } // namespace ctl

@@ -1,13 +1,15 @@
 #include "ctl/log/told.h"
 
+#include "ctl/exit-status.h"
+
 #include <cstdio>
 
 namespace ctl {
 
-std::optional<std::vector<Episode>> read_named_log(const Arguments &arguments, int &status) {
-    const LogSource source{arguments.value(Opt::log), arguments.value(Opt::since)};
+std::optional<std::vector<Episode>> read_named_log(const Options &options, int &status) {
+    const LogSource source{options.log, options.since};
     if (!source.file.empty() && !source.since.empty()) {
-        status = usage_fault(arguments, "--since is for the journal; leave it out with --log");
+        status = usage_fault(options, "--since is for the journal; leave it out with --log");
         return std::nullopt;
     }
     LogRead log = read_log(source);
@@ -15,7 +17,7 @@ std::optional<std::vector<Episode>> read_named_log(const Arguments &arguments, i
         return std::move(log.episodes);
     }
     std::fprintf(stderr, "duskvalectl: %s\n", log.fault.c_str());
-    status = static_cast<int>(Exit::failed);
+    status = Exit::failed;
     return std::nullopt;
 }
 

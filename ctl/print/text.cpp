@@ -140,7 +140,7 @@ int finish_output(int status) {
         return status;
     }
     std::fprintf(stderr, "duskvalectl: cannot write the output: %s\n", std::strerror(output_fault));
-    return static_cast<int>(Exit::failed);
+    return Exit::failed;
 }
 
 } // namespace ctl

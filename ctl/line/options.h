@@ -1,0 +1,31 @@
+/* What a command line asks for, checked: each command reads those values that its row names. */
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace ctl {
+
+struct Command;
+
+struct Options {
+    const Command *command = nullptr; /* never null after parsing */
+
+    bool json = false;
+    std::optional<unsigned> last;
+    std::string log;
+    unsigned members = 2; /* one member has no standby: that alone is worth a warning */
+    std::string since;
+    std::optional<double> timeout; /* seconds, above 0 */
+    std::optional<double> wait;    /* likewise */
+
+    std::string word; /* one of those that the command takes, such as "on" or "stable" */
+    std::string text; /* valid UTF-8 */
+    std::string devpath;
+};
+
+/* A fault that a command finds in its options by itself: prints `fault`, a sentence without its
+   full stop, on standard error; returns the exit status. */
+int usage_fault(const Options &options, const std::string &fault);
+
+} // namespace ctl

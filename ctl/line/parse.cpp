@@ -1,0 +1,179 @@
+#include "ctl/line/parse.h"
+
+#include "ctl/line/table.h"
+
+#include "version.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace ctl {
+
+namespace {
+
+/* The arguments of a command, with a blank before each. */
+std::string arguments_text(const CLI::App &command) {
+    std::string text;
+    for (const CLI::Option *argument :
+         command.get_options([](const CLI::Option *option) { return option->get_positional(); })) {
+        const std::string name = argument->get_name(true);
+        text += argument->get_required() ? " " + name : " [" + name + "]";
+    }
+    return text;
+}
+
+/* Shows how each thing is typed, and leaves out the types of values. */
+class HelpFormat : public CLI::Formatter {
+public:
+    HelpFormat() { column_width(30); }
+    std::string make_usage(const CLI::App *app, std::string name) const override {
+        return app->get_parent() == nullptr
+                   ? "\nUsage: " + name + " [COMMAND] [ARGUMENTS] [OPTIONS]\n"
+                   : "\nUsage: " + name + arguments_text(*app) + " [OPTIONS]\n";
+    }
+    std::string make_positionals(const CLI::App *) const override { return {}; }
+    std::string make_option_opts(const CLI::Option *option) const override {
+        return option->get_option_text();
+    }
+    std::string make_option_name(const CLI::Option *option, bool) const override {
+        return "--" + option->get_lnames().front();
+    }
+    std::string make_subcommand(const CLI::App *command) const override {
+        std::ostringstream row;
+        CLI::detail::format_help(row, command->get_name() + arguments_text(*command),
+                                 command->get_description(), get_column_width());
+        return row.str();
+    }
+};
+
+std::string exit_status_text() {
+    std::string text =
+        "'duskvalectl help COMMAND' shows which options a command takes.\n\nExit status:\n";
+    for (const ExitSpec &exit : exit_statuses()) {
+        text += "  " + std::to_string(exit.status) + "  " + exit.meaning + "\n";
+    }
+    return text + "'check' and 'doctor' end with 0 OK, 1 warning, 2 critical, 3 unknown instead.";
+}
+
+WrongLine complain(const Command *command, const std::string &fault) {
+    const std::string topic = command != nullptr ? std::string(" ") + command->name : "";
+    std::fprintf(stderr, "duskvalectl: %s\nTry 'duskvalectl help%s'.\n", fault.c_str(),
+                 topic.c_str());
+    return {command != nullptr ? command->wrong_line : Exit::usage};
+}
+
+class Line {
+public:
+    Line() {
+        app.formatter(std::make_shared<HelpFormat>());
+        app.set_help_flag("-h,--help", "show the help");
+        app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+        app.require_subcommand(0, 1);
+        app.footer("More: man duskvalectl");
+        for (const Command &command : commands()) {
+            CLI::App *added = app.add_subcommand(command.name, command.help)->group("Commands");
+            for (const Add add : command.takes) {
+                add(*added, options);
+            }
+        }
+        app.set_version_flag("--version", "duskvalectl " DUSKVALE_VERSION, "show the version");
+        app.footer(exit_status_text());
+    }
+
+    Parsed parse(std::vector<std::string> words) {
+        const bool named = !words.empty() && !words.front().starts_with('-');
+        if (named) {
+            options.command = find(words.front());
+            if (options.command == nullptr) {
+                return unknown(words.front());
+            }
+        } else if (words != Words{"--help"} && words != Words{"-h"} &&
+                   words != Words{"--version"}) {
+            /* Options without a command are those of the first. */
+            options.command = &commands().front();
+            words.insert(words.begin(), options.command->name);
+        }
+        std::ranges::reverse(words);
+        try {
+            app.parse(std::move(words));
+        } catch (const CLI::CallForHelp &) {
+            return Text{app.help()};
+        } catch (const CLI::CallForVersion &version) {
+            return Text{version.what() + std::string("\n")};
+        } catch (const CLI::ParseError &error) {
+            return complain(named ? options.command : nullptr, fault_text(error, named));
+        }
+        return options.command->run != nullptr ? Parsed(options) : help();
+    }
+
+private:
+    using Words = std::vector<std::string>;
+
+    static const Command *find(const std::string &name) {
+        const auto found = std::ranges::find(commands(), name, &Command::name);
+        return found != commands().end() ? &*found : nullptr;
+    }
+
+    static Parsed unknown(const std::string &name) {
+        return complain(nullptr, "there is no command '" + name + "'");
+    }
+
+    Parsed help() {
+        app.clear();
+        if (options.text.empty()) {
+            return Text{app.help()};
+        }
+        return find(options.text) != nullptr
+                   ? Text{app.get_subcommand(options.text)->help(app.get_name())}
+                   : unknown(options.text);
+    }
+
+    /* The library's own words where they are as good. */
+    std::string fault_text(const CLI::ParseError &error, bool named) const {
+        const std::string name = options.command->name;
+        const std::string what = error.what();
+        switch (static_cast<CLI::ExitCodes>(error.get_exit_code())) {
+        case CLI::ExitCodes::ExtrasError: {
+            const std::string word = app.remaining(true).front();
+            const std::string arguments = arguments_text(*app.get_subcommand(name));
+            if (!named) {
+                return word + ": name a command first, its options come after it";
+            }
+            if (word.starts_with('-')) {
+                return word + " is not an option of '" + name + "'";
+            }
+            return arguments.empty() ? name + " takes no arguments"
+                                     : name + " takes only" + arguments +
+                                           "; put a text of several words in quotes";
+        }
+        case CLI::ExitCodes::RequiredError:
+            return name + " needs " + what.substr(0, what.find(" is required"));
+        case CLI::ExitCodes::ArgumentMismatch:
+            return what.find("flag override") != what.npos
+                       ? "--" + what.substr(0, what.find(' ')) + " takes no value"
+                       : what.substr(0, what.find(':')) + " needs a value";
+        case CLI::ExitCodes::ValidationError:
+            /* The check wrote all of it; the name in front is the library's. */
+            return what.substr(what.find(": ") + 2);
+        default:
+            return name + ": " + what;
+        }
+    }
+
+    CLI::App app{"duskvalectl: see and move the master of a duskvale cluster", "duskvalectl"};
+    Options options;
+};
+
+} // namespace
+
+Parsed parse_line(int argc, char **argv) {
+    return Line().parse({argv + std::min(argc, 1), argv + argc});
+}
+
+int usage_fault(const Options &options, const std::string &fault) {
+    return complain(options.command, fault).status;
+}
+
+} // namespace ctl
