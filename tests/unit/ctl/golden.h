@@ -62,19 +62,19 @@ inline Outcome shell(const std::string &script) {
     return outcome_of(child);
 }
 
-/* The command line, the output, error lines marked with "!", and the exit status. */
+/* The command line with its exit status, the output, and error lines marked with "!". */
 inline std::string transcript(const Words &words, const Outcome &outcome) {
     std::string text = "$ duskvalectl";
     for (const std::string &word : words) {
         const bool plain = !word.empty() && word.find_first_of(" \n") == std::string::npos;
         text += plain ? " " + word : " '" + word + "'";
     }
-    text += "\n" + outcome.out;
+    text += "  # " + std::to_string(outcome.status) + "\n" + outcome.out;
     std::istringstream lines(outcome.err);
     for (std::string line; std::getline(lines, line);) {
         text += "! " + line + "\n";
     }
-    return text + "[" + std::to_string(outcome.status) + "]\n\n";
+    return text + "\n";
 }
 
 /* The transcripts of one command line after another; `between` is called after each. */
