@@ -21,22 +21,6 @@ constexpr Check checks[] = {
     {"devices", check_devices},
 };
 
-Facts look_around() {
-    Facts facts;
-    facts.corosync = view_corosync();
-    facts.unit = view_unit();
-    Bus bus;
-    facts.bus = bus.connect();
-    if (facts.bus) {
-        facts.owner = *facts.bus;
-        facts.daemon = *facts.bus;
-    } else {
-        facts.owner = bus.owner();
-        facts.daemon = bus.read();
-    }
-    return facts;
-}
-
 std::string column(std::string text) {
     constexpr std::size_t width = 10;
     text.resize(std::max(width, text.size() + 1), ' ');
@@ -59,7 +43,7 @@ std::string summary(const Findings &findings) {
         add(counted(warnings, "warning"));
     }
     if (unknown > 0) {
-        add(std::to_string(unknown) + " not to be seen");
+        add(std::to_string(unknown) + " unknown");
     }
     const LevelSpec &worst = spec_of(findings.worst());
     return paint(worst.colour, worst.verdict) + " - " + (text.empty() ? "nothing to do" : text) +
@@ -91,7 +75,7 @@ void print_json(const Findings &findings) {
 } // namespace
 
 int command_doctor(const Options &options) {
-    const Facts facts = look_around();
+    const Facts facts = gather_facts();
     Findings findings;
     for (const Check &check : checks) {
         findings.begin(check.area);

@@ -1,37 +1,32 @@
 #include "ctl/doctor/checks.h"
-#include "ctl/doctor/file.h"
 
 #include "base/paths.h"
-
-#include <array>
 
 namespace ctl {
 
 namespace {
 
 /* Where the package puts it, and where an administrator may put one instead. */
-constexpr std::array policy_files = {
+constexpr const char *policy_files[] = {
     "/usr/share/dbus-1/system.d/" DUSKVALE_BUS_NAME ".conf",
     "/etc/dbus-1/system.d/" DUSKVALE_BUS_NAME ".conf",
 };
-constexpr const char *install_again = "apt-get install --reinstall " DUSKVALE_IDENT;
 
 void check_policy_file(Findings &findings) {
     bool found = false;
     for (const char *path : policy_files) {
         struct stat status = {};
-        if (stat(path, &status) != 0) {
-            continue;
-        }
-        found = true;
-        if (only_root_changes(path, "the bus policy", status, findings)) {
-            findings.add(Level::ok, std::string("the bus policy is installed: ") + path);
+        if (stat(path, &status) == 0) {
+            found = true;
+            if (only_root_changes(path, "the bus policy", status, findings)) {
+                findings.add(Level::ok, std::string("the bus policy is installed: ") + path);
+            }
         }
     }
     if (!found) {
         findings.add(Level::critical,
                      "the bus policy is not installed: without it the bus gives the daemon no name",
-                     std::string(install_again) + ", then systemctl reload dbus");
+                     "apt-get install --reinstall " DUSKVALE_IDENT ", then systemctl reload dbus");
     }
 }
 
@@ -54,11 +49,12 @@ void check_bus(const Facts &facts, Findings &findings) {
                      "look for a policy that allows it: grep -rl " DUSKVALE_BUS_NAME
                      " /etc/dbus-1 /usr/share/dbus-1");
     } else if (facts.owner && facts.daemon) {
-        findings.add(Level::ok, "the policy is in effect: root owns the name, and you may look");
-    } else if (!facts.daemon && facts.daemon.problem().kind == ProblemKind::not_permitted &&
-               !facts.bus) {
+        findings.add(Level::ok,
+                     "the policy is in effect: root owns the name, and you can query it");
+    } else if (!facts.bus && !facts.daemon &&
+               facts.daemon.problem().kind == ProblemKind::not_permitted) {
         findings.add(Level::critical,
-                     "the policy is not in effect: it lets everybody look, but the bus refuses",
+                     "the policy is not in effect: it lets anyone query, but the bus refuses",
                      "systemctl reload dbus");
     }
 }

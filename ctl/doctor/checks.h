@@ -1,23 +1,14 @@
-/* The doctor's checks, a file each: every one adds what it finds. */
+/* The checks of the doctor, a file for each area: every one adds what it finds. */
 #pragma once
 
-#include "ctl/ask/bus.h"
-#include "ctl/doctor/corosync-view.h"
+#include "ctl/doctor/facts.h"
 #include "ctl/doctor/finding.h"
-#include "ctl/doctor/unit-view.h"
 
-#include <optional>
+#include <sys/stat.h>
+
+#include <string>
 
 namespace ctl {
-
-/* What more than one of them needs. */
-struct Facts {
-    CorosyncView corosync;
-    UnitView unit;
-    std::optional<Problem> bus; /* why the bus cannot be reached */
-    Result<Owner> owner = Problem{};
-    Result<client::Snapshot> daemon = Problem{};
-};
 
 void check_corosync(const Facts &facts, Findings &findings);
 void check_bus(const Facts &facts, Findings &findings);
@@ -26,5 +17,17 @@ void check_unit(const Facts &facts, Findings &findings);
 void check_settings(const Facts &facts, Findings &findings);
 void check_steps(const Facts &facts, Findings &findings);
 void check_devices(const Facts &facts, Findings &findings);
+
+/* What several of them say: */
+
+inline constexpr const char *ask_as_root = "sudo duskvalectl doctor";
+
+/* Adds a warning when somebody other than root can change what is at `path`, which is `what`: by
+   its owner, or by its mode. False when so. */
+bool only_root_changes(const std::string &path, const char *what, const struct stat &status,
+                       Findings &findings);
+
+/* `path` as a word for a shell's command line, safe for a terminal. */
+std::string shell_word(const std::string &path);
 
 } // namespace ctl

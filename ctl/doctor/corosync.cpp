@@ -1,5 +1,4 @@
 #include "ctl/doctor/checks.h"
-#include "ctl/print/text.h"
 
 #include "base/paths.h"
 
@@ -10,51 +9,49 @@ namespace ctl {
 
 namespace {
 
+using Nodes = std::set<client::NodeId>;
+
 constexpr const char *status_command = "systemctl status corosync";
 
-std::string nodes_text(const std::set<uint32_t> &nodes) {
+std::string nodes_text(const Nodes &nodes) {
     std::string text;
-    for (const uint32_t node : nodes) {
+    for (const client::NodeId node : nodes) {
         text += (text.empty() ? "" : ", ") + node_text(node);
     }
     return text;
 }
 
-std::set<uint32_t> without(const std::set<uint32_t> &nodes, const std::set<uint32_t> &others) {
-    std::set<uint32_t> rest;
-    std::set_difference(nodes.begin(), nodes.end(), others.begin(), others.end(),
-                        std::inserter(rest, rest.end()));
+Nodes without(const Nodes &nodes, const Nodes &others) {
+    Nodes rest;
+    std::ranges::set_difference(nodes, others, std::inserter(rest, rest.end()));
     return rest;
 }
 
-void check_ring(const CorosyncView &view, uint32_t local, Findings &findings) {
-    if (!view.ring.contains(local)) {
+void check_ring(const CorosyncFacts &corosync, client::NodeId local, Findings &findings) {
+    const Nodes missing = without(corosync.listed, corosync.ring);
+    if (!corosync.ring.contains(local)) {
         findings.add(Level::critical, "this node, " + node_text(local) + ", is not in the ring",
                      "corosync-cfgtool -s, and journalctl -u corosync -e");
-        return;
-    }
-    const std::set<uint32_t> missing = without(view.listed, view.ring);
-    if (!missing.empty()) {
+    } else if (!missing.empty()) {
         findings.add(Level::warning,
-                     "of the nodelist, not in the ring with this node: " + nodes_text(missing),
+                     "in the nodelist, but not in the ring with this node: " + nodes_text(missing),
                      "corosync-cfgtool -s; and there: " + std::string(status_command));
-        return;
+    } else {
+        findings.add(Level::ok, node_text(local) + " is in a ring of " +
+                                    counted(corosync.ring.size(), "node"));
     }
-    findings.add(Level::ok,
-                 node_text(local) + " is in a ring of " + counted(view.ring.size(), "node"));
 }
 
-void check_group(const Facts &facts, uint32_t local, Findings &findings) {
-    const CorosyncView &view = facts.corosync;
-    std::set<uint32_t> present;
-    std::size_t daemons = 0;
-    for (const auto &[node, processes] : view.group) {
+void check_group(const Facts &facts, client::NodeId local, Findings &findings) {
+    Nodes present;
+    bool one_each = true;
+    for (const auto &[node, processes] : facts.corosync.group) {
         present.insert(node);
-        daemons += processes.size();
         if (processes.size() > 1) {
+            one_each = false;
             findings.add(node == local ? Level::critical : Level::warning,
                          node_text(node) + " has " + counted(processes.size(), "daemon") +
-                             " in the group: the cluster counts it so often",
+                             " in the group: the cluster counts each one as a node",
                          node == local ? "systemctl status " DUSKVALE_IDENT
                                          " shows the one to keep; end the others"
                                        : "there: duskvalectl doctor");
@@ -67,49 +64,53 @@ void check_group(const Facts &facts, uint32_t local, Findings &findings) {
         findings.add(Level::critical, "no daemon of this node is in the group " DUSKVALE_CPG_GROUP,
                      "systemctl start " DUSKVALE_IDENT);
     }
-    std::set<uint32_t> absent = without(view.ring, present);
+    Nodes absent = without(facts.corosync.ring, present);
     absent.erase(local);
     if (!absent.empty()) {
         findings.add(Level::warning, "in the ring, but without a daemon: " + nodes_text(absent),
                      "there: duskvalectl doctor");
-    } else if (present.contains(local)) {
-        findings.add(Level::ok, counted(daemons, "daemon") + " in the group " DUSKVALE_CPG_GROUP);
+    } else if (present.contains(local) && one_each) {
+        findings.add(Level::ok,
+                     "each node of the ring has a daemon in the group " DUSKVALE_CPG_GROUP);
     }
 }
 
 } // namespace
 
 void check_corosync(const Facts &facts, Findings &findings) {
-    const CorosyncView &view = facts.corosync;
-    switch (view.answer) {
-    case CorosyncAnswer::not_running:
+    const CorosyncFacts &corosync = facts.corosync;
+    switch (corosync.answer) {
+    case CorosyncFacts::Answer::not_running:
         findings.add(Level::critical, "corosync is not running",
                      "systemctl start corosync; if it ends: journalctl -u corosync -e");
         return;
-    case CorosyncAnswer::none_in_time:
-        findings.add(Level::critical, "corosync runs, but does not answer: stopped or starved",
+    case CorosyncFacts::Answer::none_in_time:
+        findings.add(Level::critical,
+                     "corosync is running but does not answer: it is stopped or starved",
                      status_command);
         return;
-    case CorosyncAnswer::not_permitted:
-        findings.add(Level::unknown, "corosync runs; the ring and the group it shows only to root",
-                     "sudo duskvalectl doctor");
+    case CorosyncFacts::Answer::not_permitted:
+        findings.add(Level::unknown,
+                     "corosync is running; it shows the ring and the group only to root",
+                     ask_as_root);
         return;
-    case CorosyncAnswer::failed:
-        findings.add(Level::unknown, "corosync could not be asked: " + printable(view.fault),
+    case CorosyncFacts::Answer::failed:
+        findings.add(Level::unknown, "corosync could not be asked: " + printable(corosync.fault),
                      status_command);
         return;
-    case CorosyncAnswer::given:
+    case CorosyncFacts::Answer::given:
         break;
     }
-    const uint32_t local = view.local == 0 && facts.daemon ? facts.daemon->local_node : view.local;
+    const client::NodeId local =
+        corosync.local == 0 && facts.daemon ? facts.daemon->local_node : corosync.local;
     if (local == 0) {
         findings.add(Level::unknown,
-                     "which of the ring's nodes this one is, is not known: " +
-                         nodes_text(view.ring),
+                     "it is not known which node of the ring this one is: " +
+                         nodes_text(corosync.ring),
                      "give the nodes ids in the nodelist of /etc/corosync/corosync.conf");
         return;
     }
-    check_ring(view, local, findings);
+    check_ring(corosync, local, findings);
     check_group(facts, local, findings);
 }
 

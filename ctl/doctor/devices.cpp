@@ -1,5 +1,4 @@
 #include "ctl/doctor/checks.h"
-#include "ctl/print/text.h"
 
 #include "base/paths.h"
 
@@ -14,8 +13,8 @@ constexpr const char *driver_directory = "/sys/bus/lumacrates";
 
 std::size_t attached_devices() {
     glob_t found = {};
-    const int result = glob(DUSKVALE_DEVICES_PATTERN, 0, nullptr, &found);
-    const std::size_t count = result == 0 ? found.gl_pathc : 0;
+    const std::size_t count =
+        glob(DUSKVALE_DEVICES_PATTERN, 0, nullptr, &found) == 0 ? found.gl_pathc : 0;
     globfree(&found);
     return count;
 }
@@ -23,15 +22,14 @@ std::size_t attached_devices() {
 } // namespace
 
 void check_devices(const Facts &facts, Findings &findings) {
-    const bool driver = access(driver_directory, F_OK) == 0;
     const std::size_t attached = attached_devices();
     if (facts.daemon && facts.daemon->devices != static_cast<int>(attached)) {
         findings.add(Level::warning,
                      counted(attached, "device") + " attached, but the daemon counts " +
                          std::to_string(facts.daemon->devices) + ": a report was lost",
                      "duskvalectl hotplug add DEVPATH for one in " + std::string(driver_directory) +
-                         "/devices: it counts anew");
-    } else if (driver) {
+                         "/devices: the daemon then counts again");
+    } else if (access(driver_directory, F_OK) == 0) {
         findings.add(Level::ok, "the driver is there, with " + counted(attached, "device"));
     } else {
         findings.add(Level::note, "the Lumacrate driver is not loaded: this node has no devices");

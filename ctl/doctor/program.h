@@ -7,19 +7,14 @@
 namespace ctl {
 
 struct ProgramAnswer {
-    enum class End { exited, missing, timed_out };
-    End end = End::missing;
-    int status = -1; /* the exit status; -1 when it did not exit by itself */
+    int status = -1; /* the exit status; -1 when the program could not be started, or was killed */
+    bool timed_out = false;
     std::string out;
-    std::string err; /* its complaint in one line; or why it could not be started */
-
-    bool good() const { return end == End::exited && status == 0; }
+    std::string err; /* its complaint, or why it could not be started */
 };
 
-/*
- * Runs a program that stands in the PATH or among the administrator's, which an ordinary user's
- * PATH leaves out, and waits for its end: 5 seconds at most, then it is killed.
- */
-ProgramAnswer ask_program(std::vector<std::string> words);
+/* Runs a program that is in the PATH or in a sbin folder, which an ordinary user's PATH leaves out.
+   After 5 seconds it is ended. */
+ProgramAnswer ask_program(const std::vector<std::string> &words);
 
 } // namespace ctl

@@ -1,13 +1,11 @@
+#include "ctl/ask/stored-setting.h"
 #include "ctl/doctor/checks.h"
-#include "ctl/doctor/file.h"
-#include "ctl/print/text.h"
 
 #include "base/paths.h"
 
 #include <sys/statvfs.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 namespace ctl {
@@ -15,127 +13,103 @@ namespace ctl {
 namespace {
 
 constexpr const char *directory = "/etc/duskvale";
-constexpr std::size_t enough = 4096;
-
-/* The number at the start of a settings file, as the daemon would read it: wide, then cut to 32
-   bits, so that a node id means the same written signed or not. */
-std::optional<uint32_t> leading_number(const std::string &text) {
-    char *end = nullptr;
-    const long number = std::strtol(text.c_str(), &end, 10);
-    return end != text.c_str() ? std::optional(static_cast<uint32_t>(number)) : std::nullopt;
-}
-
-struct Setting {
-    bool known = false;             /* the file could be read, or there is none */
-    bool there = false;             /* the file */
-    std::optional<uint32_t> number; /* at its start */
-    uint32_t value() const { return number.value_or(0); }
-};
 
 void check_directory(Findings &findings) {
+    const std::string name = directory;
     struct stat status = {};
-    if (stat(directory, &status) != 0 || !S_ISDIR(status.st_mode)) {
-        findings.add(Level::warning,
-                     std::string(directory) + " is no directory: no setting outlives a restart",
-                     std::string("install -d -m 755 ") + directory);
-        return;
-    }
     struct statvfs system = {};
-    if (statvfs(directory, &system) == 0 && (system.f_flag & ST_RDONLY) != 0) {
-        findings.add(Level::warning,
-                     std::string(directory) + " is read-only: no setting outlives a restart",
-                     std::string("findmnt --target ") + directory);
+    if (stat(directory, &status) != 0 || !S_ISDIR(status.st_mode)) {
+        findings.add(Level::warning, name + " is not a directory: no setting outlives a restart",
+                     "install -d -m 755 " + name);
+    } else if (statvfs(directory, &system) == 0 && (system.f_flag & ST_RDONLY) != 0) {
+        findings.add(Level::warning, name + " is read-only: no setting outlives a restart",
+                     "findmnt --target " + name);
     } else if (only_root_changes(directory, "the directory", status, findings)) {
-        findings.add(Level::ok, std::string(directory) + " is root's to write");
+        findings.add(Level::ok, "only root can write to " + name);
     }
 }
 
-Setting read_setting(const char *path, Findings &findings) {
-    Setting setting;
-    const FileText file = read_start(path, enough);
-    if (file.fault == EACCES) {
-        findings.add(Level::unknown, std::string(path) + " shows itself only to root",
-                     "sudo duskvalectl doctor");
-    } else if (file.fault != 0 && file.fault != ENOENT) {
-        findings.add(Level::warning,
-                     std::string(path) + " cannot be read: " + std::strerror(file.fault),
-                     std::string("ls -ld ") + path);
-    } else {
-        setting.known = true;
-        setting.there = file.fault == 0;
-        setting.number = leading_number(file.text);
-    }
+StoredSetting check_file(const char *path, Findings &findings) {
+    StoredSetting setting = read_stored(path);
     struct stat status = {};
-    if (setting.there && stat(path, &status) == 0) {
+    if (setting.fault == EACCES) {
+        findings.add(Level::unknown, std::string(path) + " can be read only by root", ask_as_root);
+    } else if (!setting.known()) {
+        findings.add(Level::warning,
+                     std::string(path) + " cannot be read: " + std::strerror(setting.fault),
+                     std::string("ls -ld ") + path);
+    } else if (setting.exists() && stat(path, &status) == 0) {
         only_root_changes(path, "the setting", status, findings);
     }
     return setting;
 }
 
 void check_preferred(const Facts &facts, Findings &findings) {
-    const Setting setting = read_setting(DUSKVALE_PREFERRED_MASTER_FILE, findings);
-    if (!setting.known) {
+    const StoredSetting setting = check_file(DUSKVALE_PREFERRED_MASTER_FILE, findings);
+    const auto word = [](bool on) { return std::string(on ? "on" : "off"); };
+    const bool stored = setting.value() != 0;
+    if (!setting.known()) {
         return;
     }
-    const bool preferred = setting.value() != 0;
-    if (setting.there && !setting.number) {
+    if (setting.exists() && !setting.number) {
         findings.add(Level::warning,
-                     DUSKVALE_PREFERRED_MASTER_FILE " begins with no number: it counts as off",
+                     DUSKVALE_PREFERRED_MASTER_FILE
+                     " does not begin with a number: it counts as off",
                      "duskvalectl prefer on, or off");
-    } else if (facts.daemon && facts.daemon->preferred != preferred) {
+    } else if (facts.daemon && facts.daemon->preferred != stored) {
         findings.add(Level::warning,
-                     std::string("the preference is ") + (preferred ? "on" : "off") +
-                         " in its file, but " + (preferred ? "off" : "on") + " in the daemon, " +
-                         "which reads it only at its start",
+                     "the preference is " + word(stored) + " in its file, but " + word(!stored) +
+                         " in the daemon, which reads it only when it starts",
                      "duskvalectl prefer on, or off");
     } else {
-        findings.add(Level::ok, preferred ? "this node is preferred as master"
-                                          : "this node is not preferred as master");
+        findings.add(Level::ok, stored ? "this node is preferred as master"
+                                       : "this node is not preferred as master");
     }
 }
 
-/* Where the frozen mastership stands: on a node that can hold it? */
-void check_frozen_node(const Facts &facts, uint32_t node, Findings &findings) {
-    const CorosyncView &view = facts.corosync;
+/* Is mastership frozen to a node that can hold it? */
+void check_frozen_node(const Facts &facts, client::NodeId node, Findings &findings) {
+    const CorosyncFacts &corosync = facts.corosync;
     const std::string frozen = "mastership is frozen to " + node_text(node);
-    if (view.answer != CorosyncAnswer::given) {
+    if (corosync.answer != CorosyncFacts::Answer::given) {
         findings.add(Level::note, frozen);
-    } else if (view.group.contains(node)) {
+    } else if (corosync.group.contains(node)) {
         findings.add(Level::ok, frozen + ", which is there");
-    } else if (view.listed.contains(node) || view.ring.contains(node)) {
+    } else if (corosync.listed.contains(node) || corosync.ring.contains(node)) {
         findings.add(Level::warning,
-                     frozen + ", whose daemon is not in the group: nobody is master without it",
+                     frozen + ", whose daemon is not in the group: without it there is no master",
                      "there: duskvalectl doctor; or let it move: duskvalectl unfreeze");
     } else {
-        findings.add(Level::warning, frozen + ", which is no node of this cluster",
+        findings.add(Level::warning, frozen + ", which is not a node of this cluster",
                      facts.daemon ? "duskvalectl unfreeze"
                                   : "duskvalectl unfreeze, on a node where the daemon runs");
     }
 }
 
 void check_frozen(const Facts &facts, Findings &findings) {
-    const Setting setting = read_setting(DUSKVALE_FROZEN_MASTER_FILE, findings);
-    if (setting.known && setting.there && setting.value() == 0) {
+    const StoredSetting setting = check_file(DUSKVALE_FROZEN_MASTER_FILE, findings);
+    const auto state = [](client::NodeId node) {
+        return node != 0 ? "frozen to " + node_text(node) : std::string("not frozen");
+    };
+    if (setting.exists() && setting.value() == 0) {
         findings.add(Level::warning,
-                     DUSKVALE_FROZEN_MASTER_FILE " begins with no node id: at its next start the "
-                                                 "daemon would lose it, and lift the freeze of the "
-                                                 "whole cluster",
-                     "write the id on its first line, the reason on the second; or, if there is no "
-                     "freeze: rm " DUSKVALE_FROZEN_MASTER_FILE);
-    } else if (setting.known && facts.daemon && facts.daemon->frozen_node != setting.value()) {
-        const auto state = [](uint32_t node) {
-            return node != 0 ? "frozen to " + node_text(node) : std::string("not frozen");
-        };
+                     DUSKVALE_FROZEN_MASTER_FILE
+                     " does not begin with a node id: when the daemon starts, it would lose the "
+                     "file and lift the freeze of the whole cluster",
+                     "duskvalectl freeze REASON; or, where mastership shall not be frozen: "
+                     "rm " DUSKVALE_FROZEN_MASTER_FILE);
+    } else if (setting.known() && facts.daemon && facts.daemon->frozen_node != setting.value()) {
         findings.add(Level::warning,
-                     "mastership is " + state(setting.value()) + " in " +
-                         DUSKVALE_FROZEN_MASTER_FILE + ", but " + state(facts.daemon->frozen_node) +
-                         " in the daemon, which reads it only at its start",
-                     "duskvalectl freeze REASON, or unfreeze: both write it anew");
+                     "mastership is " + state(setting.value()) +
+                         " in " DUSKVALE_FROZEN_MASTER_FILE ", but " +
+                         state(facts.daemon->frozen_node) +
+                         " in the daemon, which reads it only when it starts",
+                     "duskvalectl freeze REASON, or unfreeze: both write it again");
     }
-    const uint32_t node = facts.daemon ? facts.daemon->frozen_node : setting.value();
+    const client::NodeId node = facts.daemon ? facts.daemon->frozen_node : setting.value();
     if (node != 0) {
         check_frozen_node(facts, node, findings);
-    } else if (setting.known && !setting.there) {
+    } else if (setting.fault == ENOENT) {
         findings.add(Level::ok, "mastership is not frozen");
     }
 }

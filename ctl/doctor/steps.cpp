@@ -1,15 +1,13 @@
 #include "ctl/doctor/checks.h"
-#include "ctl/doctor/file.h"
-#include "ctl/print/text.h"
 
 #include "base/paths.h"
 
 #include <glib.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <sstream>
 
 namespace ctl {
@@ -17,78 +15,60 @@ namespace ctl {
 namespace {
 
 constexpr mode_t any_execute = S_IXUSR | S_IXGRP | S_IXOTH;
-/* As much of a first line as the kernel heeds. */
-constexpr std::size_t first_line_size = 256;
 
-bool can_be_run(const std::string &program) {
-    struct stat status = {};
-    return stat(program.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           (status.st_mode & any_execute) != 0;
-}
-
-/* "#!/usr/bin/env python3": the program it would look for; empty when that is not to be said. */
-std::string program_of_env(const std::string &interpreter, const std::string &argument) {
-    const bool plain = argument.find_first_of(" =") == std::string::npos;
-    return interpreter.ends_with("/env") && plain && !argument.starts_with('-') ? argument : "";
-}
-
-/* Adds what is wrong with the interpreter of a step; true when nothing is. */
-bool check_interpreter(const std::string &path, const std::string &start, Findings &findings) {
-    const std::string name = file_name(path);
-    if (!start.starts_with("#!")) {
-        if (start.starts_with("\177ELF")) {
-            return true;
-        }
-        findings.add(Level::warning, name + " does not name its interpreter in its first line",
-                     "let it begin with #!/bin/sh, or what it is written for");
-        return false;
-    }
-    const std::string line = start.substr(2, start.find('\n') - 2);
-    if (line.ends_with('\r')) {
-        findings.add(Level::critical, name + " has line ends of another system: it cannot be run",
-                     "sed -i 's/\\r$//' " + shell_word(path));
-        return false;
-    }
-    std::istringstream words(line);
+/* The program that a first line names and that is not there; "" when there is nothing to say. */
+std::string missing_interpreter(const std::string &line) {
+    std::istringstream words(line.substr(2));
     std::string interpreter;
     std::string argument;
-    words >> interpreter >> std::ws;
-    std::getline(words, argument);
-    std::string missing = can_be_run(interpreter) ? "" : interpreter;
-    const std::string program = program_of_env(interpreter, argument);
-    if (missing.empty() && !program.empty()) {
-        g_autofree char *found = g_find_program_in_path(program.c_str());
-        missing = found != nullptr ? "" : program;
+    words >> interpreter >> argument;
+    /* "#!/usr/bin/env python3" */
+    const bool by_env = interpreter.ends_with("/env") && !argument.empty() &&
+                        !argument.starts_with('-') && argument.find('=') == argument.npos;
+    for (const std::string &name : {interpreter, by_env ? argument : interpreter}) {
+        g_autofree char *found = g_find_program_in_path(name.c_str());
+        if (found == nullptr) {
+            return name;
+        }
     }
-    if (!missing.empty()) {
-        findings.add(Level::critical,
-                     name + " cannot be run: its interpreter is not there: " + printable(missing),
-                     "install it, or mend the first line of " + shell_word(path));
-    }
-    return missing.empty();
+    return {};
 }
 
 /* True when the daemon can run it, and nobody but root decides what that is. */
 bool check_step(const std::string &path, const struct stat &status, Findings &findings) {
     const std::string name = file_name(path);
     if (!S_ISREG(status.st_mode)) {
-        findings.add(Level::warning, name + " is named like a step, but is no file",
-                     "mv " + shell_word(path) + " to elsewhere");
+        findings.add(Level::warning, name + " is named like a step, but is not a file",
+                     "rename it, or move it to another directory: " + shell_word(path));
         return false;
     }
     bool good = only_root_changes(path, "the step", status, findings);
-    if ((status.st_mode & any_execute) == 0) {
-        findings.add(Level::critical, name + " cannot be run: it is not executable",
-                     "chmod 755 " + shell_word(path));
+    const auto fault = [&](Level level, const std::string &text, const std::string &next) {
+        findings.add(level, name + text, next);
         good = false;
+    };
+    if ((status.st_mode & any_execute) == 0) {
+        fault(Level::critical, " cannot be run: it is not executable",
+              "chmod 755 " + shell_word(path));
     }
-    const FileText file = read_start(path, first_line_size);
-    if (file.fault != 0) {
-        findings.add(Level::unknown, name + " cannot be read: " + std::strerror(file.fault),
-                     "sudo duskvalectl doctor");
-        return false;
+    errno = 0;
+    std::ifstream file(path);
+    std::string line;
+    if (!std::getline(file, line) && errno != 0) {
+        fault(Level::unknown, std::string(" cannot be read: ") + std::strerror(errno), ask_as_root);
+    } else if (line.starts_with("\177ELF")) {
+        return good;
+    } else if (!line.starts_with("#!")) {
+        fault(Level::warning, " does not name its interpreter in its first line",
+              "let it begin with #!/bin/sh, or what it is written for");
+    } else if (line.ends_with('\r')) {
+        fault(Level::critical, " cannot be run: it has the line ends of another system",
+              "sed -i 's/\\r$//' " + shell_word(path));
+    } else if (const std::string missing = missing_interpreter(line); !missing.empty()) {
+        fault(Level::critical, " cannot be run: its interpreter is missing: " + printable(missing),
+              "install it, or correct the first line of " + shell_word(path));
     }
-    return check_interpreter(path, file.text, findings) && good;
+    return good;
 }
 
 /* For what is not named like a step: does it look as if it was meant to run? */
@@ -100,14 +80,15 @@ void check_bystander(const std::string &path, const struct stat &status, Finding
         const char *why =
             name.starts_with('.') ? "its name begins with a dot" : "its name does not end in .run";
         findings.add(Level::warning, name + " is never run: " + why,
-                     "rename it, or move it out: " + shell_word(path));
+                     "rename it, or move it to another directory: " + shell_word(path));
     }
 }
 
 bool check_directory(Findings &findings) {
     struct stat status = {};
     if (stat(DUSKVALE_RUN_DIR, &status) != 0 || !S_ISDIR(status.st_mode)) {
-        findings.add(Level::warning, DUSKVALE_RUN_DIR " is no directory: a master starts nothing",
+        findings.add(Level::warning,
+                     DUSKVALE_RUN_DIR " is not a directory: a master starts nothing",
                      "install -d -m 755 " DUSKVALE_RUN_DIR);
         return false;
     }
@@ -130,7 +111,7 @@ void check_steps(const Facts &, Findings &findings) {
     g_autoptr(GError) error = nullptr;
     g_autoptr(GDir) directory = g_dir_open(DUSKVALE_RUN_DIR, 0, &error);
     if (directory == nullptr) {
-        findings.add(Level::unknown, printable(error->message), "sudo duskvalectl doctor");
+        findings.add(Level::unknown, printable(error->message), ask_as_root);
         return;
     }
     std::set<std::string> names;

@@ -1,15 +1,12 @@
 #include "ctl/doctor/checks.h"
-#include "ctl/print/text.h"
 
 #include "base/paths.h"
-
-#include <cstdlib>
 
 namespace ctl {
 
 namespace {
 
-void check_enabled(const UnitView &unit, Findings &findings) {
+void check_enabled(const UnitFacts &unit, Findings &findings) {
     const std::string state = unit.property("UnitFileState");
     if (state == "enabled") {
         findings.add(Level::ok, "it is enabled: started at boot, and with corosync");
@@ -23,18 +20,21 @@ void check_enabled(const UnitView &unit, Findings &findings) {
     }
 }
 
-void check_active(const UnitView &unit, Findings &findings) {
+void check_active(const UnitFacts &unit, Findings &findings) {
     const std::string state = unit.property("ActiveState");
+    const std::string restarts = unit.property("NRestarts");
     const std::string text =
         "it is " + printable(state) + " (" + printable(unit.property("SubState")) + ")";
     if (state == "active") {
         findings.add(Level::ok, text);
     } else if (state == "failed") {
-        /* Result tells of the last end, mostly also when systemd has given up restarting. */
-        const uint64_t restarts = std::strtoull(unit.property("NRestarts").c_str(), nullptr, 10);
-        const std::string tried = restarts == 0 ? "" : " after " + counted(restarts, "restart");
-        findings.add(Level::critical, text + tried + ": " + printable(unit.property("Result")),
-                     "journalctl -u " DUSKVALE_IDENT " -e; when the cause is mended: "
+        /* Result is that of the last end, mostly also when systemd has given up restarting. */
+        findings.add(Level::critical,
+                     text + ": " + printable(unit.property("Result")) +
+                         (restarts.empty() || restarts == "0"
+                              ? ""
+                              : "; restarts before that: " + printable(restarts)),
+                     "journalctl -u " DUSKVALE_IDENT " -e; when the cause is fixed: "
                      "systemctl reset-failed " DUSKVALE_IDENT ", then systemctl start it");
     } else if (state == "inactive") {
         findings.add(Level::critical, text, "systemctl start " DUSKVALE_IDENT);
@@ -49,17 +49,13 @@ void check_active(const UnitView &unit, Findings &findings) {
 } // namespace
 
 void check_unit(const Facts &facts, Findings &findings) {
-    const UnitView &unit = facts.unit;
-    if (!unit.booted) {
-        findings.add(Level::note, "systemd does not run here, so its unit is not looked at");
-        return;
-    }
-    if (!unit.fault.empty()) {
-        findings.add(Level::unknown, "systemctl does not tell: " + unit.fault);
-        return;
-    }
+    const UnitFacts &unit = facts.unit;
     const std::string load = unit.property("LoadState");
-    if (load == "masked") {
+    if (!unit.booted) {
+        findings.add(Level::note, "systemd is not running here, so its unit is not checked");
+    } else if (!unit.fault.empty()) {
+        findings.add(Level::unknown, "systemctl could not be asked: " + printable(unit.fault));
+    } else if (load == "masked") {
         findings.add(Level::critical, "it is masked: nothing can start it",
                      "systemctl unmask " DUSKVALE_IDENT);
     } else if (load != "loaded") {

@@ -88,9 +88,11 @@ def test_doctor_tells_a_dead_corosync_from_a_stalled_one(healthy):
     healthy.wait(lambda: node.id not in other.ring(), 20.0, "the others have seen it")
     assert doctor(other) == (
         WARNING,
-        {"corosync": [("warning", "of the nodelist, not in the ring with this node: node 1")]},
+        {"corosync": [("warning", "in the nodelist, but not in the ring with this node: node 1")]},
     )
     other.pause(COROSYNC)  # The next reset lets it go on.
     status, found = doctor(other)
     assert status == CRITICAL
-    assert found["corosync"][0][1] == "corosync runs, but does not answer: stopped or starved"
+    assert found["corosync"][0][1] == (
+        "corosync is running but does not answer: it is stopped or starved"
+    )

@@ -1,0 +1,152 @@
+#include "ctl/doctor/facts.h"
+
+#include "ctl/ask/corosync-probe.h"
+#include "ctl/doctor/program.h"
+
+#include "base/paths.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <vector>
+
+/*
+ * Corosync's own programs are asked, since they can be ended: libcpg and libcmap wait without limit
+ * for a corosync that is stalled.
+ */
+
+namespace ctl {
+
+namespace {
+
+/* There only while systemd is the init system: sd_booted(3). */
+constexpr const char *systemd_directory = "/run/systemd/system";
+
+std::vector<std::string> split(const std::string &text, char separator) {
+    std::istringstream stream(text);
+    std::vector<std::string> parts;
+    for (std::string part; std::getline(stream, part, separator);) {
+        parts.push_back(std::move(part));
+    }
+    return parts;
+}
+
+/* Wide, then cut to 32 bits: an id may be written signed. */
+client::NodeId node_id(const std::string &digits) {
+    return static_cast<client::NodeId>(std::strtoll(digits.c_str(), nullptr, 10));
+}
+
+/* Lines such as "nodelist.node.0.nodeid (u32) = 3" or "runtime.members.3.status (str) = joined". */
+void read_cmap(const std::string &text, CorosyncFacts &facts) {
+    std::map<std::string, client::NodeId> by_position;
+    std::string local_position;
+    for (const std::string &line : split(text, '\n')) {
+        const std::size_t end_of_key = line.find(" (");
+        const std::size_t equals = line.find(" = ");
+        if (end_of_key == line.npos || equals == line.npos) {
+            continue;
+        }
+        const std::vector<std::string> key = split(line.substr(0, end_of_key), '.');
+        const std::string value = line.substr(equals + 3);
+        const std::string &last = key.back();
+        if (last == "local_node_pos") {
+            local_position = value;
+        } else if (key.size() == 4 && last == "nodeid") {
+            by_position[key[2]] = node_id(value);
+            facts.listed.insert(node_id(value));
+        } else if (key.size() == 4 && last == "status" && value == "joined") {
+            facts.ring.insert(node_id(key[2]));
+        }
+    }
+    const auto local = by_position.find(local_position);
+    facts.local = local != by_position.end() ? local->second : 0;
+}
+
+/* Lines of a group, a process and a node, such as "duskvale|4711|3". */
+void read_groups(const std::string &text, CorosyncFacts &facts) {
+    for (const std::string &line : split(text, '\n')) {
+        const std::vector<std::string> columns = split(line, '|');
+        if (columns.size() == 3 && columns[0] == DUSKVALE_CPG_GROUP) {
+            facts.group[node_id(columns[2])].insert(columns[1]);
+        }
+    }
+}
+
+CorosyncFacts ask_corosync() {
+    using Answer = CorosyncFacts::Answer;
+    struct Question {
+        std::vector<std::string> words;
+        void (*read)(const std::string &, CorosyncFacts &);
+    };
+    static const Question questions[] = {
+        {{"corosync-cmapctl", "runtime.members.", "nodelist."}, read_cmap},
+        {{"corosync-cpgtool", "-d|"}, read_groups},
+    };
+    CorosyncFacts facts;
+    if (!corosync_is_there()) {
+        facts.answer = Answer::not_running;
+        return facts;
+    }
+    for (const auto &[words, read] : questions) {
+        const ProgramAnswer program = ask_program(words);
+        if (program.status != 0) {
+            const bool refused = program.err.find("CS_ERR_ACCESS") != std::string::npos ||
+                                 program.err.ends_with("error 11");
+            facts.answer = program.timed_out ? Answer::none_in_time
+                           : refused         ? Answer::not_permitted
+                                             : Answer::failed;
+            facts.fault = words.front() + ": " + program.err;
+            return facts;
+        }
+        read(program.out, facts);
+    }
+    facts.answer = Answer::given;
+    return facts;
+}
+
+UnitFacts ask_systemd() {
+    UnitFacts facts;
+    facts.booted = access(systemd_directory, F_OK) == 0;
+    if (!facts.booted) {
+        return facts;
+    }
+    const ProgramAnswer systemctl =
+        ask_program({"systemctl", "show", DUSKVALE_IDENT,
+                     "--property=LoadState,UnitFileState,ActiveState,SubState,Result,NRestarts,"
+                     "MainPID,NeedDaemonReload"});
+    if (systemctl.status != 0) {
+        facts.fault = systemctl.err.empty() ? "no answer" : systemctl.err;
+        return facts;
+    }
+    for (const std::string &line : split(systemctl.out, '\n')) {
+        const std::size_t equals = std::min(line.find('='), line.size());
+        facts.properties[line.substr(0, equals)] = line.substr(std::min(equals + 1, line.size()));
+    }
+    return facts;
+}
+
+} // namespace
+
+std::string UnitFacts::property(const std::string &name) const {
+    const auto found = properties.find(name);
+    return found == properties.end() ? "" : found->second;
+}
+
+Facts gather_facts() {
+    Facts facts;
+    facts.corosync = ask_corosync();
+    facts.unit = ask_systemd();
+    Bus bus;
+    facts.bus = bus.connect();
+    if (facts.bus) {
+        facts.owner = *facts.bus;
+        facts.daemon = *facts.bus;
+    } else {
+        facts.owner = bus.owner();
+        facts.daemon = bus.read();
+    }
+    return facts;
+}
+
+} // namespace ctl

@@ -1,0 +1,55 @@
+/* What the checks of the doctor look at, gathered once. */
+#pragma once
+
+#include "ctl/ask/bus.h"
+
+#include "client/node-id.h"
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace ctl {
+
+/* What corosync on this node knows of the ring and of the daemons' group. */
+struct CorosyncFacts {
+    enum class Answer {
+        given,
+        not_running,
+        not_permitted, /* corosync answers only root, and whom its configuration names */
+        none_in_time,
+        failed, /* one of its programs is missing or complains */
+    };
+    Answer answer = Answer::failed;
+    std::string fault;               /* for `failed`: in whose words */
+    client::NodeId local = 0;        /* this node's id; 0 without a nodelist */
+    std::set<client::NodeId> listed; /* the nodelist of corosync.conf; may be empty */
+    std::set<client::NodeId> ring;   /* who is in the ring with this node, itself included */
+    /* The processes in the daemons' group, by node. */
+    std::map<client::NodeId, std::set<std::string>> group;
+};
+
+/* What systemd knows of the daemon's unit. */
+struct UnitFacts {
+    bool booted = false;                           /* systemd is the init system here */
+    std::string fault;                             /* why systemctl gave no answer, or "" */
+    std::map<std::string, std::string> properties; /* systemd.directives(7); empty with a fault */
+
+    /* Empty for one that is not known. */
+    std::string property(const std::string &name) const;
+    /* Whether a start is under way that still waits for corosync's ring. */
+    bool waits_for_ring() const { return property("SubState") == "start-pre"; }
+};
+
+struct Facts {
+    CorosyncFacts corosync;
+    UnitFacts unit;
+    std::optional<Problem> bus; /* why the bus cannot be reached */
+    Result<Owner> owner = Problem{};
+    Result<client::Snapshot> daemon = Problem{};
+};
+
+Facts gather_facts();
+
+} // namespace ctl
