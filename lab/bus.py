@@ -48,6 +48,12 @@ class Bus:
         parameters = GLib.Variant("(ssv)", (NAME, name, GLib.Variant(kind, value)))
         self._properties("Set", parameters, limit)
 
+    def has_daemon(self, limit=5.0):
+        """True once a daemon has its name on the bus."""
+        bus = "org.freedesktop.DBus"
+        parameters = GLib.Variant("(s)", (NAME,))
+        return self._ask(bus, "/org/freedesktop/DBus", bus, "NameHasOwner", parameters, limit)[0]
+
     def _properties(self, method, parameters, limit):
         return self._ask(
             NAME, PATH, "org.freedesktop.DBus.Properties", method, parameters, limit

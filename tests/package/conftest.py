@@ -1,39 +1,24 @@
-"""Package tests: the Debian package, on a machine of its own with systemd (see scratch.py).
+"""Package tests: the Debian package on one booted machine (see lab/cluster.py), as an operator would use it.
 
-The package is built from a copy of this tree and installed as an operator would do it; then the
-unit is made to do all that it promises. The cluster is one node, which is master as soon as its
-daemon runs.
+Its unit is made to do all that it promises. The cluster is that one node, which is master as soon as its daemon
+runs.
 
-`machine` is one machine for all tests; `daemon` is the installed and running daemon on it.
+`node` is the machine with the package installed and the daemon running, not enabled; two steps have been started,
+which note in a file what they are asked for (support.py).
 
 Run as root:  /usr/bin/python3 -m pytest tests/package [--package FILE.deb]
 """
 
+import os
 import pathlib
+import shutil
 import subprocess
 
 import pytest
+from support import NAME, PACKAGE, STARTED, STEP, forget_steps, wait_steps
 
-from installed import NAME, RUN_DIR, STARTED, STEP, UNIT, Daemon
-from scratch import ScratchMachine
-
-CHECKOUT = pathlib.Path(__file__).parents[2]
-
-COROSYNC_CONF = """\
-totem {
-    version: 2
-    cluster_name: scratch
-}
-system {
-    sched_rr: no
-}
-nodelist {
-    node {
-        nodeid: 1
-        ring0_addr: 127.0.0.1
-    }
-}
-"""
+from lab.cluster import CHECKOUT, Lab
+from lab.paths import DAEMON
 
 
 def pytest_addoption(parser):
@@ -52,39 +37,32 @@ def package(request, tmp_path_factory):
 
 
 @pytest.fixture(scope="session")
-def machine():
-    with ScratchMachine() as scratch:
-        scratch.run("dpkg", "--purge", NAME, check=False)
-        scratch.write("/etc/corosync/corosync.conf", COROSYNC_CONF)
-        yield scratch
+def lab(package):
+    with Lab(f"package-{os.getpid()}", nodes=1, package=package) as lab:
+        shutil.copy(package, lab.nodes[0].file(PACKAGE))
+        yield lab
 
 
-@pytest.fixture(name="daemon")
-def _daemon(machine, package):
-    """Installed and running, with two steps started; all else as after the installation."""
-    daemon = Daemon(machine)
-    machine.copy_in(package, "/var/tmp/package.deb")
-    query = ("dpkg-query", "--show", "--showformat", "${db:Status-Status}", NAME)
-    if machine.output(*query, check=False) != "installed":
-        machine.run("dpkg", "--install", "/var/tmp/package.deb")
-    machine.run("systemctl", "stop", UNIT)
-    machine.shell(f"rm -rf {RUN_DIR}/* /etc/duskvale/*")
-    daemon.forget_steps()
-    daemon.drop_in(None)
-    # Also forgets how often they were started; fails for a unit that systemd has forgotten itself.
-    for unit in (UNIT, "corosync.service"):
-        machine.run("systemctl", "reset-failed", unit, check=False)
+@pytest.fixture
+def node(lab):
+    [node] = lab.nodes
+    lab.reset()
+    if not node.file(f"/usr/sbin/{NAME}").exists():
+        node.run(["dpkg", "--install", PACKAGE])
+    node.systemctl("disable", DAEMON)
     for step in ("10-first.run", "20-last.run"):
-        machine.write(f"{RUN_DIR}/{step}", STEP, mode=0o755)
-    machine.run("systemctl", "start", "corosync", UNIT)
-    daemon.wait_steps(STARTED)
-    daemon.forget_steps()
-    return daemon
+        node.write_step(step, STEP)
+    forget_steps(node)
+    node.start()
+    wait_steps(node, STARTED)
+    forget_steps(node)
+    return node
 
 
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     report = (yield).get_result()
-    if call.when != "teardown" and report.failed and "machine" in item.funcargs:
-        journal = item.funcargs["machine"].output("journalctl", "-n", "60", check=False)
-        report.sections.append(("the last of the machine's journal", journal))
+    if call.when != "teardown" and report.failed and "lab" in item.funcargs:
+        [node] = item.funcargs["lab"].nodes
+        last = node.run(["journalctl", "--lines=60", "--no-pager"], check=False).stdout
+        report.sections.append(("the last of the node's journal", last))

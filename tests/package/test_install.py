@@ -1,15 +1,25 @@
 """The package built, installed, upgraded, removed, purged; and a daemon that finds no cluster."""
 
+import os
 import re
+import shutil
 import subprocess
 
-from installed import NAME, RUN_DIR, STOPPED, UNIT
+from support import NAME, PACKAGE, STOPPED, steps, write
 
-SETTINGS = "/etc/duskvale"
-# Logs, the books of the package system and of systemd, and what these tests themselves have made.
+from lab.paths import DAEMON, RUN_DIRECTORY, SETTINGS
+
+# Logs, the books of the package system and of systemd, and what the lab and these tests have made.
 OF_OTHERS = re.compile(
-    r"/(var/(log|cache|lib/(dpkg|systemd|corosync)|tmp)|etc/(corosync|systemd))(/|$)"
+    r"/(var/(log|cache|lib/(dpkg|systemd|corosync)|tmp)|etc/(corosync|systemd)|srv)(/|$)"
 )
+
+
+def changes(node):
+    """The files and directories that the node has and this machine has not."""
+    layers = [node.lab.host.directory / "package/upper", node.lab.host.directory / node.name / "upper"]
+    names = {"/" + str(path.relative_to(layer)) for layer in layers for path in layer.rglob("*")}
+    return {name for name in names if not os.path.lexists(name) and os.path.lexists(node.file(name))}
 
 
 def test_lintian_finds_nothing(package):
@@ -18,7 +28,7 @@ def test_lintian_finds_nothing(package):
     subprocess.run(["lintian", "--pedantic", complaints, changes], check=True)
 
 
-def test_version_is_that_of_meson(machine, package, daemon, pytestconfig):
+def test_version_is_that_of_meson(node, package, pytestconfig):
     root = pytestconfig.rootpath.parents[1]
     version = re.search(r"version: '(.*?)'", (root / "meson.build").read_text(encoding="utf-8"))[1]
     built = subprocess.run(
@@ -27,7 +37,7 @@ def test_version_is_that_of_meson(machine, package, daemon, pytestconfig):
     changes = (root / "CHANGELOG.md").read_text(encoding="utf-8")
     released = re.search(r"(?m)^## \[(\d.*?)\]", changes)[1]
     assert (built, released) == (version, version)
-    assert machine.output("duskvalectl", "--version") == f"duskvalectl {version}"
+    assert node.ctl("--version").stdout == f"duskvalectl {version}\n"
 
 
 def newer(package, directory):
@@ -42,57 +52,59 @@ def newer(package, directory):
     return result
 
 
-def test_install_leaves_the_start_to_the_operator(machine, package, daemon):
-    machine.run("dpkg", "--purge", NAME)
-    machine.shell(f"rm -rf {RUN_DIR}")
-    machine.run("dpkg", "--install", "/var/tmp/package.deb")
-    assert machine.output("systemctl", "is-enabled", UNIT, check=False) == "disabled"
-    assert daemon.property("ActiveState") == "inactive"
-    for directory in (SETTINGS, RUN_DIR):
-        assert machine.output("stat", "-c", "%U:%G %a %F", directory) == "root:root 755 directory"
+def test_install_leaves_the_start_to_the_operator(node):
+    node.run(["dpkg", "--purge", NAME])
+    node.run(["rm", "-rf", RUN_DIRECTORY])
+    node.run(["dpkg", "--install", PACKAGE])
+    assert node.systemctl("is-enabled", DAEMON, check=False).stdout == "disabled\n"
+    assert node.show("ActiveState") == "inactive"
+    for directory in (SETTINGS, RUN_DIRECTORY):
+        shown = node.run(["stat", "-c", "%U:%G %a %F", directory]).stdout
+        assert shown == "root:root 755 directory\n"
 
 
-def test_upgrade_leaves_a_running_daemon_and_all_settings_alone(machine, package, daemon, tmp_path):
-    daemon.systemctl("enable", UNIT)
-    machine.write(f"{SETTINGS}/preferred_master", "1\n")
-    before = daemon.pid()
-    machine.copy_in(newer(package, tmp_path), "/var/tmp/newer.deb")
-    machine.run("dpkg", "--install", "/var/tmp/newer.deb")
-    assert daemon.pid() == before
-    assert daemon.steps() == []
-    assert daemon.property("NeedDaemonReload") == "no"
-    assert machine.output("systemctl", "is-enabled", UNIT) == "enabled"
-    assert machine.output("cat", f"{SETTINGS}/preferred_master") == "1"
-    machine.run("dpkg", "--install", "--force-downgrade", "/var/tmp/package.deb")
+def test_upgrade_leaves_a_running_daemon_and_all_settings_alone(node, package, tmp_path):
+    node.systemctl("enable", DAEMON)
+    write(node, f"{SETTINGS}/preferred_master", "1\n")
+    before = node.pid()
+    shutil.copy(newer(package, tmp_path), node.file("/srv/shared/newer.deb"))
+    node.run(["dpkg", "--install", "/srv/shared/newer.deb"])
+    assert node.pid() == before
+    assert steps(node) == []
+    assert node.show("NeedDaemonReload") == "no"
+    assert node.show("UnitFileState") == "enabled"
+    assert node.file(f"{SETTINGS}/preferred_master").read_text("ascii") == "1\n"
+    node.run(["dpkg", "--install", "--force-downgrade", PACKAGE])
 
 
-def test_removal_stops_the_services_and_leaves_what_is_the_operators(machine, daemon):
-    daemon.systemctl("enable", UNIT)
-    machine.write(f"{SETTINGS}/preferred_master", "1\n")
-    machine.run("dpkg", "--remove", NAME)
-    assert daemon.steps() == STOPPED
-    assert daemon.property("LoadState") == "not-found"
-    assert machine.output("cat", f"{SETTINGS}/preferred_master") == "1"
+def test_removal_stops_the_services_and_leaves_what_is_the_operators(node):
+    node.systemctl("enable", DAEMON)
+    write(node, f"{SETTINGS}/preferred_master", "1\n")
+    node.run(["dpkg", "--remove", NAME])
+    assert steps(node) == STOPPED
+    assert node.show("LoadState") == "not-found"
+    assert node.file(f"{SETTINGS}/preferred_master").read_text("ascii") == "1\n"
 
-    assert "stay there" in machine.output("dpkg", "--purge", NAME)
-    assert not machine.path(SETTINGS).exists()
-    assert machine.output("ls", RUN_DIR).split() == ["10-first.run", "20-last.run"]
-
-
-def test_purge_leaves_nothing_behind(machine, daemon):
-    daemon.systemctl("enable", UNIT)
-    daemon.systemctl("stop", UNIT)
-    machine.write(f"{SETTINGS}/preferred_master", "1\n")
-    machine.shell(f"rm {RUN_DIR}/*.run")
-    assert {f"/usr/sbin/{NAME}", RUN_DIR, SETTINGS} <= machine.changes()
-    machine.run("dpkg", "--purge", NAME)
-    assert {name for name in machine.changes() if not OF_OTHERS.match(name)} == set()
-    assert machine.output("find", "/etc", "/lib/systemd", "-name", "*duskvale*") == ""
+    assert "stay there" in node.run(["dpkg", "--purge", NAME]).stdout
+    assert not node.file(SETTINGS).exists()
+    assert {step.name for step in node.file(RUN_DIRECTORY).iterdir()} == {"10-first.run", "20-last.run"}
 
 
-def test_daemon_of_a_user_is_refused(machine, daemon):
-    daemon.systemctl("stop", UNIT)
-    nobody = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
-    result = machine.run(*nobody, f"/usr/sbin/{NAME}", "-f", check=False)
+def test_purge_leaves_nothing_behind(node):
+    node.systemctl("enable", DAEMON)
+    node.stop()
+    write(node, f"{SETTINGS}/preferred_master", "1\n")
+    for step in node.file(RUN_DIRECTORY).iterdir():
+        step.unlink()
+    assert {f"/usr/sbin/{NAME}", RUN_DIRECTORY, SETTINGS} <= changes(node)
+    node.run(["dpkg", "--purge", NAME])
+    assert {name for name in changes(node) if not OF_OTHERS.match(name)} == set()
+    assert node.run(["find", "/etc", "/lib/systemd", "-name", "*duskvale*"]).stdout == ""
+
+
+def test_daemon_of_a_user_is_refused(node):
+    node.stop()
+    nobody = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"]
+    result = node.run([*nobody, f"/usr/sbin/{NAME}", "-f"], check=False)
     assert result.returncode == 1
-    assert "ERR(duskvale_cpg_new):Failed: cpg_initialize()\n" in result.stdout
+    assert "ERR(duskvale_cpg_new):Failed: cpg_initialize()\n" in result.stderr
