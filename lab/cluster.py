@@ -156,8 +156,10 @@ class Lab:
             facts = {"id": 0, "name": "client", "address": address_of(CLIENT_NUMBER),
                      "image": self.nodes[-1].image}
             client = self._nodes[CLIENT_NUMBER] = Node(self, CLIENT_NUMBER, facts)
-            # A unit without a line cannot be started, nor can those that require it.
-            self._make_disk(client, **{f"/etc/systemd/system/{paths.COROSYNC}": ""})
+            # Another process that attached to this lab may have made it.
+            if not (self.host.directory / client.name).exists():
+                # A unit without a line cannot be started, nor can those that require it.
+                self._make_disk(client, **{f"/etc/systemd/system/{paths.COROSYNC}": ""})
         if not client.is_on():
             client.power_on()
         return client
@@ -233,11 +235,12 @@ class Lab:
         self._nodes = {facts["number"]: Node(self, facts["number"], facts) for facts in self._facts}
 
     def _check_sources(self):
-        for source in self._sources.values():
-            if not os.path.exists(source):
-                raise LabError(f"{source} is missing: build it first")
-        options = pathlib.Path(self._sources["build"], "meson-info/intro-buildoptions.json")
-        if any(facts["image"] == "build" for facts in self._facts):
+        images = {facts["image"] for facts in self._facts}
+        for image in images:
+            if not os.path.exists(self._sources[image]):
+                raise LabError(f"{self._sources[image]} is missing: build it first")
+        if "build" in images:
+            options = pathlib.Path(self._sources["build"], "meson-info/intro-buildoptions.json")
             prefixes = [option["value"] for option in json.loads(options.read_text(encoding="utf-8"))
                         if option["name"] == "prefix"]
             if prefixes != ["/usr"]:

@@ -2,7 +2,6 @@
 
 DAEMON = "duskvale-corosync-bridge.service"
 COROSYNC = "corosync.service"
-BUS = "dbus.service"
 SIGNALS = "lab-signals.service"
 
 COROSYNC_CONFIG = "/etc/corosync/corosync.conf"

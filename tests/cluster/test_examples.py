@@ -1,4 +1,4 @@
-"""The example steps on real nodes. That of the services needs systemd: see tests/package."""
+"""The example steps on real nodes. That of the services is tried in tests/package."""
 
 import signal
 import sys
