@@ -199,37 +199,14 @@ Cluster &Cluster::set_freeze(uint32_t key, bool wanted, const char *reason) {
 }
 
 Cluster &Cluster::prefer(uint32_t key, bool preferred) {
-    Node &node = nodes.at(key);
-    node.bus.preferred = preferred;
-    if (node.daemon != nullptr) {
-        as(node, [&] { node.requests->preferred_master_was_set(node.user_data, preferred); });
-    }
-    return *this;
-}
-
-Cluster &Cluster::keep_alive(uint32_t key) {
-    Node &node = nodes.at(key);
-    as(node, [&] { node.requests->keep_alive(node.user_data, node.id); });
-    return *this;
-}
-
-Cluster &Cluster::send_text(uint32_t key, const char *text) {
-    Node &node = nodes.at(key);
-    as(node, [&] { node.requests->text_message(node.user_data, text); });
-    return *this;
-}
-
-Cluster &Cluster::hotplug(uint32_t key, bool added, const char *devpath) {
-    Node &node = nodes.at(key);
-    as(node, [&] { node.requests->lumacrate_hotplug(node.user_data, added, devpath, "?", "?"); });
-    return *this;
+    nodes.at(key).bus.preferred = preferred;
+    return call(key, &DuskvaleDBusAgents::preferred_master_was_set, gboolean{preferred});
 }
 
 client::Snapshot Cluster::read(uint32_t key) {
     Node &node = nodes.at(key);
-    client::Snapshot snapshot = node.bus;
-    as(node, [&] { snapshot.devices = node.requests->lumacrates_count(node.user_data); });
-    return snapshot;
+    as(node, [&] { node.bus.devices = node.requests->lumacrates_count(node.user_data); });
+    return node.bus;
 }
 
 Cluster &Cluster::inject(const std::string &message) {

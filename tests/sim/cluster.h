@@ -135,11 +135,17 @@ public:
     Cluster &freeze(uint32_t key, const char *why = "") { return set_freeze(key, true, why); }
     Cluster &lift(uint32_t key, const char *why = "") { return set_freeze(key, false, why); }
     Cluster &prefer(uint32_t key, bool preferred);
-    Cluster &keep_alive(uint32_t key);
-    Cluster &send_text(uint32_t key, const char *text);
-    Cluster &hotplug(uint32_t key, bool added, const char *devpath);
-    client::Snapshot read(uint32_t key);
-    bool accepted = false; /* the last request was */
+    /* One that the bus object never refuses, such as &DuskvaleDBusAgents::keep_alive. */
+    template <typename Slot, typename... Args>
+    Cluster &call(uint32_t key, Slot slot, Args... args) {
+        Node &node = nodes.at(key);
+        if (node.daemon != nullptr) {
+            as(node, [&] { (node.requests->*slot)(node.user_data, args...); });
+        }
+        return *this;
+    }
+    client::Snapshot read(uint32_t key); /* all properties */
+    bool accepted = true;                /* the last request was */
 
     /* One turn of a node's main loop: one event of its inbox, then the timers that are due. */
     bool turn(Node &node);

@@ -3,232 +3,150 @@
 #include "cpg/duskvale-gcpg.h"
 #include "fake-libcpg.h"
 #include "support/capture.h"
+#include "support/script.h"
 
-#include <gmock/gmock.h>
 #include <stdio_ext.h>
 
-#include <cstdlib>
-#include <string>
-#include <vector>
+namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-class Cpg : public testing::Test {
-public:
-    ~Cpg() override {
+struct Session {
+    Session() { duskvale_debug_set_categories(1 << static_cast<int>(LogCategory::cpg)); }
+    ~Session() {
         g_clear_object(&object);
         /* The object leaves its connection open, and so the record that lib knows. */
         lib.results.clear();
-        if (lib.context != nullptr) {
-            duskvale_cpg_destroy(record());
-        }
+        destroy();
         g_main_context_unref(context);
     }
 
-    void join() {
-        ASSERT_TRUE(dvcpg_glib_register(object, context));
-        source = g_main_context_find_source_by_user_data(context, object);
-        ASSERT_NE(source, nullptr);
-    }
-    duskvale_cpg *record() const { return static_cast<duskvale_cpg *>(lib.context); }
-    bool turn() const { return g_main_context_iteration(context, FALSE); }
-
-    /* A change and a message arrive; what is logged and printed. */
-    std::string arrivals() {
-        lib.queue_change(5, {{9, 200, CPG_REASON_NODEDOWN}, {2, 201, CPG_REASON_LEAVE}},
-                         {{8, 300, CPG_REASON_JOIN}, {3, 301, CPG_REASON_PROCDOWN}});
-        lib.queue_message(3, std::string("a\0b", 3));
-        Capture log, list(STDOUT_FILENO);
-        EXPECT_EQ(duskvale_cpg_dispatch(record()), CS_OK);
-        EXPECT_EQ(duskvale_cpg_dispatch(record()), CS_OK);
+    /* What the library was asked, what was logged and printed, and what the agents were told. */
+    std::string outcome() {
         EXPECT_EQ(__fpending(stdout), 0U) << "a list that waits for a full buffer";
-        return log.text() + list.text();
+        std::string text;
+        for (const std::string &call : std::exchange(lib.calls, {})) {
+            text += call + "\n";
+        }
+        return text + log.take() + list.take() + std::exchange(told, {});
+    }
+
+    duskvale_cpg *record() const { return static_cast<duskvale_cpg *>(lib.context); }
+    void destroy() {
+        if (lib.context != nullptr) {
+            duskvale_cpg_destroy(record());
+        }
+    }
+    void join() {
+        told += dvcpg_glib_register(object, context) ? "registered\n" : "not registered\n";
+    }
+    /* "2:201:5": node, process, reason */
+    static std::vector<cpg_address> addresses(const std::string &list) {
+        std::vector<cpg_address> result;
+        for (const std::string &address : list == "-" ? Words{} : split(list, ",")) {
+            const Words parts = split(address, ":");
+            result.push_back({number(parts[0]), number(parts[1]), number(parts[2])});
+        }
+        return result;
     }
 
     /* They answer -1, since the results of agents must not matter. */
-    template <char sign>
-    static int changed(void *test, uint32_t nodeid, size_t members) {
-        static_cast<Cpg *>(test)->events.push_back(sign + std::to_string(nodeid) + " " +
-                                                   std::to_string(members));
+    static int note(void *session, const std::string &line) {
+        static_cast<Session *>(session)->told += line + "\n";
         return -1;
     }
-    static int got(void *test, uint32_t nodeid, const void *message, size_t length) {
-        static_cast<Cpg *>(test)->events.push_back(
-            std::to_string(nodeid) + " " + std::string(static_cast<const char *>(message), length));
-        return -1;
+    static int joined(void *session, uint32_t node, size_t members) {
+        return note(session, "joined " + std::to_string(node) + ", " + std::to_string(members));
     }
-    DuskvaleGCpgAgents agents = {.joined = changed<'+'>, .left = changed<'-'>, .got_message = got};
+    static int left(void *session, uint32_t node, size_t members) {
+        return note(session, "left " + std::to_string(node) + ", " + std::to_string(members));
+    }
+    static int got(void *session, uint32_t node, const void *message, size_t length) {
+        auto *self = static_cast<Session *>(session);
+        if (self->echo) {
+            note(session,
+                 "sent: " + std::to_string(dvcpg_glib_send_message(self->object, message, length)));
+        }
+        return note(session, std::to_string(node) + " sent " +
+                                 std::string(static_cast<const char *>(message), length));
+    }
 
+    const DuskvaleGCpgAgents all = {.joined = joined, .left = left, .got_message = got};
+    DuskvaleGCpgAgents agents = all;
+    bool echo = false;
+    std::string told;
     FakeLibcpg lib;
-    std::vector<std::string> events;
     GMainContext *context = g_main_context_new();
     DuskvaleGCpg *object = dvcpg_glib_new("duskvale", &agents, this);
-    GSource *source = nullptr;
-    cs_error_t sent = CS_OK;
+    Capture log, list{STDOUT_FILENO};
+    Words w;
+
+    const Commands commands = {
+        {"register", [this] { join(); }},
+        {"node", [this] { told += std::to_string(duskvale_glib_local_nodeid(object)) + "\n"; }},
+        {"descriptor", [this] { lib.fd = std::stoi(w[1]); }},
+        /* What a function of the library returns from now on instead of CS_OK. */
+        {"fail",
+         [this] {
+             lib.results = {{w[1], static_cast<cs_error_t>(number(w[2]))}};
+         }},
+        {"recover", [this] { lib.results.clear(); }},
+        /* How many members there are now, who left, who joined. */
+        {"change", [this] { lib.queue_change(number(w[1]), addresses(w[2]), addresses(w[3])); }},
+        {"message", [this] { lib.queue_message(number(w[1]), rest(w, 2)); }},
+        {"turn", [this] { told += g_main_context_iteration(context, FALSE) ? "" : "idle\n"; }},
+        {"dispatch", [this] { duskvale_cpg_dispatch(record()); }},
+        {"destroy", [this] { destroy(); }},
+        {"open", [this] { told += lib.context != nullptr ? "open\n" : "not open\n"; }},
+        {"echo", [this] { echo = true; }},
+        {"debug", [this] { duskvale_debug_set_level(w[1] == "on" ? LOG_DEBUG : LOG_INFO); }},
+        {"agents",
+         [this] {
+             agents = {.joined = w[1] == "-" ? nullptr : joined,
+                       .left = w[2] == "-" ? nullptr : left,
+                       .got_message = w[3] == "-" ? nullptr : got};
+         }},
+        /* A connection without a table of agents, by the length of its group's name. */
+        {"connect",
+         [this] {
+             duskvale_cpg *cpg = nullptr;
+             const std::string name(number(w[1]), 'g');
+             told += std::to_string(duskvale_cpg_new(&cpg, name.c_str(), nullptr, nullptr)) + "\n";
+         }},
+        {"release",
+         [this] {
+             GSource *source = g_main_context_find_source_by_user_data(context, object);
+             g_source_set_dispose_function(source, [](GSource *) { puts("source released"); });
+             g_clear_object(&object);
+             fflush(stdout);
+         }},
+    };
 };
 
-TEST_F(Cpg, RegisteringComesUpInFourStepsAndAFailureLeavesNothingOpen) {
-    const struct {
-        const char *function;
-        const char *arguments;
-        const char *failure;
-    } steps[] = {
-        {"cpg_model_initialize", " 1", "Failed: cpg_initialize()\n"},
-        {"cpg_local_get", "", "Failed: cpg_local_get()\n"},
-        {"cpg_join", " duskvale", "Failed: cpg_join()\n"},
-        {"cpg_fd_get", "", "duskvale_cpg_new: failed getting file descriptor\n"},
-    };
-    EXPECT_THAT(lib.calls, IsEmpty());
-    std::vector<std::string> all;
-    for (const auto &[function, arguments, failure] : steps) {
-        Capture log;
-        lib.results = {{function, CS_ERR_ACCESS}};
-        EXPECT_FALSE(dvcpg_glib_register(object, context));
-        EXPECT_EQ(log.text(), std::string("ERR(duskvale_cpg_new):") + failure +
-                                  "ERR(dvcpg_glib_register):Failed instanciating cpg\n");
-        EXPECT_EQ(lib.context, nullptr) << function;
-        all.push_back(std::string(function) + arguments);
-    }
-    lib.results.clear();
-    lib.calls.clear();
-    join();
-    EXPECT_EQ(lib.calls, all);
-    EXPECT_EQ(duskvale_glib_local_nodeid(object), FakeLibcpg::local_node);
-
-    duskvale_cpg_destroy(record());
-    lib.fd = -1;
-    Capture log;
-    EXPECT_FALSE(dvcpg_glib_register(object, context));
-    EXPECT_EQ(log.text(), "ERR(dvcpg_glib_register):Failed getting cpg file-descriptor\n");
+TEST(Cpg, DoesAsItDid) {
+    expect_script<Session>("connection");
 }
 
-TEST_F(Cpg, AGroupNameThatDoesNotFitIsRefusedBeforeAnythingIsOpened) {
-    const std::string longest(127, 'g');
-    duskvale_cpg *cpg = nullptr;
-    Capture log;
-    EXPECT_EQ(duskvale_cpg_new(&cpg, (longest + "g").c_str(), nullptr, nullptr),
-              CS_ERR_NAME_TOO_LONG);
-    EXPECT_EQ(log.text(), "ERR(duskvale_cpg_new):Group name of 128 bytes is too long, at most 127 "
-                          "are allowed\n");
-    EXPECT_THAT(lib.calls, IsEmpty());
-    EXPECT_EQ(duskvale_cpg_new(&cpg, longest.c_str(), nullptr, nullptr), CS_OK);
-    EXPECT_THAT(lib.calls, testing::Contains("cpg_join " + longest));
-}
-
-TEST_F(Cpg, DeparturesComeBeforeArrivalsAndEventsWithoutASlotAreDropped) {
-    const std::string message("3 a\0b", 5);
-    join();
-    EXPECT_EQ(arrivals(), "");
-    EXPECT_THAT(std::exchange(events, {}), ElementsAre("-9 5", "-2 5", "+8 5", "+3 5", message));
-    const DuskvaleGCpgAgents all = agents;
-    agents.joined = nullptr;
-    EXPECT_EQ(arrivals(), "");
-    EXPECT_THAT(std::exchange(events, {}), ElementsAre("-9 5", "-2 5", message));
-    agents = {.joined = all.joined, .left = nullptr, .got_message = nullptr};
-    EXPECT_EQ(arrivals(), "");
-    EXPECT_THAT(events, ElementsAre("+8 5", "+3 5"));
-
-    duskvale_cpg_destroy(record());
-    duskvale_cpg *without_table = nullptr;
-    ASSERT_EQ(duskvale_cpg_new(&without_table, "duskvale", nullptr, nullptr), CS_OK);
-    EXPECT_EQ(arrivals(), "");
-}
-
-TEST_F(Cpg, AnEventWhoseRecordCannotBeFoundIsDroppedWithAnError) {
-    join();
-    lib.results["cpg_context_get"] = CS_ERR_BAD_HANDLE;
-    EXPECT_EQ(arrivals(), "ERR(cpg_confchg_fn):cpg_confchg_fn: Failed: cpg_context_get()\n"
-                          "ERR(cpg_deliver_fn):cpg_deliver_fn: Failed: cpg_context_get()\n");
-    EXPECT_THAT(events, IsEmpty());
-}
-
-TEST_F(Cpg, DebuggingListsWhoLeftAndWhoJoined) {
-    join();
-    duskvale_debug_set_categories(1 << static_cast<int>(LogCategory::cpg));
-    duskvale_debug_set_level(LOG_DEBUG);
-    const std::string shown = arrivals();
-    duskvale_debug_set_level(0);
-    EXPECT_EQ(shown, "DBG(CPG): cpg_confchg_fn: group_name='duskvale'\n"
-                     "\t[0] left: nodeid=9 pid=200 reason=3\n"
-                     "\t[1] left: nodeid=2 pid=201 reason=2\n"
-                     "\t[0] joined: nodeid=8 pid=300 reason=1\n"
-                     "\t[1] joined: nodeid=3 pid=301 reason=5\n");
-}
-
-TEST_F(Cpg, EachReadinessHandlesOneEvent) {
-    join();
-    EXPECT_FALSE(turn());
-    lib.queue_change(2, {}, {{3, 0, 0}});
-    lib.queue_message(3, "one");
-    lib.queue_message(4, "two");
-    for (size_t handled = 1; handled <= 3; handled++) {
-        EXPECT_TRUE(turn());
-        EXPECT_EQ(events.size(), handled);
-    }
-    EXPECT_THAT(events, ElementsAre("+3 2", "3 one", "4 two"));
-    EXPECT_FALSE(turn());
-}
-
-TEST_F(Cpg, AnAgentMaySendAndWhatIsRefusedIsNotSentAgain) {
-    agents.got_message = [](void *test, uint32_t, const void *message, size_t length) {
-        auto *self = static_cast<Cpg *>(test);
-        self->sent = dvcpg_glib_send_message(self->object, message, length);
-        return 0;
-    };
-    join();
-    for (const cs_error_t result : {CS_OK, CS_ERR_TRY_AGAIN}) {
-        lib.calls.clear();
-        lib.results = {{"cpg_mcast_joined", result}};
-        EXPECT_EQ(arrivals(),
-                  result == CS_OK ? "" : "ERR(duskvale_cpg_send):Failed: cpg_mcast_joined()\n");
-        EXPECT_THAT(lib.calls, ElementsAre("cpg_dispatch", "cpg_dispatch",
-                                           std::string("cpg_mcast_joined 1:a\0b", 22)));
-        EXPECT_EQ(sent, result);
-    }
-}
-
-TEST_F(Cpg, FinalizingReleasesTheSourceAndLeavesTheConnection) {
-    static bool released;
-    released = false;
-    join();
-    lib.queue_message(3, "unheard");
-    g_source_set_dispose_function(source, [](GSource *) { released = true; });
-    g_clear_object(&object);
-    EXPECT_TRUE(released);
-    EXPECT_FALSE(turn());
-    EXPECT_NE(lib.context, nullptr);
-}
-
-TEST_F(Cpg, AFailedDispatchOrFinalizeKeepsTheConnection) {
-    join();
-    lib.queue_message(3, "later");
-    lib.results = {{"cpg_dispatch", CS_ERR_LIBRARY}, {"cpg_finalize", CS_ERR_BUSY}};
-    Capture log;
-    turn();
-    EXPECT_EQ(duskvale_cpg_destroy(record()), CS_OK);
-    EXPECT_EQ(log.text(), "ERR(duskvale_cpg_dispatch):Failed: cpg_dispatch()\n"
-                          "ERR(duskvale_cpg_destroy):Failed: cpg_finalize()\n");
-    lib.results.clear();
-    turn();
-    EXPECT_THAT(events, ElementsAre("3 later"));
-}
-
-TEST_F(Cpg, TheProcessEndsOnceCorosyncIsGoneAndWhatItHadQueuedIsHandled) {
-    agents.got_message = [](void *, uint32_t, const void *message, size_t) {
-        return fprintf(stderr, "%s\n", static_cast<const char *>(message));
-    };
-    join();
+TEST(Cpg, TheProcessEndsOnceCorosyncIsGoneAndWhatItHadQueuedIsHandled) {
+    constexpr DuskvaleGCpgAgents agents = {
+        .joined = nullptr,
+        .left = nullptr,
+        .got_message = [](void *, uint32_t, const void *message, size_t) {
+            return fprintf(stderr, "%s\n", static_cast<const char *>(message));
+        }};
     EXPECT_EXIT(
         {
+            FakeLibcpg lib;
+            GMainContext *context = g_main_context_new();
+            dvcpg_glib_register(dvcpg_glib_new("duskvale", &agents, nullptr), context);
             lib.queue_message(3, "one");
             lib.queue_message(3, "two");
             lib.hang_up();
             for (int i = 0; i < 100; i++) {
-                turn();
+                g_main_context_iteration(context, FALSE);
             }
         },
         testing::ExitedWithCode(EXIT_FAILURE),
-        testing::StrEq("one\ntwo\nERR(duskvale_cpg_dispatch):Failed: cpg_dispatch()\n"
-                       "ERR(dvcpg_callback):corosync is gone (cpg_dispatch: 2) -- ending\n"));
+        testing::Eq("one\ntwo\nERR(duskvale_cpg_dispatch):Failed: cpg_dispatch()\n"
+                    "ERR(dvcpg_callback):corosync is gone (cpg_dispatch: 2) -- ending\n"));
 }
+
+} // namespace

@@ -3,35 +3,24 @@
 
 #include "dbus/bus.h"
 #include "dbus/notify.h"
-#include "dbus/settings-file.h"
+#include "support/file.h"
 
 #include <dbus/dbus.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
 #include <vector>
 
-/* A call of the object, and what root is answered. */
-struct Request {
-    const char *interface;
-    const char *member;
-    const char *arguments;
-    const char *reply;
-};
-inline constexpr Request set_preferred = {
-    "org.freedesktop.DBus.Properties", "Set",
-    "('com.norvel.DuskvaleCorosync', 'PreferredMaster', <true>)", "()"};
-/* One of each kind that only root may make. */
-inline constexpr std::array requests = {
-    Request{DUSKVALE_BUS_NAME, "SendMessage", "('x',)", "()"},
-    Request{DUSKVALE_BUS_NAME, "KeepAlive", "()", "()"},
-    Request{DUSKVALE_BUS_NAME, "TakeOver", "()", "(true,)"},
-    Request{DUSKVALE_BUS_NAME, "GiveBack", "()", "(true,)"},
-    Request{DUSKVALE_BUS_NAME, "SetFreeze", "(true, 'x')", "(true,)"},
-    Request{DUSKVALE_BUS_NAME, "LumacrateHotplug", "(true, '', '', '')", "()"},
-    set_preferred,
-};
+inline void write_file(const char *path, const std::string &content) {
+    std::filesystem::remove_all(path);
+    std::ofstream(path) << content;
+}
+
+/* The directory of the daemon's settings is there, and empty. */
+inline void clear_settings() {
+    std::filesystem::remove_all("/etc/duskvale");
+    std::filesystem::create_directory("/etc/duskvale");
+}
 
 class DBusTest : public testing::Test {
 protected:

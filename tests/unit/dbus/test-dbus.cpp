@@ -1,38 +1,31 @@
-#include "base/log.h"
+/* The object on a system bus: what clients ask, what its owner is asked, and what is announced. */
 #include "dbus/fixture.h"
-#include "support/capture.h"
-#include "support/golden.h"
 
-#include <functional>
+#include "base/log.h"
+#include "support/capture.h"
+#include "support/script.h"
+
+#include <algorithm>
 #include <regex>
-#include <set>
-#include <tuple>
 
 namespace {
 
-/* What `call` writes with the bus object's debug lines on. */
-std::string debug_lines(const std::function<void()> &call) {
-    Capture err;
-    duskvale_debug_set_categories(1 << static_cast<int>(LogCategory::dbus));
-    duskvale_debug_set_level(LOG_DEBUG);
-    call();
-    duskvale_debug_set_level(LOG_INFO);
-    return err.text();
-}
+constexpr uid_t nobody = 65534;
+const std::filesystem::path settings = "/etc/duskvale";
 
-/* For a file: what is not ASCII as octal numbers. */
-std::string escaped(const std::string &text) {
-    g_autofree gchar *result = g_strescape(text.c_str(), "\n\\\"");
-    return result;
+/* A file in one line. */
+std::string quoted(std::string file) {
+    std::ranges::replace(file, '\n', '|');
+    return file + "\n";
 }
 
 /* The members of the interface in `xml`, each with the types that a client's code depends on. */
-std::set<std::string> members(const std::string &xml) {
+Words members(const std::string &xml) {
     static const std::regex token(
         "<(?:method|signal|property) name=\"(\\w+)\"|(?:type|direction|access)=\"(\\w+)\"");
     const size_t begin = xml.find("<interface name=\"" DUSKVALE_BUS_NAME "\"");
     const std::string interface = xml.substr(begin, xml.find("</interface>", begin) - begin);
-    std::vector<std::string> result;
+    Words result;
     for (std::sregex_iterator at(interface.begin(), interface.end(), token), end; at != end; ++at) {
         if ((*at)[1].matched) {
             result.push_back((*at)[1]);
@@ -40,185 +33,157 @@ std::set<std::string> members(const std::string &xml) {
             result.back() += " " + (*at)[2].str();
         }
     }
-    return {result.begin(), result.end()};
+    std::ranges::sort(result);
+    return result;
 }
 
-const char *const property_names[] = {
-    "Version",         "LocalNodeId",  "NodeCount",          "MasterNodeId",    "IsMaster",
-    "PreferredMaster", "FrozenMaster", "FrozenMasterReason", "LumacratesCount", "InTransition"};
+/* While the signal is sent. */
+void on_new_master(DuskvaleDBus *object, guint id, gpointer seen) {
+    gint master = -1;
+    gboolean in_transition = FALSE;
+    g_object_get(object, "master_node_id", &master, "in_transition", &in_transition, nullptr);
+    *static_cast<std::string *>(seen) += "while " + std::to_string(id) + " is announced: master " +
+                                         std::to_string(master) + ", in transition " +
+                                         std::to_string(in_transition) + "\n";
+}
+
+struct Session : DBusTest {
+    Session() {
+        duskvale_debug_set_level(LOG_INFO);
+        duskvale_debug_set_categories(1 << static_cast<int>(LogCategory::dbus));
+    }
+    void TestBody() override {}
+
+    /* What was logged and asked of the owner, and what clients were answered and told. */
+    std::string outcome() {
+        if (exported) {
+            /* Announcements come before the answer to what was asked after them. */
+            for (Client *listener : {&client, &stranger}) {
+                listener->call("org.freedesktop.DBus.Peer", "Ping", "()");
+            }
+            EXPECT_EQ(stranger.signals, client.signals);
+            stranger.signals.clear();
+        }
+        std::string text = log.take() + std::exchange(during, {});
+        for (const std::string &call : split(asked(), ";")) {
+            text += call.empty() ? "" : "asked: " + call + "\n";
+        }
+        text += std::exchange(answers, {});
+        for (const std::string &signal : std::exchange(client.signals, {})) {
+            text += "signal: " + signal + "\n";
+        }
+        return text;
+    }
+
+    void load() {
+        stop();
+        exported = false;
+        dbus = duskvale_dbus_new(number(w[1]), nullptr, nullptr);
+    }
+    void start_object() {
+        start(agents.at(w[2]), number(w[1]));
+        exported = true;
+        g_signal_connect(dbus, "notify_new_master", G_CALLBACK(on_new_master), &during);
+    }
+    void call(Client &from) {
+        answers += from.call(w[1] == "-" ? nullptr : w[1].c_str(), w[2].c_str(),
+                             w.size() > 3 ? rest(w, 3) : "()", destination) +
+                   "\n";
+    }
+    std::string held() const {
+        const char *reason = duskvale_get_frozen_master_reason(dbus);
+        return "preferred " + std::to_string(duskvale_get_preferred_master(dbus)) + ", frozen to " +
+               std::to_string(duskvale_get_frozen_master(dbus)) + " '" +
+               (reason != nullptr ? reason : "") + "'\n";
+    }
+    void address(const std::string &to) {
+        const std::string owner = client.driver("GetNameOwner", "('" DUSKVALE_BUS_NAME "',)");
+        destination = to == "unique" ? owner.substr(2, owner.size() - 5) : DUSKVALE_BUS_NAME;
+    }
+
+    void show_interface() {
+        const std::string reply =
+            client.call("org.freedesktop.DBus.Introspectable", "Introspect", "()");
+        g_autofree gchar *served = g_strcompress(reply.c_str());
+        EXPECT_EQ(members(served), members(file_text(std::string(std::getenv("SOURCE_ROOT")) +
+                                                     "/src/dbus/" DUSKVALE_BUS_NAME ".xml")));
+        for (const std::string &member : members(served)) {
+            answers += member + "\n";
+        }
+    }
+
+    const std::map<std::string, const DuskvaleDBusAgents *> agents = {
+        {"recording", &recording}, {"none", &none}, {"null", nullptr}};
+    static constexpr DuskvaleDBusAgents none{};
+    Client stranger{bus(), nobody};
+    bool exported = false;
+    Capture log;
+    std::string during; /* what is read while a new master is announced */
+    std::string destination = DUSKVALE_BUS_NAME;
+    std::string answers;
+    Words w;
+
+    const Commands commands = {
+        {"load", [this] { load(); }},          /* node id: without a bus */
+        {"start", [this] { start_object(); }}, /* node id, agents */
+        {"agents", [this] { agent_result = std::stoi(w[1]); }},
+        {"debug", [this] { duskvale_debug_set_level(w[1] == "on" ? LOG_DEBUG : LOG_INFO); }},
+        {"held", [this] { answers += held(); }},
+        {"interface", [this] { show_interface(); }},
+        {"name", [this] { address(w[1]); }}, /* "unique", or the well-known one */
+        /* Interface or "-", member, arguments. */
+        {"call", [this] { call(client); }},
+        {"stranger", [this] { call(stranger); }},
+        {"stranger-name",
+         [this] {
+             answers +=
+                 stranger.driver("RequestName", "('" DUSKVALE_BUS_NAME "', uint32 0)") + "\n";
+         }},
+        {"method",
+         [this] {
+             answers += client.method(w[1].c_str(), w.size() > 2 ? rest(w, 2) : "()") + "\n";
+         }},
+        {"get", [this] { answers += client.get(w[1]) + "\n"; }},
+        {"set", [this] { answers += client.set(w[1], rest(w, 2)) + "\n"; }},
+        {"all", [this] { answers += client.properties("GetAll") + "\n"; }},
+        {"cat", [this] { answers += quoted(file_text(settings / w[1])); }},
+        {"write", [this] { std::ofstream(settings / w[1]) << rest(w, 2); }},
+        {"mkdir", [this] { std::filesystem::create_directory(settings / w[1]); }},
+        {"rm", [this] { std::filesystem::remove_all(settings / (w.size() > 1 ? w[1] : "")); }},
+        {"new-master", [this] { duskvale_notify_new_master(dbus, number(w[1])); }},
+        {"frozen",
+         [this] {
+             duskvale_notify_frozen_master(dbus, number(w[1]),
+                                           w.size() > 2 ? rest(w, 2).c_str() : nullptr);
+         }},
+        {"frozen-again",
+         [this] {
+             duskvale_notify_frozen_master(dbus, number(w[1]),
+                                           duskvale_get_frozen_master_reason(dbus));
+         }},
+        {"joined", [this] { duskvale_notify_joined(dbus, number(w[1]), number(w[2])); }},
+        {"left", [this] { duskvale_notify_left(dbus, number(w[1]), number(w[2])); }},
+        {"keep-alive", [this] { duskvale_notify_keep_alive(dbus, number(w[1])); }},
+        {"text", [this] { duskvale_notify_got_message(dbus, w[1].c_str()); }},
+        {"hotplug",
+         [this] {
+             duskvale_notify_lumacrate_hotplug(dbus, number(w[1]), std::stoi(w[2]), std::stoi(w[3]),
+                                               w[4].c_str(), w[5].c_str(), w[6].c_str());
+         }},
+        {"step-begin", [this] { duskvale_notify_runstep_begin(dbus, w[1].c_str(), w[2].c_str()); }},
+        {"step-end",
+         [this] {
+             duskvale_notify_runstep_end(dbus, w[1].c_str(), w[2].c_str(), std::stoi(w[3]));
+         }},
+        {"steps-done", [this] { duskvale_notify_runsteps_done(dbus, number(w[1])); }},
+    };
+};
 
 } // namespace
 
-TEST_F(DBusTest, ServesTheInterfaceThatItsInstalledDescriptionPromises) {
-    start();
-    const std::string reply =
-        client.call("org.freedesktop.DBus.Introspectable", "Introspect", "()");
-    g_autofree gchar *served = g_strcompress(reply.c_str());
-    const std::string source = std::getenv("SOURCE_ROOT");
-    EXPECT_EQ(members(served), members(file_text(source + "/src/dbus/" DUSKVALE_BUS_NAME ".xml")));
-    EXPECT_EQ(members(served).size(), 26U);
-}
-
-TEST_F(DBusTest, PropertiesFollowTheEvents) {
-    std::string text;
-    const auto read_all = [&] {
-        for (const char *name : property_names) {
-            text += client.get(name) + "\n";
-        }
-        text += client.properties("GetAll") + "\n";
-    };
-    write_file(DUSKVALE_PREFERRED_MASTER_FILE, "2\n");
-    start(&recording, big_id);
-    read_all();
-    EXPECT_EQ(asked(), "count;count;");
-
-    agent_result = 4;
-    duskvale_notify_joined(dbus, 2, 2);
-    duskvale_notify_new_master(dbus, big_id);
-    duskvale_notify_frozen_master(dbus, big_id, "disk");
-    read_all();
-
-    duskvale_notify_left(dbus, 2, 1);
-    duskvale_notify_new_master(dbus, 2);
-    duskvale_notify_runsteps_done(dbus, 0);
-    duskvale_notify_frozen_master(dbus, 0, "over");
-    read_all();
-    expect_golden("properties", text);
-    EXPECT_NE(client.get("Missing").front(), '(');
-}
-
-TEST_F(DBusTest, OnlyThePreferenceCanBeWritten) {
-    start();
-    const std::string before = client.properties("GetAll");
-    for (const std::string property : property_names) {
-        for (const std::string value : {"true", "5", "'text'"}) {
-            if (property != "PreferredMaster") {
-                EXPECT_EQ(client.set(property, value), "org.freedesktop.DBus.Error.AccessDenied");
-            }
-        }
+TEST(DBus, AnswersAsItDid) {
+    for (const char *script :
+         {"interface", "properties", "methods", "events", "policy", "settings"}) {
+        expect_script<Session>(script);
     }
-    EXPECT_EQ(client.properties("GetAll"), before);
-    asked();
-
-    const auto write = [this](const std::string &value, const std::string &number) {
-        EXPECT_EQ(client.set("PreferredMaster", value), "()");
-        EXPECT_EQ(client.get("PreferredMaster"), "(<" + value + ">,)");
-        EXPECT_EQ(asked(), "preferred " + number + ";") << "also when nothing has changed";
-        return file_text(DUSKVALE_PREFERRED_MASTER_FILE);
-    };
-    EXPECT_EQ(write("true", "1"), "1\n");
-    std::filesystem::remove(DUSKVALE_PREFERRED_MASTER_FILE);
-    EXPECT_EQ(write("true", "1"), "1\n");
-    EXPECT_EQ(write("false", "0"), "0\n");
-
-    std::filesystem::remove_all("/etc/duskvale");
-    Capture err;
-    EXPECT_EQ(write("true", "1"), "absent");
-    EXPECT_EQ(err.text(),
-              "ERR(duskvale_set_preferred_master):Failed opening "
-              "/etc/duskvale/preferred_master for writing: No such file or directory\n");
-}
-
-TEST_F(DBusTest, MethodsRefuseOrPassTheRequestOn) {
-    std::string text;
-    const auto ask = [&](const std::string &member, const std::string &arguments) {
-        Capture err;
-        const std::string reply = client.method(member.c_str(), arguments);
-        text += member + arguments + " -> " + reply + "\n" + err.text();
-        text += calls.empty() ? "" : "    " + asked() + "\n";
-    };
-    start();
-    duskvale_notify_new_master(dbus, 5);
-    const std::tuple<size_t, uint32_t, int> states[] = {
-        {0, 0, 0}, {1, big_id, 0}, {2, 0, -1}, {2, 0, 0}, {2, 0, 1}, {3, 2, 0},
-    };
-    for (const auto &[nodes, frozen, result] : states) {
-        duskvale_notify_joined(dbus, 2, nodes);
-        duskvale_notify_frozen_master(dbus, frozen, "");
-        agent_result = result;
-        text += "### " + std::to_string(nodes) + " nodes, frozen to " + std::to_string(frozen) +
-                ", the agents answer " + std::to_string(result) + "\n";
-        ask("SendMessage", "('caf\u00e9',)");
-        ask("KeepAlive", "()");
-        ask("LumacrateHotplug", "(true, '/x', 'hw', 'rack')");
-        ask("TakeOver", "()");
-        ask("GiveBack", "()");
-        ask("SetFreeze", "(true, 'disk')");
-        ask("SetFreeze", "(false, 'over')");
-    }
-    expect_golden("methods", text);
-}
-
-TEST_F(DBusTest, ARequestWithoutItsAgentCountsAsAccepted) {
-    constexpr DuskvaleDBusAgents empty{};
-    for (const auto *agents : {static_cast<const DuskvaleDBusAgents *>(nullptr), &empty}) {
-        start(agents);
-        duskvale_notify_joined(dbus, 2, 2);
-        for (const auto &[interface, member, arguments, reply] : requests) {
-            EXPECT_EQ(client.call(interface, member, arguments), reply) << member;
-        }
-        EXPECT_EQ(client.get("LumacratesCount"), "(<0>,)");
-    }
-}
-
-TEST_F(DBusTest, EachEventIsLoggedAndAnnounced) {
-    const char *odd = "caf\xc3"; /* cut in the middle of a character, as another node sent it */
-    start();
-    std::string text = debug_lines([&] {
-        EXPECT_TRUE(duskvale_notify_new_master(dbus, big_id));
-        EXPECT_TRUE(duskvale_notify_joined(dbus, big_id, 3));
-        EXPECT_TRUE(duskvale_notify_left(dbus, 2, 1));
-        EXPECT_TRUE(duskvale_notify_keep_alive(dbus, 2));
-        EXPECT_TRUE(duskvale_notify_got_message(dbus, odd));
-        EXPECT_TRUE(duskvale_notify_lumacrate_hotplug(dbus, big_id, 4, FALSE, "hw", "at", "/x"));
-        EXPECT_TRUE(duskvale_notify_lumacrate_hotplug(dbus, 2, -1, 2, odd, odd, odd));
-        EXPECT_TRUE(duskvale_notify_runstep_begin(dbus, odd, "start"));
-        EXPECT_TRUE(duskvale_notify_runstep_end(dbus, odd, "stop", -9));
-        EXPECT_TRUE(duskvale_notify_runsteps_done(dbus, 3));
-    });
-    for (int event = 0; event < 10; event++) {
-        text += client.signal() + "\n";
-    }
-    expect_golden("events", escaped(text));
-    EXPECT_TRUE(client.signals.empty());
-}
-
-TEST_F(DBusTest, AFreezeIsAnnouncedAndOutlivesARestart) {
-    const std::pair<uint32_t, const char *> freezes[] = {
-        {3, "disk"}, {3, nullptr}, {big_id, "a\nb"}, {3, "caf\xe9"}, {0, "over"}, {0, nullptr},
-    };
-    std::string text;
-    start();
-    for (const auto &[nodeid, reason] : freezes) {
-        text += debug_lines(
-            [&, id = nodeid, why = reason] { duskvale_notify_frozen_master(dbus, id, why); });
-        text += client.signal() + "\nheld " + client.get("FrozenMasterReason");
-        text += "\nin the file:\n" + file_text(DUSKVALE_FROZEN_MASTER_FILE) + "\n";
-        start();
-        EXPECT_EQ(duskvale_get_frozen_master(dbus), nodeid);
-        text += "held after a restart " + client.get("FrozenMasterReason") + "\n\n";
-    }
-    expect_golden("freezes", escaped(text));
-    duskvale_notify_frozen_master(dbus, 3, "disk");
-    duskvale_notify_frozen_master(dbus, 4, duskvale_get_frozen_master_reason(dbus));
-    EXPECT_EQ(client.get("FrozenMasterReason"), "(<'disk'>,)");
-}
-
-TEST_F(DBusTest, ANewMasterIsStoredAfterItsSignalAndBeforeAnyRead) {
-    start();
-    std::string during;
-    const auto handler = +[](DuskvaleDBus *object, guint nodeid, gpointer seen) {
-        gint master = -1;
-        gboolean in_transition = FALSE;
-        g_object_get(object, "master_node_id", &master, "in_transition", &in_transition, nullptr);
-        *static_cast<std::string *>(seen) += std::to_string(nodeid) + " " + std::to_string(master) +
-                                             " " + std::to_string(in_transition) + ";";
-    };
-    g_signal_connect(dbus, "notify_new_master", G_CALLBACK(handler), &during);
-    duskvale_notify_new_master(dbus, 7);
-    duskvale_notify_runsteps_done(dbus, 0);
-    duskvale_notify_new_master(dbus, 7); /* the same again */
-    EXPECT_EQ(during, "7 0 1;7 7 1;");
-    EXPECT_EQ(client.get("IsMaster"), "(<true>,)");
-    EXPECT_EQ(client.get("InTransition"), "(<true>,)");
 }

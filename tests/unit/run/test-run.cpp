@@ -1,246 +1,169 @@
+/* Real steps in a directory of their own: what they are given, and what the owner is told. */
 #include "run/duskvale-run.h"
 
-#include "base/log.h"
 #include "support/capture.h"
-#include "support/file.h"
 #include "support/loop.h"
-
-#include <gtest/gtest.h>
+#include "support/script.h"
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <utility>
-#include <vector>
+#include <csignal>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-/* Writes down that the step ran, and with what. */
-const std::string trace = R"(echo "${0##*/} $*" >>"${0%/*}/trace")";
+constexpr int inheritable = 99; /* a descriptor */
 
-struct Step {
-    std::string name;
-    std::string body = trace;
-    int mode = 0755;
-};
-
-class Run : public testing::Test {
-protected:
-    void SetUp() override {
+struct Session {
+    Session() {
         char name[] = "/tmp/test-run-XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        dir = name;
+        dir = mkdtemp(name);
+        fs::current_path("/");
+        dup2(STDOUT_FILENO, inheritable);
+        /* What a step inherits must not depend on who called the test. */
+        for (int signo = 1; signo < 32; signo++) {
+            signal(signo, SIG_DFL);
+        }
+        signal(SIGPIPE, SIG_IGN);
         create(&agents);
     }
-    void TearDown() override {
-        EXPECT_EQ(watch(), nullptr) << "a child watch was left behind";
-        EXPECT_EQ(timer(), nullptr) << "a time-out was left behind";
+    ~Session() {
+        EXPECT_EQ(sources(), "") << "left behind";
         g_clear_object(&runner);
         fs::remove_all(dir);
+    }
+
+    /* What was logged, what the owner was told, and what the steps have written. */
+    std::string outcome() {
+        std::string text = log.take() + std::exchange(told, {}) + trace();
+        fs::remove(dir / "trace");
+        for (size_t at; (at = text.find(dir.string())) != std::string::npos;) {
+            text.replace(at, dir.string().size(), "DIR");
+        }
+        const std::string process = std::to_string(pid);
+        for (size_t at; pid != 0 && (at = text.find(process)) != std::string::npos;) {
+            text.replace(at, process.size(), "PID");
+        }
+        return text;
     }
 
     void create(const DuskvaleRunAgents *table) {
         g_clear_object(&runner);
         address = runner = duskvale_run_new(dir.c_str(), table, this);
     }
-    void add(const Step &step) const {
-        std::ofstream(dir / step.name) << "#!/bin/sh\n" << step.body << "\n";
-        fs::permissions(dir / step.name, static_cast<fs::perms>(step.mode));
+    void add(const std::string &name, const std::string &body, bool executable) const {
+        std::ofstream(dir / name) << "#!/bin/sh\nt=${0%/*}/trace\necho \"  ${0##*/} $*\" >>$t\n"
+                                  << body << "\n";
+        fs::permissions(dir / name, static_cast<fs::perms>(executable ? 0755 : 0644));
     }
-    /* Runs until `times` sequences have ended; what was told of them. */
-    std::string told_after(int times = 1) {
-        EXPECT_TRUE(loop_until([&] { return done >= times; })) << told;
-        done = 0;
-        return std::exchange(told, "");
-    }
-    std::string written() const { return file_text(dir / "trace"); }
+    std::string trace() const { return fs::exists(dir / "trace") ? file_text(dir / "trace") : ""; }
     GSource *source(GSourceFuncs &funcs) const {
         return g_main_context_find_source_by_funcs_user_data(nullptr, &funcs, address);
     }
-    GSource *watch() const { return source(g_child_watch_funcs); }
-    GSource *timer() const { return source(g_timeout_funcs); }
+    std::string sources() const {
+        return std::string(source(g_child_watch_funcs) != nullptr ? "watches\n" : "") +
+               (source(g_timeout_funcs) != nullptr ? "waits for at most four minutes\n" : "");
+    }
+    /* Four minutes pass. */
+    void pass() {
+        constexpr gint64 four_minutes = gint64{240} * G_USEC_PER_SEC;
+        GSource *timer = source(g_timeout_funcs);
+        ASSERT_NE(timer, nullptr);
+        EXPECT_GE(g_source_get_ready_time(timer), started + four_minutes);
+        EXPECT_LE(g_source_get_ready_time(timer), g_get_monotonic_time() + four_minutes);
+        g_source_set_ready_time(timer, 0);
+        EXPECT_TRUE(loop_until([&] { return !log.text().empty(); }));
+    }
+
+    static Session *self(gpointer session) { return static_cast<Session *>(session); }
+    static int step_start(gpointer session, const char *step, gboolean is_master, GPid child) {
+        self(session)->pid = child;
+        self(session)->started = g_get_monotonic_time();
+        self(session)->told += "begins: " + fs::path(step).filename().string() +
+                               (is_master != FALSE ? " as master\n" : " as slave\n");
+        return 0;
+    }
+    static void step_end(gpointer session, const char *step, gboolean is_master, GPid child,
+                         int status) {
+        EXPECT_EQ(child, self(session)->pid);
+        self(session)->told += "ends: " + fs::path(step).filename().string() +
+                               (is_master != FALSE ? " as master, " : " as slave, ") +
+                               std::to_string(status) + "\n";
+    }
+    static int steps_done(gpointer session, int errors) {
+        self(session)->done++;
+        self(session)->told += "done: " + std::to_string(errors) + " errors\n";
+        return 0;
+    }
+    static constexpr DuskvaleRunAgents agents = {step_start, step_end, steps_done, nullptr};
+    static constexpr DuskvaleRunAgents empty = {};
 
     fs::path dir;
     DuskvaleRun *runner = nullptr;
     gpointer address = nullptr; /* of the runner, known also after its release */
-    std::pair<std::string, gboolean> started;
     GPid pid = 0;
-    std::string told; /* each step's own trace and wait status, and each end of a sequence */
-    int done = 0;
+    gint64 started = 0;
+    unsigned done = 0;
+    std::string told;
+    Capture log;
+    Words w;
 
-    static int step_start(gpointer test, const char *step, gboolean is_master, GPid child) {
-        static_cast<Run *>(test)->started = {step, is_master};
-        static_cast<Run *>(test)->pid = child;
-        return 0;
-    }
-    static void step_end(gpointer test, const char *step, gboolean is_master, GPid child,
-                         int status) {
-        auto *self = static_cast<Run *>(test);
-        EXPECT_EQ(self->started, std::pair(std::string(step), is_master));
-        EXPECT_EQ(self->pid, child);
-        const std::string line = self->written();
-        EXPECT_EQ(line, fs::path(step).filename().string() + (is_master ? " start\n" : " stop\n"));
-        fs::remove(self->dir / "trace");
-        self->told += line.substr(0, line.find('\n')) + " " + std::to_string(status) + ", ";
-    }
-    static int steps_done(gpointer test, int errors) {
-        static_cast<Run *>(test)->done++;
-        static_cast<Run *>(test)->told += "errors " + std::to_string(errors) + ". ";
-        return 0;
-    }
-    static constexpr DuskvaleRunAgents agents = {step_start, step_end, steps_done, nullptr};
+    const Commands commands = {
+        {"step", [this] { add(w[1], rest(w, 2), true); }},
+        {"dud", [this] { add(w[1], "", false); }},
+        {"clear",
+         [this] {
+             fs::remove_all(dir);
+             fs::create_directory(dir);
+         }},
+        {"rmdir", [this] { fs::remove_all(dir); }},
+        {"start", [this] { EXPECT_TRUE(duskvale_run_start(runner, w[1] == "master")); }},
+        /* Until so many sequences have ended. */
+        {"wait",
+         [this] {
+             EXPECT_TRUE(loop_until([&] { return done >= number(w[1]); })) << told;
+             done = 0;
+         }},
+        {"until-ready",
+         [this] { EXPECT_TRUE(loop_until([&] { return trace().ends_with("ready\n"); })); }},
+        {"pass", [this] { pass(); }},
+        {"kill", [this] { kill(pid, SIGKILL); }},
+        {"reap", [this] { EXPECT_EQ(waitpid(pid, nullptr, 0), pid); }},
+        {"release", [this] { g_clear_object(&runner); }},
+        {"sources", [this] { told += sources().empty() ? "nothing left\n" : sources(); }},
+        {"agents", [this] { create(w[1] == "none" ? &empty : nullptr); }},
+        {"idle",
+         [this] {
+             EXPECT_TRUE(loop_until([&] { return source(g_child_watch_funcs) == nullptr; }));
+         }},
+    };
 };
 
-TEST_F(Run, StepsRunInTheOrderOfTheRoleAndNoFailureStopsThem) {
-    const auto expect = [this](gboolean is_master, const std::vector<Step> &steps,
-                               const char *expected, std::vector<const char *> not_spawned = {}) {
-        fs::remove_all(dir);
-        fs::create_directory(dir);
-        std::ranges::for_each(steps, [this](const Step &step) { add(step); });
-        std::string errors;
-        for (const char *name : not_spawned) {
-            errors += "ERR(run_next):Failed to execute child process “" + (dir / name).string() +
-                      "” (Permission denied)\n";
-        }
-        Capture log;
-        EXPECT_TRUE(duskvale_run_start(runner, is_master));
-        EXPECT_EQ(told_after(), expected);
-        EXPECT_EQ(log.text(), errors) << expected;
-    };
-    expect(TRUE, {}, "errors 0. ");
-    expect(TRUE, {{"a.run"}, {"9.run"}, {"B.run"}, {"10.run"}},
-           "10.run start 0, 9.run start 0, B.run start 0, a.run start 0, errors 0. ");
-    expect(FALSE, {{"b.run"}, {"c.run"}, {"a.run"}},
-           "c.run stop 0, b.run stop 0, a.run stop 0, errors 0. ");
-    expect(TRUE, {{".x.run"}, {"x.run.bak"}, {"x.Run"}, {"xrun"}, {"x y.run"}},
-           "x y.run start 0, errors 0. ");
-    expect(TRUE, {{"a.run", trace + "; exit 3"}, {"b.run", trace + "; kill -9 $$"}, {"c.run"}},
-           "a.run start 768, b.run start 9, c.run start 0, errors 2. ");
-    const std::vector<Step> duds{
-        {"a.run", "", 0644}, {"b.run", "", 0644}, {"c.run"}, {"d.run", "", 0644}};
-    expect(TRUE, duds, "c.run start 0, errors 0. ", {"a.run", "b.run", "d.run"});
-    expect(FALSE, duds, "c.run stop 0, errors 0. ", {"d.run", "b.run", "a.run"});
-}
-
-TEST_F(Run, MissingDirectoryEndsAtOnceAndIsNotRemembered) {
-    fs::remove(dir);
-    Capture log;
-    EXPECT_TRUE(duskvale_run_start(runner, FALSE));
-    EXPECT_EQ(std::exchange(told, ""), "errors 0. ") << "before the return";
-    EXPECT_EQ(log.take(), "ERR(duskvale_run_start):Failed glob(" + dir.string() + "/*.run): 2\n");
-    fs::create_directory(dir);
-    add({"a.run"});
-    duskvale_run_start(runner, TRUE);
-    EXPECT_EQ(told_after(2), "a.run start 0, errors 0. ");
-    EXPECT_EQ(log.text(), "");
-}
-
-TEST_F(Run, LastRoleAskedForMeanwhileRunsAfterwards) {
-    add({"a.run", trace + "; exit 1"});
-    Capture log;
-    duskvale_run_start(runner, TRUE);
-    EXPECT_TRUE(duskvale_run_start(runner, TRUE));
-    EXPECT_TRUE(duskvale_run_start(runner, FALSE));
-    EXPECT_EQ(told_after(2), "a.run start 256, errors 1. a.run stop 256, errors 1. ");
-    EXPECT_EQ(log.text(), "INFO: Already running -- remember pending transition (is_master=1)\n"
-                          "INFO: Already running -- remember pending transition (is_master=0)\n"
-                          "INFO: Run pending transition (is_master=0)\n");
-    duskvale_run_start(runner, TRUE);
-    EXPECT_EQ(told_after(), "a.run start 256, errors 1. ") << "the pending role was used up";
-}
-
-TEST_F(Run, StepGetsACleanProcess) {
-    /* What a step could wrongly inherit: an open descriptor, an ignored signal (up to 31: glibc's
-       posix_spawn, which ninja uses, leaves signal 32 ignored, and nobody can use that one). */
-    const int fd = open("/dev/null", O_RDONLY);
-    const auto old_pipe = signal(SIGPIPE, SIG_IGN);
-    add({"a.run", trace + R"(
-for set in SigBlk SigIgn; do
-    mask=$(sed -n "s/^$set:\t//p" /proc/self/status)
-    echo "$set" $((0x$mask & 0x7fffffff))
-done >"${0%/*}/process"
-readlink /proc/$$/cwd >>"${0%/*}/process"
-[ ! -e /proc/$$/fd/)" +
-                      std::to_string(fd) + " ]"});
-    duskvale_run_start(runner, TRUE);
-    EXPECT_EQ(told_after(), "a.run start 0, errors 0. ");
-    EXPECT_EQ(file_text(dir / "process"),
-              "SigBlk 0\nSigIgn 0\n" + fs::current_path().string() + "\n");
-    signal(SIGPIPE, old_pipe);
-    close(fd);
-}
-
-TEST_F(Run, StepGetsOneSigtermAfterFourMinutesAndIsWaitedFor) {
-    constexpr gint64 four_minutes = gint64{240} * G_USEC_PER_SEC;
-    /* The trap comes before the trace: once that is written, the step is ready for the signal. */
-    add({"obeys.run", trace + "; exec sleep 300"});
-    add({"resists.run", "trap '' TERM; " + trace + "; exec sleep 300"});
-    const gint64 before = g_get_monotonic_time();
-    duskvale_run_start(runner, TRUE);
-    for (const std::string name : {"obeys.run", "resists.run"}) {
-        ASSERT_TRUE(loop_until([&] { return written() == name + " start\n"; }));
-        ASSERT_NE(timer(), nullptr);
-        EXPECT_GE(g_source_get_ready_time(timer()), before + four_minutes);
-        EXPECT_LE(g_source_get_ready_time(timer()), g_get_monotonic_time() + four_minutes);
-        Capture log;
-        g_source_set_ready_time(timer(), 0); /* four minutes pass */
-        EXPECT_TRUE(loop_until([&] { return !log.text().empty(); }));
-        EXPECT_EQ(log.text(),
-                  "ERR(child_timeout):child_timeout(pid=" + std::to_string(pid) + ")\n");
-    }
-    EXPECT_EQ(timer(), nullptr) << "no second signal follows";
-    EXPECT_NE(watch(), nullptr) << "the sequence waits for the end";
-    kill(pid, SIGKILL);
-    EXPECT_EQ(told_after(), "obeys.run start 15, resists.run start 9, errors 2. ");
-}
-
-TEST_F(Run, ReleasedInMidSequenceItLeavesNoSource) {
-    add({"a.run", "exec sleep 300"});
-    duskvale_run_start(runner, TRUE);
-    ASSERT_NE(watch(), nullptr);
-    ASSERT_NE(timer(), nullptr);
-    g_clear_object(&runner);
-    EXPECT_EQ(watch(), nullptr);
-    EXPECT_EQ(timer(), nullptr);
-    EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), 0) << "the step itself goes on";
-    EXPECT_EQ(kill(pid, SIGKILL), 0);
-    EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
-}
-
-TEST_F(Run, AgentsMayBeMissing) {
-    const DuskvaleRunAgents empty = {};
-    add({"a.run"});
-    for (const auto *table : {&empty, static_cast<const DuskvaleRunAgents *>(nullptr)}) {
-        create(table);
-        duskvale_run_start(runner, TRUE);
-        EXPECT_TRUE(loop_until([&] { return watch() == nullptr; }));
-    }
-    EXPECT_EQ(written(), "a.run start\na.run start\n");
+TEST(Run, DoesAsItDid) {
+    expect_script<Session>("steps");
 }
 
 /* Each skipped file would cost a recursion its frames: a thousand of them, on a small stack. */
-TEST_F(Run, ThousandUnspawnableFilesNeedNoStack) {
+TEST(Run, ThousandFilesThatCannotBeRunNeedNoStack) {
+    Session session;
     for (int i = 0; i < 1000; i++) {
-        add({std::to_string(i) + ".run", "", 0644});
+        session.add(std::to_string(i) + ".run", "", false);
     }
-    Capture log;
     pthread_attr_t small;
     pthread_attr_init(&small);
     pthread_attr_setstacksize(&small, 131072);
     pthread_t thread;
-    const auto start = [](void *self) -> void * {
-        return GINT_TO_POINTER(duskvale_run_start(static_cast<DuskvaleRun *>(self), FALSE));
+    const auto start = [](void *runner) -> void * {
+        return GINT_TO_POINTER(duskvale_run_start(static_cast<DuskvaleRun *>(runner), FALSE));
     };
-    ASSERT_EQ(pthread_create(&thread, &small, start, runner), 0);
+    ASSERT_EQ(pthread_create(&thread, &small, start, session.runner), 0);
     pthread_join(thread, nullptr);
-    EXPECT_EQ(told, "errors 0. ");
-    EXPECT_EQ(std::ranges::count(log.text(), '\n'), 1000);
+    EXPECT_EQ(std::ranges::count(session.outcome(), '\n'), 1001);
 }
 
 } // namespace

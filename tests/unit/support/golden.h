@@ -1,5 +1,5 @@
 /*
- * Texts held against kept examples, in the directory golden/ of the room. With UPDATE_GOLDEN=1 in
+ * Texts held against kept examples, in the directory that GOLDEN names. With UPDATE_GOLDEN=1 in
  * the environment of the test the examples are written anew; read the difference before you commit
  * it.
  */
@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 /* Compares with golden/NAME. */
@@ -17,5 +18,10 @@ inline void expect_golden(const std::string &name, const std::string &text) {
     if (std::getenv("UPDATE_GOLDEN") != nullptr) {
         std::ofstream(path) << text;
     }
-    EXPECT_EQ(text, file_text(path)) << path;
+    if (text != file_text(path)) {
+        ADD_FAILURE() << path << " differs: + is what came of it now";
+        FILE *diff = popen(("diff -u '" + path.string() + "' -").c_str(), "w");
+        fputs(text.c_str(), diff);
+        pclose(diff);
+    }
 }
