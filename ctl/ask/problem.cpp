@@ -22,20 +22,19 @@ struct Row {
 constexpr Row rows[] = {
     {ProblemKind::daemon_not_running, Exit::not_running, "daemon-not-running",
      "the daemon is not running (nobody owns " DUSKVALE_BUS_NAME ")",
-     "systemctl status " DUSKVALE_IDENT ", and 'duskvalectl why' for how it ended"},
+     "systemctl status " DUSKVALE_IDENT ", and duskvalectl why"},
     {ProblemKind::no_corosync, Exit::no_corosync, "corosync-missing",
      "the daemon is not running, and neither is corosync, which it needs",
-     "systemctl status corosync, and start it; the daemon's service follows"},
+     "systemctl start corosync: the daemon's unit follows"},
     {ProblemKind::bus_unreachable, Exit::bus_unreachable, "bus-unreachable",
-     "the system bus cannot be reached",
-     "systemctl status dbus, and whether this is a container without the bus"},
+     "the system bus cannot be reached", "systemctl status dbus; a container may have none"},
     {ProblemKind::not_permitted, Exit::not_permitted, "not-permitted",
      "the policy of the system bus does not let you ask this", "the same as root, with sudo"},
     {ProblemKind::no_answer, Exit::timed_out, "no-answer",
-     "the daemon is there but does not answer",
-     "look whether it is stopped or starved: systemctl status " DUSKVALE_IDENT},
+     "the daemon is running but does not answer: it is stopped or starved",
+     "systemctl status " DUSKVALE_IDENT},
     {ProblemKind::failed, Exit::failed, "failed", "the daemon gave an answer that does not fit",
-     "compare the versions: duskvalectl --version, and the installed daemon"},
+     "systemctl restart " DUSKVALE_IDENT ", if it was upgraded since it started"},
 };
 
 const Row &row_of(const Problem &problem) {
@@ -69,7 +68,7 @@ int problem_exit(const Problem &problem) {
 }
 
 int report(const Problem &problem) {
-    std::fprintf(stderr, "duskvalectl: %s\nTry %s.\n", problem_text(problem).c_str(),
+    std::fprintf(stderr, "duskvalectl: %s\nNext: %s\n", problem_text(problem).c_str(),
                  problem_advice(problem));
     return problem_exit(problem);
 }

@@ -1,9 +1,14 @@
 #include "ctl/ask/request.h"
 
+#include "ctl/ask/program.h"
 #include "ctl/ask/progress.h"
 #include "ctl/exit-status.h"
 #include "ctl/print/text.h"
 
+#include "base/paths.h"
+
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
 
 namespace ctl {
@@ -15,22 +20,21 @@ int refuse(const std::string &why) {
     return Exit::refused;
 }
 
-/* Why the daemon refused: what it holds against a request shows in its state. */
+/* Why the daemon refused shows in its state. */
 std::string refusal(const Request &request, const client::Snapshot &now) {
     if (request.needs_no_freeze && now.frozen_node != 0) {
-        const std::string reason =
-            now.frozen_reason.empty() ? "no reason given" : printable(now.frozen_reason);
-        return "mastership is frozen to " + node_text(now.frozen_node) + ": " + reason +
-               (now.members < 2 ? "\nTo go on, bring another node back, since a single one cannot "
-                                  "lift a freeze; then duskvalectl unfreeze"
-                                : "\nTo go on, lift the freeze: duskvalectl unfreeze");
+        return "mastership is frozen to " + node_text(now.frozen_node) + ": " +
+               reason_text(now.frozen_reason) +
+               (now.members < 2
+                    ? "\nNext: bring another node back, since a single one cannot lift a "
+                      "freeze; then duskvalectl unfreeze"
+                    : "\nNext: duskvalectl unfreeze");
     }
     if (now.members < 2) {
         return "only one node is in the group\n"
-               "To go on, bring another node back: systemctl status corosync "
-               "duskvale-corosync-bridge, on that node";
+               "Next: systemctl status corosync " DUSKVALE_IDENT " on the other nodes";
     }
-    return "the daemon said no, and its state has changed since\nTo go on, ask again";
+    return "the daemon refused, and its state has changed since\nNext: ask again";
 }
 
 std::string role_text(const client::Snapshot &snapshot) {
@@ -56,21 +60,25 @@ std::string outcome_text(const Settling &settling, int64_t took) {
     return text + ", after " + duration_text(std::chrono::microseconds(took));
 }
 
+/* Why nothing came of it. A corosync that is stalled keeps the request. */
+std::string no_effect_text() {
+    return ask_program({"corosync-cmapctl", "nodelist.local_node_pos"}).timed_out
+               ? "corosync does not answer: it is stopped or starved\n"
+                 "Next: systemctl status corosync. It keeps the request, which may still take "
+                 "effect when corosync continues"
+               : "nothing came back from the cluster\n"
+                 "Next: duskvalectl status, then ask again: a request can be lost while the ring "
+                 "is "
+                 "being formed";
+}
+
 int timed_out(const Settling &settling, double limit) {
-    std::string missing;
-    if (!settling.effect_seen) {
-        missing = "nothing came back from the cluster\n"
-                  "A request can be lost while the ring is being formed. Look at 'duskvalectl "
-                  "status', then ask again";
-    } else if (!settling.step.empty()) {
-        missing = "the step " + file_name(settling.step) + " is still running";
-    } else {
-        missing = "it took effect, but the cluster has not come to rest";
-    }
+    const std::string missing = !settling.effect_seen ? no_effect_text()
+                                : !settling.step.empty()
+                                    ? "the step " + file_name(settling.step) + " is still running"
+                                    : "it took effect, but the cluster is not at rest yet";
     std::fprintf(stderr, "duskvalectl: timed out after %s: %s\n",
-                 duration_text(std::chrono::round<std::chrono::microseconds>(
-                                   std::chrono::duration<double>(limit)))
-                     .c_str(),
+                 duration_text(std::chrono::milliseconds(std::llround(limit * 1000))).c_str(),
                  missing.c_str());
     return Exit::timed_out;
 }
@@ -103,17 +111,45 @@ int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &be
     }
     print_line(outcome_text(settling, g_get_monotonic_time() - start));
     if (!request.holds(settling.last)) {
-        std::fputs("duskvalectl: it did not hold: the cluster decided otherwise since\n", stderr);
+        std::fputs("duskvalectl: it did not last: something else has changed it since\n", stderr);
         return Exit::failed;
     }
     return settling.failed > 0 ? Exit::failed : Exit::ok;
+}
+
+/* Whether the effect shows within a second. */
+bool took_effect(Bus &bus, const Request &request, const client::Snapshot &before) {
+    const Deadline deadline = after(1);
+    bool seen = request.effect == nullptr;
+    while (!seen) {
+        const std::optional<News> news = bus.next(deadline);
+        if (!news) {
+            return false;
+        }
+        seen = news->announcement() != nullptr && request.effect(*news->announcement(), before);
+    }
+    return true;
+}
+
+/* The daemon says nothing of a setting that it could not write, and loses it with its end. */
+int check_stored(const Request &request) {
+    const StoredSetting stored = read_stored(request.stored_in);
+    if (stored.fault == EACCES || request.is_stored(stored)) {
+        return Exit::ok;
+    }
+    std::fprintf(
+        stderr,
+        "duskvalectl: it is in effect, but this node has not stored it in %s, and loses it "
+        "when its daemon restarts\nNext: df /etc/duskvale; when there is space, ask again\n",
+        request.stored_in);
+    return Exit::failed;
 }
 
 } // namespace
 
 int carry_out(const Request &request, std::optional<double> wait) {
     Bus bus;
-    const Result<client::Snapshot> before = open_daemon(bus, wait.has_value());
+    const Result<client::Snapshot> before = open_daemon(bus, true);
     if (!before) {
         return report(before.problem());
     }
@@ -121,7 +157,7 @@ int carry_out(const Request &request, std::optional<double> wait) {
     if (!objection.empty()) {
         return refuse(objection);
     }
-    const Result<bool> accepted = request.ask(bus);
+    const Result<bool> accepted = bus.ask(request.call);
     if (!accepted) {
         return report(accepted.problem());
     }
@@ -130,7 +166,9 @@ int carry_out(const Request &request, std::optional<double> wait) {
         return now ? refuse(refusal(request, *now)) : report(now.problem());
     }
     print_line(request.asked(*before));
-    return wait ? wait_for_effect(bus, request, *before, *wait) : Exit::ok;
+    const int status = wait ? wait_for_effect(bus, request, *before, *wait) : Exit::ok;
+    const bool in_effect = wait ? status == Exit::ok : took_effect(bus, request, *before);
+    return request.stored_in != nullptr && in_effect ? check_stored(request) : status;
 }
 
 } // namespace ctl

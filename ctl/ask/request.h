@@ -2,8 +2,8 @@
    wait for the effect when told to. */
 #pragma once
 
-#include "ctl/ask/bus.h"
 #include "ctl/ask/settle.h"
+#include "ctl/ask/stored-setting.h"
 
 #include <functional>
 #include <optional>
@@ -12,21 +12,23 @@
 namespace ctl {
 
 struct Request {
+    client::Call call;
+    /* What was asked, in words. */
+    std::function<std::string(const client::Snapshot &before)> asked;
+    /* Whether it came out as asked, once all is done. */
+    std::function<bool(const client::Snapshot &after)> holds;
+    /* The announcement in which the effect shows; null when the answer is the effect. */
+    std::function<bool(const client::Announcement &, const client::Snapshot &before)> effect = {};
+    /* Whether an election follows in this state; null when none does. */
+    std::function<bool(const client::Snapshot &before)> election = {};
     /* Why the request would be pointless or harmful in this state, with what to do instead; empty
        to go ahead. May be null. */
-    std::function<std::string(const client::Snapshot &)> objection;
-    /* Asks the daemon; false when it refuses. */
-    std::function<Result<bool>(Bus &)> ask;
-    /* What was asked, in words. */
-    std::function<std::string(const client::Snapshot &)> asked;
-    /* The announcement in which the effect shows; null when the answer is the effect. */
-    std::function<bool(const client::Announcement &, const client::Snapshot &before)> effect;
-    /* Whether an election follows in this state. May be null. */
-    std::function<bool(const client::Snapshot &before)> election;
-    /* How it came out, in words, once all is done; false when it did not come out as asked. */
-    std::function<bool(const client::Snapshot &after)> holds;
-    /* The command is refused while mastership is frozen. */
+    std::function<std::string(const client::Snapshot &before)> objection = {};
+    /* The daemon refuses it while mastership is frozen. */
     bool needs_no_freeze = false;
+    /* The file in which this node's daemon stores the result, and whether it does; may be null. */
+    const char *stored_in = nullptr;
+    std::function<bool(const StoredSetting &)> is_stored = {};
 };
 
 /* Carries `request` out and, with `wait`, waits so many seconds for its effect. Returns the exit

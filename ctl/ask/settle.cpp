@@ -14,13 +14,13 @@ public:
         : bus(the_bus), request(the_request) {
         result.last = before;
         result.effect_seen = request.effect == nullptr;
-        steps_running = before.in_transition;
+        result.steps_running = before.in_transition;
         stir();
     }
 
     Settling run() {
         while (true) {
-            const bool at_rest = result.effect_seen && !steps_running;
+            const bool at_rest = result.effect_seen && !result.steps_running;
             if (at_rest && !bus.has_news() && (!request.election || passed(quiet_from))) {
                 if (confirm()) {
                     return finish(Settled::yes);
@@ -67,7 +67,7 @@ private:
     void follow(const client::Announcement &announcement) {
         std::visit(Overloaded{
                        [this](const client::NewMaster &) {
-                           steps_running = true;
+                           result.steps_running = true;
                            stir();
                        },
                        [this](const client::FrozenMaster &) { stir(); },
@@ -77,7 +77,7 @@ private:
                        [](const client::Text &) {},
                        [](const client::Hotplug &) {},
                        [this](const client::StepBegin &begin) {
-                           steps_running = true;
+                           result.steps_running = true;
                            result.step = begin.step;
                        },
                        [this](const client::StepEnd &end) {
@@ -86,7 +86,7 @@ private:
                            result.failed += end.wait_status != 0 ? 1 : 0;
                        },
                        [this](const client::StepsDone &) {
-                           steps_running = false;
+                           result.steps_running = false;
                            result.step.clear();
                        },
                    },
@@ -111,8 +111,8 @@ private:
             return true;
         }
         result.last = *snapshot;
-        steps_running = snapshot->in_transition;
-        return !steps_running && !bus.has_news();
+        result.steps_running = snapshot->in_transition;
+        return !result.steps_running && !bus.has_news();
     }
 
     Settling finish(Settled outcome) {
@@ -124,7 +124,6 @@ private:
     const SettleRequest &request;
     Settling result;
     Deadline quiet_from;
-    bool steps_running = false;
     std::optional<Settled> lost;
 };
 

@@ -19,11 +19,12 @@ enum class Settled { yes, timed_out, vanished, bus_lost };
 struct Settling {
     Settled outcome = Settled::timed_out;
     bool effect_seen = false;
-    client::Snapshot last; /* the state at the end; the last one read when there is none */
-    unsigned steps = 0;    /* run steps that ended while waiting */
-    unsigned failed = 0;   /* those of them that failed */
-    std::string step;      /* the path of the step still running, or "" */
-    Problem problem;       /* of vanished and bus_lost */
+    bool steps_running = false; /* of this node */
+    client::Snapshot last;      /* the state at the end; the last one read when there is none */
+    unsigned steps = 0;         /* run steps that ended while waiting */
+    unsigned failed = 0;        /* those of them that failed */
+    std::string step;           /* the path of the step still running, or "" */
+    Problem problem;            /* of vanished and bus_lost */
 };
 
 struct SettleRequest {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "base/paths.h"
+
 namespace ctl {
 
 namespace {
@@ -38,9 +40,9 @@ int command_freeze(const Options &options) {
     request.objection = [](const client::Snapshot &before) -> std::string {
         return before.master_node != 0 ? ""
                                        : "no master is known that mastership could be frozen to\n"
-                                         "To go on, wait for one: duskvalectl wait stable";
+                                         "Next: duskvalectl wait stable";
     };
-    request.ask = [&reason](Bus &bus) { return bus.ask(client::freeze(reason)); };
+    request.call = client::freeze(reason);
     request.asked = [&reason](const client::Snapshot &before) {
         return "asked to freeze mastership to " + node_text(before.master_node) +
                (before.is_master ? ", this node: " : ": ") + reason;
@@ -48,6 +50,10 @@ int command_freeze(const Options &options) {
     request.effect = [&reason](const client::Announcement &announcement, const client::Snapshot &) {
         const auto *frozen = std::get_if<client::FrozenMaster>(&announcement);
         return frozen != nullptr && frozen->node != 0 && frozen->reason == reason;
+    };
+    request.stored_in = DUSKVALE_FROZEN_MASTER_FILE;
+    request.is_stored = [&reason](const StoredSetting &stored) {
+        return stored.value() != 0 && stored.text == reason;
     };
     request.holds = [&reason](const client::Snapshot &now) {
         return now.frozen_node != 0 && now.frozen_reason == reason;

@@ -14,13 +14,12 @@ int command_give_back(const Options &options) {
             return {};
         }
         if (before.master_node == 0) {
-            return "no master is known\nTo go on, wait for one: duskvalectl wait stable";
+            return "no master is known\nNext: duskvalectl wait stable";
         }
-        return "this node is not master, " + node_text(before.master_node) +
-               " is\nTo go on, ask there, or 'duskvalectl take-over' on the node that shall have "
-               "it";
+        return "this node is not the master, " + node_text(before.master_node) +
+               " is\nNext: ask there; or, on the node that should be master: duskvalectl take-over";
     };
-    request.ask = [](Bus &bus) { return bus.ask(client::give_back()); };
+    request.call = client::give_back();
     request.asked = [](const client::Snapshot &before) {
         return "asked for another node to be master instead of " + node_text(before.local_node) +
                ", this node";

@@ -2,6 +2,8 @@
 #include "ctl/commands/commands.h"
 #include "ctl/print/text.h"
 
+#include "version.h"
+
 namespace ctl {
 
 namespace {
@@ -30,7 +32,8 @@ std::string label_value(const std::string &text) {
 
 void print_state(const client::Snapshot &now) {
     gauge("daemon", "The daemon that answered; always 1.", 1,
-          "{version=\"" + label_value(now.interface_version) + "\",node=\"" +
+          "{interface_version=\"" + label_value(now.interface_version) +
+              "\",program_version=\"" DUSKVALE_VERSION "\",node=\"" +
               std::to_string(now.local_node) + "\"}");
     gauge("master_node", "Node id of the master, 0 while none is known.", now.master_node);
     gauge("is_master", "Whether this node is the master.", now.is_master ? 1 : 0);

@@ -2,12 +2,14 @@
 #include "ctl/commands/commands.h"
 #include "ctl/print/text.h"
 
+#include "base/paths.h"
+
 namespace ctl {
 
 int command_prefer(const Options &options) {
     const bool preferred = options.word == "on";
     Request request;
-    request.ask = [preferred](Bus &bus) { return bus.ask(client::set_preferred(preferred)); };
+    request.call = client::set_preferred(preferred);
     request.asked = [preferred](const client::Snapshot &before) {
         return node_text(before.local_node) + ", this node, is " +
                (preferred ? "now preferred as master" : "no longer preferred as master") +
@@ -16,6 +18,10 @@ int command_prefer(const Options &options) {
                     : "; an election follows");
     };
     request.election = [](const client::Snapshot &before) { return before.frozen_node == 0; };
+    request.stored_in = DUSKVALE_PREFERRED_MASTER_FILE;
+    request.is_stored = [preferred](const StoredSetting &stored) {
+        return (stored.value() != 0) == preferred;
+    };
     request.holds = [preferred](const client::Snapshot &now) { return now.preferred == preferred; };
     return carry_out(request, options.wait);
 }

@@ -29,10 +29,7 @@ std::string frozen_line(const client::Snapshot &snapshot) {
     if (snapshot.frozen_node == snapshot.local_node) {
         text += ", this node";
     }
-    return paint(Colour::doubtful,
-                 text + ": " +
-                     (snapshot.frozen_reason.empty() ? "no reason given"
-                                                     : printable(snapshot.frozen_reason)));
+    return paint(Colour::doubtful, text + ": " + reason_text(snapshot.frozen_reason));
 }
 
 std::string members_line(const client::Snapshot &snapshot) {
@@ -76,7 +73,7 @@ int command_status(const Options &options) {
         } else {
             line = {{"state", problem_word(snapshot.problem())},
                     {"message", problem_text(snapshot.problem())},
-                    {"try", problem_advice(snapshot.problem())}};
+                    {"next", problem_advice(snapshot.problem())}};
         }
         print_line(json_line(line));
         return snapshot ? int{Exit::ok} : problem_exit(snapshot.problem());

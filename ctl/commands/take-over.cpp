@@ -7,7 +7,7 @@ namespace ctl {
 int command_take_over(const Options &options) {
     Request request;
     request.needs_no_freeze = true;
-    request.ask = [](Bus &bus) { return bus.ask(client::take_over()); };
+    request.call = client::take_over();
     request.asked = [](const client::Snapshot &before) {
         return "asked for " + node_text(before.local_node) + ", this node, to be master";
     };

@@ -68,8 +68,10 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
             return report(settling.problem);
         }
         if (settling.outcome == Settled::timed_out) {
-            return timed_out(wanted, settling.effect_seen ? "this node's run steps are not done"
-                                                          : "it did not happen");
+            return timed_out(wanted, !settling.effect_seen ? "it did not happen"
+                                     : settling.steps_running
+                                         ? "this node's run steps are not done"
+                                         : "no second has passed without news");
         }
         /* Otherwise the role was lost again meanwhile, or the daemon restarts. */
         if (settling.outcome == Settled::yes && fits(wanted, settling.last)) {
@@ -84,7 +86,9 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
 } // namespace
 
 int command_wait(const Options &options) {
-    const Deadline deadline = options.timeout ? after(*options.timeout) : std::nullopt;
+    /* A time-out of a second must leave room for a second of rest. */
+    const double room = options.word == "stable" ? 0.1 : 0;
+    const Deadline deadline = options.timeout ? after(*options.timeout + room) : std::nullopt;
     Bus bus;
     if (const std::optional<Problem> problem = bus.connect()) {
         return report(*problem);

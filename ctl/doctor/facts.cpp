@@ -1,7 +1,7 @@
 #include "ctl/doctor/facts.h"
 
 #include "ctl/ask/corosync-probe.h"
-#include "ctl/doctor/program.h"
+#include "ctl/ask/program.h"
 
 #include "base/paths.h"
 

@@ -1,5 +1,7 @@
 #include "ctl/print/json.h"
 
+#include "version.h"
+
 namespace ctl {
 
 Json json_node(client::NodeId node) {
@@ -8,7 +10,8 @@ Json json_node(client::NodeId node) {
 
 Json json_snapshot(const client::Snapshot &snapshot) {
     return {
-        {"version", snapshot.interface_version},
+        {"interface_version", snapshot.interface_version},
+        {"program_version", DUSKVALE_VERSION},
         {"local_node", json_node(snapshot.local_node)},
         {"master_node", json_node(snapshot.master_node)},
         {"is_master", snapshot.is_master},

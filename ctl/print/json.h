@@ -10,14 +10,14 @@
 namespace ctl {
 
 /* Grows by one with each change that a program could notice other than an added key. */
-constexpr int json_schema = 1;
+constexpr int json_schema = 2;
 
 /* Keeps the order in which members are added. */
 using Json = nlohmann::ordered_json;
 
 /* Null for a node that does not exist. */
 Json json_node(client::NodeId node);
-/* The members of a snapshot. */
+/* The members of a snapshot, and the version of this program. */
 Json json_snapshot(const client::Snapshot &snapshot);
 
 /* The schema number and the members of `object`, as one line without the newline. Bytes that are

@@ -77,15 +77,21 @@ std::string printable(const std::string &text) {
     std::string result;
     for (const char *at = valid; *at != '\0'; at = g_utf8_next_char(at)) {
         const gunichar character = g_utf8_get_char(at);
-        if (g_unichar_iscntrl(character)) {
+        const GUnicodeType type = g_unichar_type(character);
+        if (!g_unichar_isprint(character) || type == G_UNICODE_LINE_SEPARATOR ||
+            type == G_UNICODE_PARAGRAPH_SEPARATOR) {
             char code[16];
-            std::snprintf(code, sizeof code, "\\x%02x", character);
+            std::snprintf(code, sizeof code, character < 0x100 ? "\\x%02x" : "\\u%04x", character);
             result += code;
         } else {
             result.append(at, static_cast<std::size_t>(g_utf8_next_char(at) - at));
         }
     }
     return result;
+}
+
+std::string reason_text(const std::string &reason) {
+    return reason.empty() ? "no reason given" : printable(reason);
 }
 
 std::string clock_text(int64_t time) {

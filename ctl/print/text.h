@@ -21,9 +21,13 @@ std::string node_text(client::NodeId node);
 std::string counted(uint64_t count, const char *noun);
 /* The last part of a path, safe for a terminal. */
 std::string file_name(const std::string &path);
-/* `text` with every control character as \xNN and every invalid byte as U+FFFD: texts of other
-   nodes must not steer the reader's terminal. */
+/* `text` on one line: what is not visible (control characters, marks of direction, separators of
+   lines) as \xNN or \uNNNN, and every invalid byte as U+FFFD. Texts of other nodes must not steer
+   the reader's terminal, nor hide anything from the reader. */
 std::string printable(const std::string &text);
+
+/* The reason of a freeze, safe for a terminal. */
+std::string reason_text(const std::string &reason);
 
 /* Microseconds since 1970 as local time: "12:03:04.512", "2024-05-01 12:03:04.512", and RFC 3339
    with the zone's offset. */

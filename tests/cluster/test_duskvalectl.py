@@ -57,7 +57,7 @@ def test_requests_take_effect_or_say_why_not(cluster):
     assert said(third) == screen(third, master, frozen=f"to {where}: disk repair")
     assert said(master) == screen(master, master, frozen=f"to {where}, this node: disk repair")
     refusal = (f"duskvalectl: refused: mastership is frozen to {where}: disk repair\n"
-               "To go on, lift the freeze: duskvalectl unfreeze\n")
+               "Next: duskvalectl unfreeze\n")
     assert said(third, "take-over", "--wait", status=REFUSED) == refusal
     assert said(master, "give-back", "--wait", status=REFUSED) == refusal
     assert said(third, "prefer", "on", "--wait") == (
@@ -96,7 +96,7 @@ def test_everybody_may_look_and_only_root_may_ask(cluster):
         result = node.run([*user, *request], check=False)
         assert (result.returncode, result.stdout) == (NOT_PERMITTED, "")
         assert result.stderr == ("duskvalectl: the policy of the system bus does not let you ask "
-                                 "this\nTry the same as root, with sudo.\n")
+                                 "this\nNext: the same as root, with sudo\n")
     assert said(node) == screen(node, master)
 
 

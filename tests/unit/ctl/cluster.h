@@ -85,16 +85,22 @@ protected:
     }
 
     int pending = 0;
+    bool immediate = false; /* what the cluster does comes before the answer to the request */
     int step_status = 0;
     std::function<void()> after_steps; /* once, in the same breath as the end of the steps */
     std::function<void()> on_take_over = [this] { apply(local); };
     std::function<void()> on_prefer = [] {};
+    std::function<void()> while_read; /* once, while the properties are being read */
 
     /* What comes of a request to the object whose agents have `data`. */
     template <typename Event>
     static int grant(gpointer data, Event event) {
         auto *self = static_cast<ClusterTest *>(static_cast<DBusTest *>(data));
-        self->later([self, event] { event(*self); });
+        if (self->immediate) {
+            event(*self);
+        } else {
+            self->later([self, event] { event(*self); });
+        }
         return 0;
     }
     static constexpr DuskvaleDBusAgents granting = {
@@ -119,7 +125,14 @@ protected:
         .take_over = [](gpointer d) { return grant(d, [](auto &c) { c.on_take_over(); }); },
         .give_back = [](gpointer d) { return grant(d, [](auto &c) { c.apply(other); }); },
         .lumacrate_hotplug = recording.lumacrate_hotplug,
-        .lumacrates_count = [](gpointer) { return 2; },
+        .lumacrates_count =
+            [](gpointer d) {
+                auto *self = static_cast<ClusterTest *>(static_cast<DBusTest *>(d));
+                if (self->while_read) {
+                    std::exchange(self->while_read, nullptr)();
+                }
+                return 2;
+            },
     };
 };
 

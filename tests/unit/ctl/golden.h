@@ -74,7 +74,9 @@ inline std::string transcript(const Words &words, const Outcome &outcome) {
     for (std::string line; std::getline(lines, line);) {
         text += "! " + line + "\n";
     }
-    return text + "\n";
+    /* The version of the program grows with each release. */
+    static const std::regex version(R"((program_version"?[:=]")[^"]+)");
+    return std::regex_replace(text, version, "$1X.Y.Z") + "\n";
 }
 
 /* The transcripts of one command line after another; `between` is called after each. */

@@ -1,9 +1,11 @@
 /* The operator's requests: granted, refused, waited for; and waiting by itself. */
 #include "ctl/cluster.h"
 
+#include <sys/mount.h>
+
 class Requests : public ClusterTest {};
 
-TEST_F(Requests, areSentAndTold) {
+TEST_F(Requests, areSentAndConfirmed) {
     up(other);
     std::string text = session({{"take-over"}});
     up(local);
@@ -32,7 +34,7 @@ TEST_F(Requests, waitForTheirEffectAndTheSteps) {
     expect_timed_golden("requests-wait", text);
 }
 
-TEST_F(Requests, areRefusedInWordsWithAWayOn) {
+TEST_F(Requests, areRefusedWithAReasonAndAWayOn) {
     up(other);
     duskvale_notify_frozen_master(dbus, other, "kernel upgrade");
     std::string text = session({{"take-over", "--wait"}});
@@ -68,6 +70,28 @@ TEST_F(Requests, sayWhenTheyDidNotTakeEffectOrDidNotHold) {
     expect_timed_golden("requests-unfulfilled", text);
 }
 
+TEST_F(Requests, sayWhenACorosyncThatIsStalledKeepsThem) {
+    up(other);
+    on_take_over = [] {};
+    /* The status with which timeout(1) ends a program that does not answer. */
+    const Outcome outcome = shell("mkdir -p /mnt/tools; PATH=/mnt/tools:$PATH\n"
+                                  "printf '#!/bin/sh\\nexit 124' >/mnt/tools/corosync-cmapctl\n"
+                                  "chmod 755 /mnt/tools/*; duskvalectl take-over --wait=0.1");
+    EXPECT_EQ(outcome.status, 5);
+    EXPECT_THAT(outcome.err, HasSubstr("may still take effect"));
+}
+
+TEST_F(Requests, sayWhenTheirResultIsNotOnTheDisk) {
+    up(other);
+    const char *directory = "/etc/duskvale";
+    ASSERT_EQ(mount("none", directory, "tmpfs", 0, "size=4096"), 0);
+    std::ofstream(std::string(directory) + "/full") << std::string(4096, 'x');
+    std::string text = session({{"freeze", "night"}, {"freeze", "night", "--wait"}, {"unfreeze"}});
+    text += session({{"prefer", "on"}, {"prefer", "off", "--wait"}});
+    ASSERT_EQ(umount(directory), 0);
+    expect_timed_golden("requests-lost", text);
+}
+
 TEST_F(Requests, waitForStepsThatWereRememberedBehindOthers) {
     up(other);
     /* An earlier sequence still runs when this node takes over: its end is not the end of the
@@ -97,6 +121,16 @@ TEST_F(Requests, sayWhenTheDaemonEndsMeanwhile) {
     EXPECT_EQ(child.end(), 4) << child.stderr_text();
 }
 
+TEST_F(Requests, missNothingThatIsAnnouncedBehindTheState) {
+    up(other);
+    while_read = [this] { later([this] { apply(local); }); };
+    EXPECT_EQ(duskvalectl({"wait", "master", "--timeout=5"}).status, 0);
+    /* Announced before the answer to the request. */
+    up(other);
+    immediate = true;
+    EXPECT_EQ(duskvalectl({"take-over", "--wait=5"}).status, 0);
+}
+
 TEST_F(Requests, showTheStepsAsTheyGoOnATerminal) {
     up(other);
     step_status = 512;
@@ -118,8 +152,11 @@ TEST_F(Requests, reportDevicesAsTheRuleOfUdevWould) {
 
 TEST_F(Requests, waitForARoleOrForRest) {
     up(other);
-    std::string text =
-        session({{"wait", "slave"}, {"wait", "stable"}, {"wait", "master", "--timeout=0.2"}});
+    std::string text = session({{"wait", "slave"},
+                                {"wait", "stable"},
+                                {"wait", "stable", "--timeout=1"},
+                                {"wait", "stable", "--timeout=0.2"},
+                                {"wait", "master", "--timeout=0.2"}});
     duskvale_notify_new_master(dbus, local);
     text += session({{"wait", "master", "--timeout=0.2"}, {"wait", "stable", "--timeout=0.2"}});
     stop();

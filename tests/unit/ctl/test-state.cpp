@@ -20,7 +20,10 @@ TEST_F(State, isShownInEveryStage) {
     text += "### the frozen, preferred master in transition\n" +
             session({{"status"}, {"status", "--json"}, {"check"}, {"metrics"}});
     duskvale_notify_frozen_master(dbus, other, "");
-    text += "### frozen to another, without a reason\n" + session({{"status"}});
+    text += "### frozen to another, without a reason\n" + session({{"status"}, {"check"}});
+    duskvale_notify_frozen_master(dbus, other, "100% |x, \u202egnp\u2028\u200b");
+    text += "### a reason that could be read as figures, or hide something\n" +
+            session({{"status"}, {"check"}});
     expect_golden("state", text);
 }
 
@@ -63,12 +66,37 @@ TEST_F(State, ofADaemonThatDoesNotAnswerIsAStateOfItsOwn) {
     EXPECT_THAT(child.stdout_text(), HasSubstr("\"no-answer\""));
 }
 
+TEST_F(State, ofADaemonThatEndsDuringACallIsThatItDoesNotRun) {
+    up(other);
+    stop();
+    const Child daemon([] {
+        DBusConnection *own = dbus_bus_get_private(DBUS_BUS_SYSTEM, nullptr);
+        dbus_bus_request_name(own, DUSKVALE_BUS_NAME, 0, nullptr);
+        while (dbus_connection_read_write(own, -1) != 0) {
+            while (DBusMessage *message = dbus_connection_pop_message(own)) {
+                if (dbus_message_has_member(message, "GetAll") != 0) {
+                    _exit(0);
+                }
+            }
+        }
+    });
+    ASSERT_TRUE(loop_until([this] {
+        return client.driver("NameHasOwner", "('" DUSKVALE_BUS_NAME "',)") == "(true,)";
+    }));
+    Child child([] {
+        leave_network(true);
+        exec_duskvalectl({"status"});
+    });
+    EXPECT_EQ(child.end(), 4) << child.stderr_text();
+}
+
 TEST_F(State, metricsAreWhatParsersOfBothTextFormatsRead) {
     up(local);
     const std::string parsed =
         "duskvalectl metrics | /usr/bin/python3 $SOURCE_ROOT/tests/unit/ctl/parse-metrics.py";
     EXPECT_EQ(shell(parsed).out,
-              "duskvale_daemon{node=7,version=1.0} 1\nduskvale_devices 2\nduskvale_frozen_node 0\n"
+              "duskvale_daemon{interface_version=1.0,node=7,program_version=" PROJECT_VERSION
+              "} 1\nduskvale_devices 2\nduskvale_frozen_node 0\n"
               "duskvale_in_transition 0\nduskvale_is_master 1\nduskvale_master_node 7\n"
               "duskvale_members 3\nduskvale_preferred 0\nduskvale_up 1\n");
     stop();

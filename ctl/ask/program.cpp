@@ -1,4 +1,4 @@
-#include "ctl/doctor/program.h"
+#include "ctl/ask/program.h"
 
 #include "client/handle.h"
 
