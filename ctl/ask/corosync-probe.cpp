@@ -10,7 +10,7 @@
 
 /*
  * A connection to the socket on which corosync serves process groups, given up at once. libcpg's
- * own connection would tell the same, but waits without limit for a corosync that is stalled, and
+ * own connection would show the same, but waits without limit for a corosync that is stalled, and
  * creates shared memory; an operator's question must do neither.
  */
 

@@ -21,7 +21,7 @@ struct Row {
 
 constexpr Row rows[] = {
     {ProblemKind::daemon_not_running, Exit::not_running, "daemon-not-running",
-     "the daemon is not running (nobody owns " DUSKVALE_BUS_NAME ")",
+     "the daemon is not running (no process owns " DUSKVALE_BUS_NAME ")",
      "systemctl status " DUSKVALE_IDENT ", and duskvalectl why"},
     {ProblemKind::no_corosync, Exit::no_corosync, "corosync-missing",
      "the daemon is not running, and neither is corosync, which it needs",

@@ -171,4 +171,17 @@ int carry_out(const Request &request, std::optional<double> wait) {
     return request.stored_in != nullptr && in_effect ? check_stored(request) : status;
 }
 
+int send_call(const client::Call &call, const std::string &done) {
+    Bus bus;
+    if (const std::optional<Problem> problem = bus.connect()) {
+        return report(*problem);
+    }
+    const Result<bool> sent = bus.ask(call);
+    if (!sent) {
+        return report(sent.problem());
+    }
+    print_line(done);
+    return Exit::ok;
+}
+
 } // namespace ctl

@@ -35,4 +35,7 @@ struct Request {
    status. */
 int carry_out(const Request &request, std::optional<double> wait);
 
+/* Makes a call that is never refused, then prints `done`. Returns the exit status. */
+int send_call(const client::Call &call, const std::string &done);
+
 } // namespace ctl

@@ -53,15 +53,13 @@ private:
         if (announcement != nullptr && request.effect && request.effect(*announcement)) {
             result.effect_seen = true;
         }
-        std::visit(Overloaded{
-                       [this](const client::Announcement &a) { follow(a); },
-                       [](const DaemonAppeared &) {},
-                       [this](const DaemonVanished &) { lose(Settled::vanished, daemon_absent()); },
-                       [this](const BusLost &) { lose(Settled::bus_lost, bus_closed()); },
-                       [](const OutputClosed &) {},
-                       [](const Interrupted &) {},
-                   },
-                   news.content);
+        if (announcement != nullptr) {
+            follow(*announcement);
+        } else if (news.is<DaemonVanished>()) {
+            lose(Settled::vanished, daemon_absent());
+        } else if (news.is<BusLost>()) {
+            lose(Settled::bus_lost, bus_closed());
+        }
     }
 
     void follow(const client::Announcement &announcement) {
@@ -100,7 +98,7 @@ private:
 
     /*
      * Reads the state. The end of one sequence of steps may be the start of another, for a role
-     * that was remembered meanwhile, and InTransition does not tell; but whatever the daemon
+     * that was remembered meanwhile, and InTransition does not show it; but whatever the daemon
      * announced together with the end is in the queue once it has answered.
      */
     bool confirm() {

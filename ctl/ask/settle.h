@@ -9,7 +9,7 @@
 namespace ctl {
 
 /*
- * An election whose winner is the master already is not announced, so nothing tells that it is
+ * An election whose winner is the master already is not announced, so nothing says that it is
  * over. It ends 500 ms after its last start; twice that without news is taken for its end.
  */
 constexpr double election_rest_s = 1;

@@ -8,7 +8,7 @@ int command_give_back(const Options &options) {
     Request request;
     request.needs_no_freeze = true;
     /* The daemon takes it on a slave too: then the other slaves take over from the master, or
-       nothing happens where there is none. Nobody means that. */
+       nothing happens where there is none. No operator means that. */
     request.objection = [](const client::Snapshot &before) -> std::string {
         if (before.is_master || before.frozen_node != 0) {
             return {};

@@ -1,4 +1,4 @@
-#include "ctl/ask/bus.h"
+#include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
 #include "ctl/print/text.h"
 
@@ -31,16 +31,8 @@ int command_hotplug(const Options &options) {
     const bool added = options.word == "add";
     const std::string hardware = added ? attribute(device, "hardware_id") : "";
     const std::string location = added ? attribute(device, "location") : "";
-    Bus bus;
-    if (const std::optional<Problem> problem = bus.connect()) {
-        return report(*problem);
-    }
-    const Result<bool> reported = bus.ask(client::hotplug(added, device, hardware, location));
-    if (!reported) {
-        return report(reported.problem());
-    }
-    print_line("reported " + printable(device) + (added ? " as added" : " as removed"));
-    return Exit::ok;
+    return send_call(client::hotplug(added, device, hardware, location),
+                     "reported " + printable(device) + (added ? " as added" : " as removed"));
 }
 
 } // namespace ctl

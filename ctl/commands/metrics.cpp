@@ -56,7 +56,7 @@ int command_metrics(const Options &) {
         print_state(*now);
     }
     print("# EOF\n");
-    /* A collector must get the figure that tells of the outage, so that is no failure here. */
+    /* A collector must get the figure that shows the outage, so an outage is not a failure here. */
     return Exit::ok;
 }
 

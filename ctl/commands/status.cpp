@@ -33,14 +33,13 @@ std::string frozen_line(const client::Snapshot &snapshot) {
 }
 
 std::string members_line(const client::Snapshot &snapshot) {
-    switch (snapshot.members) {
-    case 0:
-        return paint(Colour::bad, "0: the group has not been joined yet");
-    case 1:
-        return paint(Colour::doubtful, "1: nobody could take over");
-    default:
-        return std::to_string(snapshot.members);
+    if (snapshot.members == 0) {
+        return paint(Colour::bad, "0: the daemon has not joined the group yet");
     }
+    if (snapshot.members == 1) {
+        return paint(Colour::doubtful, "1: no other node could take over");
+    }
+    return std::to_string(snapshot.members);
 }
 
 void print_status(const client::Snapshot &snapshot) {

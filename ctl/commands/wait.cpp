@@ -22,7 +22,7 @@ int timed_out(const std::string &wanted, const std::string &state) {
     return Exit::timed_out;
 }
 
-/* Until the daemon is there and can be read; a problem that waiting does not mend, or no state at
+/* Until the daemon is there and can be read; a problem that waiting does not solve; or nothing at
    the deadline. */
 std::optional<Result<client::Snapshot>> wait_for_daemon(Bus &bus, const Deadline &deadline) {
     Result<client::Snapshot> snapshot = bus.read();

@@ -9,7 +9,7 @@ namespace ctl {
 struct Command;
 
 struct Options {
-    const Command *command = nullptr; /* never null after parsing */
+    const Command *command = nullptr; /* not null after parsing */
 
     bool json = false;
     std::optional<unsigned> last;

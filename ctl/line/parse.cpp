@@ -96,14 +96,30 @@ public:
             words.insert(words.begin(), options.command->name);
         }
         std::ranges::reverse(words);
+        const Command *const blamed = named ? options.command : nullptr;
         try {
             app.parse(std::move(words));
         } catch (const CLI::CallForHelp &) {
             return Text{app.help()};
         } catch (const CLI::CallForVersion &version) {
             return Text{version.what() + std::string("\n")};
+        } catch (const CLI::ExtrasError &) {
+            return complain(blamed, extra_text(app.remaining(true).front(), named));
+        } catch (const CLI::RequiredError &error) {
+            const std::string what = error.what();
+            return complain(blamed, options.command->name +
+                                        (" needs " + what.substr(0, what.find(" is required"))));
+        } catch (const CLI::ArgumentMismatch &error) {
+            const std::string what = error.what();
+            return complain(blamed, what.find("flag override") != what.npos
+                                        ? "--" + what.substr(0, what.find(' ')) + " takes no value"
+                                        : what.substr(0, what.find(':')) + " needs a value");
+        } catch (const CLI::ValidationError &error) {
+            /* The check wrote all of it; the name in front is the library's. */
+            const std::string what = error.what();
+            return complain(blamed, what.substr(what.find(": ") + 2));
         } catch (const CLI::ParseError &error) {
-            return complain(named ? options.command : nullptr, fault_text(error, named));
+            return complain(blamed, error.what());
         }
         return options.command->run != nullptr ? Parsed(options) : help();
     }
@@ -130,36 +146,18 @@ private:
                    : unknown(options.text);
     }
 
-    /* The library's own words where they are as good. */
-    std::string fault_text(const CLI::ParseError &error, bool named) const {
+    std::string extra_text(const std::string &word, bool named) const {
         const std::string name = options.command->name;
-        const std::string what = error.what();
-        switch (static_cast<CLI::ExitCodes>(error.get_exit_code())) {
-        case CLI::ExitCodes::ExtrasError: {
-            const std::string word = app.remaining(true).front();
-            const std::string arguments = arguments_text(*app.get_subcommand(name));
-            if (!named) {
-                return word + ": name a command first, its options come after it";
-            }
-            if (word.starts_with('-')) {
-                return word + " is not an option of '" + name + "'";
-            }
-            return arguments.empty() ? name + " takes no arguments"
-                                     : name + " takes only" + arguments +
-                                           "; put a text of several words in quotes";
+        const std::string arguments = arguments_text(*app.get_subcommand(name));
+        if (!named) {
+            return word + ": name a command first, its options come after it";
         }
-        case CLI::ExitCodes::RequiredError:
-            return name + " needs " + what.substr(0, what.find(" is required"));
-        case CLI::ExitCodes::ArgumentMismatch:
-            return what.find("flag override") != what.npos
-                       ? "--" + what.substr(0, what.find(' ')) + " takes no value"
-                       : what.substr(0, what.find(':')) + " needs a value";
-        case CLI::ExitCodes::ValidationError:
-            /* The check wrote all of it; the name in front is the library's. */
-            return what.substr(what.find(": ") + 2);
-        default:
-            return name + ": " + what;
+        if (word.starts_with('-')) {
+            return word + " is not an option of '" + name + "'";
         }
+        return arguments.empty()
+                   ? name + " takes no arguments"
+                   : name + " takes only" + arguments + "; put a text of several words in quotes";
     }
 
     CLI::App app{"duskvalectl: see and move the master of a duskvale cluster", "duskvalectl"};
