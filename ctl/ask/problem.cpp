@@ -73,6 +73,11 @@ int report(const Problem &problem) {
     return problem_exit(problem);
 }
 
+int report_fault(const std::string &fault) {
+    std::fprintf(stderr, "duskvalectl: %s\n", fault.c_str());
+    return Exit::failed;
+}
+
 Problem daemon_absent() {
     return {corosync_is_there() ? ProblemKind::daemon_not_running : ProblemKind::no_corosync, ""};
 }

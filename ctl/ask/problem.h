@@ -39,6 +39,9 @@ int problem_exit(const Problem &problem);
 /* Writes the text and the advice on standard error; returns the exit status. */
 int report(const Problem &problem);
 
+/* Another fault, a line that says what to do: the same. */
+int report_fault(const std::string &fault);
+
 /* What a failed call on the bus means. Looks for corosync when the daemon is not there. */
 Problem classify_call(const GError *error);
 /* What a failed connection to the bus means. */

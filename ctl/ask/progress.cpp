@@ -1,6 +1,6 @@
 #include "ctl/ask/progress.h"
 
-#include "ctl/ask/describe.h"
+#include "ctl/history/sentence.h"
 #include "ctl/print/text.h"
 
 #include <unistd.h>
@@ -27,7 +27,7 @@ void Progress::show(const News &news, client::NodeId local_node) {
     /* The end of a step goes on the line that its beginning has opened. */
     if (end != nullptr && line_open) {
         const std::string result =
-            end->wait_status == 0 ? "" : "FAILED: " + describe_wait_status(end->wait_status) + ", ";
+            end->wait_status == 0 ? "" : "FAILED: " + wait_status_text(end->wait_status) + ", ";
         const std::chrono::microseconds took{news.time - step_began};
         std::fprintf(stderr, " %s%s\n", result.c_str(), duration_text(took).c_str());
         line_open = false;
@@ -46,7 +46,7 @@ void Progress::show(const News &news, client::NodeId local_node) {
     } else if (end != nullptr || std::holds_alternative<client::NewMaster>(*announcement) ||
                std::holds_alternative<client::Joined>(*announcement) ||
                std::holds_alternative<client::Left>(*announcement)) {
-        std::fprintf(stderr, "  %s\n", describe(*announcement, local_node).c_str());
+        std::fprintf(stderr, "  %s\n", wording(to_event(*announcement), local_node).text.c_str());
     }
 }
 

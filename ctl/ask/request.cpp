@@ -7,6 +7,9 @@
 
 #include "base/paths.h"
 
+#include <syslog.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +17,14 @@
 namespace ctl {
 
 namespace {
+
+/* The daemon's log does not have who asked: `duskvalectl why` and `history` read it from here. */
+void note(const Request &request) {
+    const char *login = getlogin(); /* who logged in, also behind sudo(8) */
+    openlog("duskvalectl", 0, LOG_DAEMON);
+    syslog(LOG_INFO, "%s asks: %s", login != nullptr ? login : g_get_user_name(),
+           request.name.c_str());
+}
 
 int refuse(const std::string &why) {
     std::fprintf(stderr, "duskvalectl: refused: %s\n", why.c_str());
@@ -157,6 +168,7 @@ int carry_out(const Request &request, std::optional<double> wait) {
     if (!objection.empty()) {
         return refuse(objection);
     }
+    note(request);
     const Result<bool> accepted = bus.ask(request.call);
     if (!accepted) {
         return report(accepted.problem());

@@ -29,6 +29,8 @@ struct Request {
     /* The file in which this node's daemon stores the result, and whether it does; may be null. */
     const char *stored_in = nullptr;
     std::function<bool(const StoredSetting &)> is_stored = {};
+    /* What the journal of this node notes before the daemon is asked, such as "prefer on". */
+    std::string name = {};
 };
 
 /* Carries `request` out and, with `wait`, waits so many seconds for its effect. Returns the exit

@@ -36,6 +36,7 @@ int command_freeze(const Options &options) {
                                         std::to_string(max_reason) + " bytes are of use");
     }
     Request request;
+    request.name = "freeze";
     /* With no master the daemon would take it for a lift of the freeze. */
     request.objection = [](const client::Snapshot &before) -> std::string {
         return before.master_node != 0 ? ""

@@ -6,6 +6,7 @@ namespace ctl {
 
 int command_give_back(const Options &options) {
     Request request;
+    request.name = "give-back";
     request.needs_no_freeze = true;
     /* The daemon takes it on a slave too: then the other slaves take over from the master, or
        nothing happens where there is none. No operator means that. */

@@ -1,35 +1,30 @@
+#include "ctl/ask/problem.h"
 #include "ctl/commands/commands.h"
-#include "ctl/log/told.h"
-#include "ctl/print/json.h"
-#include "ctl/print/text.h"
+#include "ctl/history/journal.h"
+#include "ctl/history/sentence.h"
+
+#include <algorithm>
+#include <limits>
+#include <span>
 
 namespace ctl {
 
 int command_history(const Options &options) {
-    int status = Exit::ok;
-    const auto episodes = read_named_log(options, status);
-    if (!episodes) {
-        return status;
+    const std::size_t wanted = options.last.value_or(std::numeric_limits<int>::max());
+    Reading reading{.all = false};
+    /* Some entries say nothing to an operator. */
+    for (std::size_t entries = wanted; !reading.all && reading.records.size() < wanted;
+         entries *= 2) {
+        reading = read_records({options.log, options.since}, entries);
     }
-    std::span<const Episode> shown = *episodes;
-    if (options.last && *options.last < shown.size()) {
-        shown = shown.last(*options.last);
+    if (!reading.fault.empty()) {
+        return report_fault(reading.fault);
     }
-    if (!options.json) {
-        if (shown.empty()) {
-            print_line("the log tells nothing of the daemon");
-        }
-        for (const Episode &episode : shown) {
-            print_episode(episode);
-        }
-        return status;
+    for (const Record &record :
+         std::span(reading.records).last(std::min(wanted, reading.records.size()))) {
+        print_wording(record.time.realtime, wording(record.event, reading.local), options.json);
     }
-    Json list = Json::array();
-    for (const Episode &episode : shown) {
-        list.push_back(json_episode(episode));
-    }
-    print_line(json_line({{"episodes", list}}));
-    return status;
+    return Exit::ok;
 }
 
 } // namespace ctl

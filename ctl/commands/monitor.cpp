@@ -1,81 +1,77 @@
 #include "ctl/ask/bus.h"
-#include "ctl/ask/describe.h"
 #include "ctl/commands/commands.h"
-#include "ctl/print/json.h"
-#include "ctl/print/text.h"
+#include "ctl/history/sentence.h"
+
+#include "client/overloaded.h"
 
 namespace ctl {
 
 namespace {
 
-/* A line for each announcement; false when nobody reads any more. */
-class Printer {
-public:
-    explicit Printer(bool as_json) : json(as_json) {}
+Wording wording_of(const News &news, NodeId local) {
+    const auto visitor = client::Overloaded{
+        [&](const client::Announcement &a) { return wording(to_event(a), local); },
+        [](const DaemonAppeared &) {
+            return Wording{"daemon-appeared", "the daemon is running"};
+        },
+        [](const DaemonVanished &) {
+            return Wording{"daemon-vanished", "the daemon is not running, waiting for it",
+                           Colour::bad};
+        },
+        [](const BusLost &) {
+            return Wording{"bus-lost", "the system bus closed the connection", Colour::bad};
+        },
+        [](const OutputClosed &) {
+            return Wording{"output-closed", "nobody reads the output"};
+        },
+        [](const Interrupted &) {
+            return Wording{"interrupted", "interrupted"};
+        },
+    };
+    return std::visit(visitor, news.content);
+}
 
-    bool news(const News &news, client::NodeId local_node) const {
-        if (json) {
-            return print_line(json_line(json_news(news)));
-        }
-        return print_line(clock_text(news.time) + " " +
-                          paint(colour_of(news), describe(news, local_node)));
-    }
-
-    /* Where things stand when the daemon is first seen, or seen again. */
-    bool state(const client::Snapshot &snapshot) const {
-        const int64_t now = g_get_real_time();
-        if (json) {
-            Json line = {{"time", iso_text(now)}, {"event", "state"}};
-            line.update(json_snapshot(snapshot));
-            return print_line(json_line(line));
-        }
-        const std::string master = snapshot.master_node != 0
-                                       ? node_text(snapshot.master_node) + " is master"
-                                       : "no master is known";
-        const auto members = static_cast<uint64_t>(snapshot.members);
-        const std::string frozen =
-            snapshot.frozen_node != 0 ? ", frozen to " + node_text(snapshot.frozen_node) : "";
-        return print_line(clock_text(now) + " this is " + node_text(snapshot.local_node) + ", " +
-                          master + ", " + counted(members, "member") + frozen);
-    }
-
-private:
-    bool json;
-};
+/* Where things stand when the daemon is first seen, or seen again. */
+Wording wording_of(const client::Snapshot &now) {
+    std::string text = "this is " + node_text(now.local_node) + ", ";
+    text += now.master_node != 0 ? node_text(now.master_node) + " is master" : "no master is known";
+    text += ", " + counted(static_cast<uint64_t>(now.members), "member");
+    text += now.frozen_node != 0 ? ", frozen to " + node_text(now.frozen_node) : "";
+    return {"state", text, Colour::plain, json_snapshot(now)};
+}
 
 } // namespace
 
 int command_monitor(const Options &options) {
-    const Printer printer(options.json);
     Bus bus;
     Result<client::Snapshot> snapshot = open_daemon(bus, true);
     if (!snapshot && !snapshot.problem().is_absence()) {
         return report(snapshot.problem());
     }
     bus.catch_endings();
-    client::NodeId local_node = snapshot ? snapshot->local_node : 0;
-    bool read_by_someone =
-        snapshot || printer.news({DaemonVanished{}, g_get_real_time()}, local_node);
+    NodeId local = snapshot ? snapshot->local_node : 0;
     /* A state is shown in its place: after what was announced before it was asked for. */
     bool state_due = static_cast<bool>(snapshot);
-    while (read_by_someone) {
+    News news{DaemonVanished{}, g_get_real_time()};
+    bool wanted = state_due || print_wording(news.time, wording_of(news, local), options.json);
+    while (wanted) {
         if (state_due && !bus.has_news()) {
-            read_by_someone = printer.state(*snapshot);
+            wanted = print_wording(g_get_real_time(), wording_of(*snapshot), options.json);
             state_due = false;
             continue;
         }
-        const News news = *bus.next(std::nullopt);
+        news = *bus.next(std::nullopt);
         if (news.is<Interrupted>() || news.is<OutputClosed>()) {
             break;
         }
-        read_by_someone = printer.news(news, local_node);
+        wanted = print_wording(news.time, wording_of(news, local), options.json);
         if (news.is<BusLost>()) {
             return report(bus_closed());
         }
         if (news.is<DaemonAppeared>()) {
             snapshot = bus.read();
             state_due = static_cast<bool>(snapshot);
-            local_node = snapshot ? snapshot->local_node : local_node;
+            local = snapshot ? snapshot->local_node : local;
         }
     }
     return Exit::ok;

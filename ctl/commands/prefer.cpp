@@ -9,6 +9,7 @@ namespace ctl {
 int command_prefer(const Options &options) {
     const bool preferred = options.word == "on";
     Request request;
+    request.name = "prefer " + options.word;
     request.call = client::set_preferred(preferred);
     request.asked = [preferred](const client::Snapshot &before) {
         return node_text(before.local_node) + ", this node, is " +

@@ -6,6 +6,7 @@ namespace ctl {
 
 int command_take_over(const Options &options) {
     Request request;
+    request.name = "take-over";
     request.needs_no_freeze = true;
     request.call = client::take_over();
     request.asked = [](const client::Snapshot &before) {

@@ -8,6 +8,7 @@ namespace ctl {
 
 int command_unfreeze(const Options &options) {
     Request request;
+    request.name = "unfreeze";
     request.call = client::unfreeze();
     request.asked = [](const client::Snapshot &before) {
         return before.frozen_node != 0

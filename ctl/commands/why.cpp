@@ -1,77 +1,46 @@
+#include "ctl/ask/problem.h"
 #include "ctl/commands/commands.h"
-#include "ctl/log/told.h"
+#include "ctl/history/last-change.h"
 #include "ctl/print/json.h"
-
-#include <algorithm>
-#include <cstdio>
+#include "ctl/print/text.h"
 
 namespace ctl {
 
 namespace {
 
-/*
- * The episodes that answer, newest last: the last change of role; when it followed a start of the
- * daemon, how the daemon had ended, since that moved mastership; and an end of the daemon since.
- */
-std::vector<const Episode *> answer_in(const std::vector<Episode> &episodes) {
-    std::size_t change = episodes.size();
-    while (change > 0 && !episodes[change - 1].changes_master()) {
-        change--;
+Json json_change(const LastChange &change) {
+    Json sentences = Json::array();
+    for (const Sentence &sentence : change.sentences) {
+        sentences.push_back({{"time", iso_text(sentence.time.realtime)}, {"text", sentence.text}});
     }
-    std::vector<const Episode *> answer;
-    if (change == 0) {
-        return answer;
-    }
-    if (episodes[change - 1].after_start) {
-        std::size_t first = change - 1;
-        while (first > 0 && (episodes[first - 1].kind == EpisodeKind::daemon ||
-                             episodes[first - 1].kind == EpisodeKind::trouble)) {
-            first--;
-        }
-        for (std::size_t i = first; i < change - 1; i++) {
-            answer.push_back(&episodes[i]);
-        }
-    }
-    answer.push_back(&episodes[change - 1]);
-    for (std::size_t i = change; i < episodes.size(); i++) {
-        if (episodes[i].kind == EpisodeKind::daemon) {
-            answer.push_back(&episodes[i]);
-        }
-    }
-    return answer;
-}
-
-const Episode &change_in(const std::vector<const Episode *> &answer) {
-    return **std::ranges::find_if(answer,
-                                  [](const Episode *episode) { return episode->changes_master(); });
+    return {{"master", json_node(change.master)},
+            {"before", json_node(change.before)},
+            {"without_master_ms", change.without_us ? Json(*change.without_us / 1000) : Json()},
+            {"sentences", sentences}};
 }
 
 } // namespace
 
 int command_why(const Options &options) {
-    int status = Exit::ok;
-    const auto episodes = read_named_log(options, status);
-    if (!episodes) {
-        return status;
+    Reading reading{.all = false};
+    std::optional<LastChange> change;
+    for (std::size_t entries = 1000; !reading.all && !(change && change->complete); entries *= 8) {
+        reading = read_records({options.log, options.since}, entries);
+        change = find_last_change(reading);
     }
-    const std::vector<const Episode *> answer = answer_in(*episodes);
+    if (!reading.fault.empty()) {
+        return report_fault(reading.fault);
+    }
     if (options.json) {
-        Json list = Json::array();
-        for (const Episode *episode : answer) {
-            list.push_back(json_episode(*episode));
+        print_line(json_line({{"change", change ? json_change(*change) : Json()}}));
+    } else if (!change) {
+        print_line("the journal shows no change of master");
+    } else {
+        for (const Sentence &sentence : change->sentences) {
+            print_line(date_clock_text(sentence.time.realtime) + "  " + sentence.text);
         }
-        const Json change = answer.empty() ? Json() : json_episode(change_in(answer));
-        print_line(json_line({{"change", change}, {"episodes", list}}));
-        return status;
     }
-    if (answer.empty()) {
-        print_line("the log shows no change of role");
-        return status;
-    }
-    for (const Episode *episode : answer) {
-        print_episode(*episode);
-    }
-    return status;
+    return Exit::ok;
 }
 
 } // namespace ctl

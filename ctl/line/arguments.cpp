@@ -103,13 +103,13 @@ void take_json(CLI::App &command, Options &options) {
 }
 
 void take_last(CLI::App &command, Options &options) {
-    command.add_option("--last", options.last, "show the last N episodes only")
+    command.add_option("--last", options.last, "show the last N events only")
         ->option_text("=N")
         ->check(count("--last"));
 }
 
 void take_log(CLI::App &command, Options &options) {
-    command.add_option("--log", options.log, "read this log, or - for standard input")
+    command.add_option("--log", options.log, "read this output of journalctl -o json, or - for standard input")
         ->option_text("=FILE");
 }
 

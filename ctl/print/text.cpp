@@ -3,6 +3,7 @@
 #include "ctl/exit-status.h"
 
 #include <glib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -66,6 +67,17 @@ std::string node_text(client::NodeId node) {
 
 std::string counted(uint64_t count, const char *noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::string signal_text(int number) {
+    return "signal " + std::to_string(number) + " (" + strsignal(number) + ")";
+}
+
+std::string wait_status_text(int status) {
+    if (WIFSIGNALED(status)) {
+        return "killed by " + signal_text(WTERMSIG(status));
+    }
+    return status == 0 ? "" : "exited with status " + std::to_string(WEXITSTATUS(status));
 }
 
 std::string file_name(const std::string &path) {

@@ -19,6 +19,10 @@ std::string paint(Colour colour, const std::string &text);
 std::string node_text(client::NodeId node);
 /* "1 member", "3 members" */
 std::string counted(uint64_t count, const char *noun);
+/* "signal 15 (Terminated)" */
+std::string signal_text(int number);
+/* "exited with status 2", "killed by signal 15 (Terminated)"; "" for success. */
+std::string wait_status_text(int status);
 /* The last part of a path, safe for a terminal. */
 std::string file_name(const std::string &path);
 /* `text` on one line: what is not visible (control characters, marks of direction, separators of

@@ -94,9 +94,9 @@ inline std::string session(
  */
 inline void expect_timed_golden(const std::string &name, std::string text) {
     static const std::regex clock(R"(\d\d:\d\d:\d\d\.\d{3})");
-    static const std::regex date(R"(\d{4}-\d\d-\d\dT)");
+    static const std::regex date(R"(\d{4}-\d\d-\d\d)");
     static const std::regex duration(R"(\d+(\.\d s| ms))");
     text = std::regex_replace(text, clock, "hh:mm:ss.mmm");
-    text = std::regex_replace(text, date, "yyyy-mm-ddT");
+    text = std::regex_replace(text, date, "yyyy-mm-dd");
     expect_golden(name, std::regex_replace(text, duration, "N s"));
 }

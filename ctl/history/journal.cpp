@@ -1,0 +1,102 @@
+#include "ctl/history/journal.h"
+
+#include "base/paths.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace ctl {
+
+using nlohmann::json;
+
+namespace {
+
+/* A list comes with its change, even on a machine that is starved. */
+constexpr int64_t latest_list_us = 5'000'000;
+
+constexpr const char *journalctl =
+    "journalctl --quiet --no-pager --output=json --output-fields=MESSAGE,MESSAGE_ID,"
+    "SYSLOG_IDENTIFIER,SYSLOG_PID,_PID,_UID,_COMM,_SYSTEMD_UNIT,UNIT,EXIT_CODE,EXIT_STATUS,COMMAND"
+    " _UID=0 _SYSTEMD_UNIT=" DUSKVALE_IDENT ".service + _PID=1 UNIT=" DUSKVALE_IDENT ".service"
+    " + _UID=0 SYSLOG_IDENTIFIER=duskvalectl --lines=";
+
+/* All of the source; null, with the error, when it cannot be read. */
+char *read_source(const Source &source, std::size_t entries, GError **error) {
+    char *text = nullptr;
+    if (!source.file.empty()) {
+        const std::string file = source.file == "-" ? "/dev/stdin" : source.file;
+        g_file_get_contents(file.c_str(), &text, nullptr, error);
+        return text;
+    }
+    const std::string since = source.since.empty() ? "1970-01-01" : source.since;
+    g_autofree char *option = g_shell_quote(("--since=" + since).c_str());
+    const std::string command = journalctl + std::to_string(entries) + " " + option;
+    int status = 0;
+    if (g_spawn_command_line_sync(command.c_str(), &text, nullptr, &status, error) &&
+        !g_spawn_check_wait_status(status, error)) {
+        g_clear_pointer(&text, g_free);
+    }
+    return text;
+}
+
+} // namespace
+
+int64_t microseconds_between(const Stamp &from, const Stamp &to) {
+    return std::max<int64_t>(
+        from.boot == to.boot ? to.monotonic - from.monotonic : to.realtime - from.realtime, 0);
+}
+
+Reading read_records(const Source &source, std::size_t entries) {
+    const std::string name = source.file.empty() ? "the journal" : source.file;
+    Reading reading;
+    g_autoptr(GError) error = nullptr;
+    g_autofree char *text = read_source(source, entries, &error);
+    if (text == nullptr) {
+        reading.fault = "cannot read " + name + ": " + error->message;
+        return reading;
+    }
+    std::size_t count = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line); count++) {
+        const json entry = json::parse(line, nullptr, false);
+        if (!entry.is_object() || !entry.contains("__REALTIME_TIMESTAMP")) {
+            reading.fault = name + ", line " + std::to_string(count + 1) +
+                            ": not an entry as \"journalctl -o json\" prints it";
+            return reading;
+        }
+        if (auto record = read_record(entry)) {
+            const auto *local = std::get_if<LocalNode>(&record->event);
+            reading.local = local != nullptr ? local->node : reading.local;
+            reading.records.push_back(std::move(*record));
+        }
+    }
+    reading.records = place_group_lists(reading.records);
+    reading.all = !source.file.empty() || count < entries;
+    return reading;
+}
+
+std::vector<Record> place_group_lists(const std::vector<Record> &records) {
+    std::vector<Record> result;
+    std::size_t place = 0; /* behind the last change and what of its lists has come; 0: none yet */
+    for (const Record &record : records) {
+        Record *change = place != 0 ? &result[place - 1] : nullptr;
+        if (!std::holds_alternative<Joined>(record.event) &&
+            !std::holds_alternative<Left>(record.event)) {
+            result.push_back(record);
+            place = std::holds_alternative<GroupChanged>(record.event) ? result.size() : place;
+        } else if (change != nullptr && change->daemon == record.daemon &&
+                   microseconds_between(change->time, record.time) < latest_list_us) {
+            const Record placed{change->time, record.daemon, record.event};
+            if (std::holds_alternative<GroupChanged>(change->event)) {
+                *change = placed;
+            } else {
+                result.insert(result.begin() + static_cast<std::ptrdiff_t>(place++), placed);
+            }
+        }
+    }
+    return result;
+}
+
+} // namespace ctl

@@ -1,0 +1,45 @@
+/* The journal of the daemon's unit, as journalctl prints it: see systemd.journal-fields(7). */
+#pragma once
+
+#include "ctl/history/event.h"
+
+#include <nlohmann/json.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ctl {
+
+/*
+ * The one table that turns an entry into an event is behind this. No value for an entry that says
+ * nothing to an operator, or that others wrote. A line that the table does not have is a Remark,
+ * unless it is a debug line.
+ */
+std::optional<Record> read_record(const nlohmann::json &entry);
+
+struct Source {
+    std::string file;  /* what journalctl -o json printed; "-": standard input; "": the journal */
+    std::string since; /* for the journal, in the words of journalctl; "": all */
+};
+
+struct Reading {
+    std::vector<Record> records = {}; /* oldest first; what tells an operator nothing is left out */
+    NodeId local = 0;                 /* this node; 0: the records do not say */
+    bool all = true;                  /* the source holds no other entries */
+    std::string fault = {};           /* why it could not be read; "" when it could */
+};
+
+/* Of the journal only the last `entries`; a file is read whole. */
+Reading read_records(const Source &source, std::size_t entries);
+
+/*
+ * The daemon logs that the group has changed, and prints who came and went on its standard output,
+ * which takes another way to the journal and so comes later, after lines of the daemon that tell
+ * what followed. This puts the Joined and Left in the place of their GroupChanged and gives them
+ * that time. One that no change of the same daemon came shortly before is dropped: a run step,
+ * which shares the output, has printed it. read_records() has done it.
+ */
+std::vector<Record> place_group_lists(const std::vector<Record> &records);
+
+} // namespace ctl

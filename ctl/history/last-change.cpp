@@ -1,0 +1,377 @@
+#include "ctl/history/last-change.h"
+
+#include "ctl/history/sentence.h"
+
+#include <glib.h>
+
+#include <set>
+
+namespace ctl {
+
+namespace {
+
+/* An election period is 500 ms; refused messages and nodes that are held up make it longer. */
+constexpr int64_t one_change_us = 10'000'000;
+/* From a request to what comes of it. */
+constexpr int64_t request_us = 5'000'000;
+/* Several slaves may answer one give-back. */
+constexpr int64_t give_back_us = 2'000'000;
+/* A node's own election period may end so much later than the take-over of its winner. */
+constexpr int64_t late_end_us = 1'000'000;
+
+/* How the master was found. */
+enum class Way {
+    election,
+    during_election, /* it took over while one ran, of which it may or may not be the winner */
+    take_over,
+    give_back,
+    frozen_return, /* mastership is frozen to it, and it joined */
+    kept,          /* by an election, after it was lost or this node was left alone */
+};
+
+/* The place of a record. */
+using Place = std::optional<std::size_t>;
+
+struct Change {
+    Way way = Way::election;
+    std::size_t at = 0;
+    NodeId master = 0;
+    NodeId before = 0;            /* the master until then; 0: not known */
+    Place lost;                   /* since when there was none */
+    Place cause;                  /* the first that may have led to it */
+    Place request;                /* the last of an operator of this node */
+    Place lift;                   /* a node reported that nothing is frozen, though it was: */
+    NodeId lifted = 0;            /* to this node */
+    bool lift_by_joining = false; /* of that node; else it was asked to */
+    Place started;                /* this node's daemon */
+    bool booted = false;          /* this node, before that */
+    Place returned;               /* the node that had left joined again */
+    Place reunited;               /* nodes that had been apart met */
+    bool preferred = false;       /* the master, as its election says */
+    bool alone = false;           /* corosync has lost all other nodes */
+
+    Place first() const { return lost ? lost : cause; }
+};
+
+/* Follows the records, called for the event of each, and words the last change. */
+class Timeline {
+public:
+    explicit Timeline(const Reading &reading) : records(reading.records), local(reading.local) {}
+
+    std::optional<LastChange> run() {
+        for (now = 0; now < records.size(); now++) {
+            std::visit(*this, records[now].event);
+            boot = records[now].daemon != 0 ? records[now].time.boot : boot;
+        }
+        change = next.lost ? next : change; /* there is none since */
+        if (!change) {
+            return std::nullopt;
+        }
+        LastChange result{change->master, change->before, {}, {}, {}};
+        const Place first = change->first();
+        result.complete = first_start && *first_start < first.value_or(change->at);
+        if (first) {
+            result.sentences.push_back({records[*first].time, cause(*first)});
+        }
+        if (change->master == 0) {
+            result.sentences.back().text +=
+                "; this node has known no master since" +
+                (frozen != 0 ? ", and mastership is frozen to " + name(frozen) : "");
+            return result;
+        }
+        if (change->lost ? !get<DaemonStarted>(*change->lost) : change->before != 0) {
+            result.without_us = span(change->lost.value_or(change->at), change->at);
+        }
+        std::string asked;
+        if (change->request) {
+            asked = " (at " + clock(change->request) + " " + words(*change->request) + ")";
+        }
+        result.sentences.push_back({records[change->at].time,
+                                    later_causes() + outcome() + gap(result.without_us) + asked});
+        return result;
+    }
+
+    void operator()(const DaemonStarted &) {
+        end_daemon(); /* in case the journal does not have it */
+        first_start = first_start.value_or(now);
+        next.started = now;
+        next.booted = !boot.empty() && boot != records[now].time.boot;
+        ended = false;
+        members.clear();
+        frozen = 0;
+        chosen.reset();
+    }
+
+    void operator()(const DaemonEnded &event) {
+        end_daemon();
+        if (event.how.ends_with("unit") && recent(next.lost, late_end_us)) {
+            next.lost = now; /* which has sent the signal */
+        }
+    }
+    void operator()(const MastersDisagree &) {
+        end_daemon();
+        next.reunited = recent(reunited) ? reunited : std::nullopt;
+    }
+
+    void operator()(const OperatorRequest &) { request = now; }
+
+    void operator()(const Joined &event) {
+        members.insert(event.node);
+        in_force = recent(exchange) ? in_force : frozen;
+        joiners.insert(event.node);
+        exchange = now;
+        reunited = event.reason == Reason::node_up ? now : reunited;
+        add_cause();
+        const auto *left = get<Left>(*next.first());
+        next.returned = left != nullptr && left->node == event.node ? now : next.returned;
+    }
+
+    void operator()(const Left &event) {
+        members.erase(event.node);
+        add_cause();
+        if (event.node == master) {
+            lose_master();
+        }
+        next.alone = members == std::set{local} && event.reason == Reason::node_down;
+    }
+
+    void operator()(const StayedFrozen &event) {
+        frozen = in_force = event.frozen;
+        next.cause.reset();
+    }
+
+    /*
+     * Each member reports what it holds to be frozen at each join, and when it is asked to. It
+     * reports that nothing is frozen in spite of a freeze only when it is asked to or has joined
+     * without having known of it.
+     */
+    void operator()(const FreezeReported &event) {
+        members.insert(event.sender);
+        const bool answers = recent(exchange);
+        in_force = answers ? in_force : frozen;
+        if (event.node == 0 && in_force != 0) {
+            next.lift = now;
+            next.lifted = in_force;
+            next.lift_by_joining = answers && joiners.contains(event.sender);
+        }
+        joiners.erase(event.sender);
+        if (event.node == 0 && (in_force != 0 || !answers)) {
+            add_cause();
+        }
+        frozen = event.node;
+    }
+
+    void operator()(const GaveBack &) {
+        given_back = now;
+        add_cause();
+    }
+
+    void operator()(const ElectionEnded &event) {
+        next.preferred = event.preferred;
+        if (event.how != "stays") {
+            chosen = now;
+            return;
+        }
+        if (master == 0 || next.alone) {
+            apply(event.winner, Way::kept);
+        } else if (change && change->way == Way::take_over && change->master == event.winner &&
+                   recent(change->at, late_end_us)) {
+            change->way = Way::during_election;
+        }
+        settle();
+    }
+
+    void operator()(const client::NewMaster &event) {
+        const bool elected = recent(chosen, request_us) &&
+                             std::get<ElectionEnded>(records[*chosen].event).winner == event.node;
+        apply(event.node, elected                            ? Way::election
+                          : recent(given_back, give_back_us) ? Way::give_back
+                          : frozen == event.node             ? Way::frozen_return
+                          : next.cause || next.lost          ? Way::during_election
+                                                             : Way::take_over);
+    }
+
+    template <typename Other>
+    void operator()(const Other &) {}
+
+private:
+    template <typename E>
+    const E *get(std::size_t at) const {
+        return std::get_if<E>(&records[at].event);
+    }
+    int64_t span(std::size_t from, std::size_t to) const {
+        return microseconds_between(records[from].time, records[to].time);
+    }
+    /* Whether there is such a record, and not long ago. */
+    bool recent(const Place &place, int64_t limit_us = one_change_us) const {
+        return place && span(*place, now) < limit_us;
+    }
+
+    void add_cause() { next.cause = recent(next.cause) ? next.cause : now; }
+
+    void lose_master() {
+        next.lost = next.lost.value_or(now);
+        next.master = master = 0;
+    }
+
+    /* Of several records of one end the first says why. */
+    void end_daemon() {
+        if (!ended) {
+            lose_master();
+            settle();
+            ended = true;
+        }
+    }
+
+    /* No election runs any more. */
+    void settle() {
+        Change settled;
+        settled.before = next.before;
+        settled.lost = next.lost;
+        next = settled;
+        exchange.reset();
+        joiners.clear();
+    }
+
+    /* A master is applied, perhaps the same one again. */
+    void apply(NodeId node, Way way) {
+        const bool known = next.before != 0 || next.lost || way == Way::election;
+        if (way == Way::give_back && change && change->way == way &&
+            recent(change->at, give_back_us)) {
+            next.before = change->before;
+            next.cause = change->cause;
+        }
+        if (known && (node != master || way == Way::kept)) {
+            change = next;
+            change->way = way;
+            change->at = now;
+            change->master = node;
+            change->request = recent(request, request_us) ? request : std::nullopt;
+        }
+        master = next.before = node;
+        members.insert(node);
+        next.lost.reset();
+        chosen.reset();
+        settle();
+    }
+
+    /* ---- words ---- */
+
+    std::string clock(const Place &at) const { return clock_text(records[*at].time.realtime); }
+    std::string name(NodeId node) const { return name_of(node, local); }
+    std::string words(std::size_t at) const { return wording(records[at].event, local).text; }
+
+    std::string cause(std::size_t at) const {
+        std::string text = change->lift == at ? lift() : words(at);
+        text = change->booted && get<DaemonStarted>(at) ? "this node booted" : text;
+        /* Those that corosync lost at once are one cause. */
+        for (std::size_t i = at + 1; get<Left>(at) && i < records.size() && get<Left>(i); i++) {
+            text += ", and so did " + name(get<Left>(i)->node);
+        }
+        text += change->alone ? "; or this node was cut off" : "";
+        if (get<MastersDisagree>(at)) {
+            return change->reunited ? "SPLIT BRAIN: " + text + " (they had been apart until " +
+                                          clock(change->reunited) + ")"
+                   : local != 0
+                       ? text + " (no nodes had been apart: one was held up, or a take-over "
+                                "crossed an election)"
+                       : text;
+        }
+        text +=
+            change->lost && change->before != 0 ? "; " + name(change->before) + " was master" : "";
+        return text;
+    }
+
+    std::string lift() const {
+        return name(std::get<FreezeReported>(records[*change->lift].event).sender) +
+               (change->lift_by_joining ? " joined without the freeze to "
+                                        : " was asked to lift the freeze to ") +
+               name(change->lifted);
+    }
+
+    /* What else it took, each with " and " behind it. */
+    std::string later_causes() const {
+        std::string text;
+        if (change->started && change->started != change->first()) {
+            text += "it started again at " + clock(change->started) + ", and ";
+        } else if (change->returned) {
+            text += "it joined again at " + clock(change->returned) + ", and ";
+        }
+        if (change->lift && change->lift != change->first()) {
+            text += lift() + " at " + clock(change->lift) + ", and ";
+        }
+        return text;
+    }
+
+    std::string outcome() const {
+        const std::string winner = name(change->master) + (change->preferred ? ", preferred," : "");
+        std::string place = " in place of " + name(change->before);
+        place = change->before == 0 || change->before == change->master ? "" : place;
+        const bool fresh = change->master != local &&
+                           g_get_real_time() - records[change->at].time.realtime < late_end_us;
+        switch (change->way) {
+        case Way::election:
+            return (change->first() ? "the election that followed made "
+                    : local != 0    ? "an election that no join, leave or lifted freeze explains, "
+                                      "as after \"prefer\" on a node, made "
+                                    : "an election, for which this log has no reason, made ") +
+                   winner + " master" + place;
+        case Way::kept:
+            return "the election that followed kept " + winner + " as master";
+        case Way::during_election:
+            return winner + " took over" + place + " while an election ran";
+        case Way::take_over:
+            /* Without a word of an election, of which the next moment might bring the end. */
+            return winner + (fresh ? " took over" : " was asked to take over") + place;
+        case Way::give_back:
+            return winner + " took over" + place;
+        case Way::frozen_return:
+            break;
+        }
+        return winner + ", to which mastership is frozen, took over" + place;
+    }
+
+    std::string gap(const std::optional<int64_t> &without_us) const {
+        std::string text;
+        if (without_us) {
+            text = *without_us == 0 ? "; this node was never without a master"
+                                    : "; this node had no master for " +
+                                          duration_text(std::chrono::microseconds(*without_us));
+        }
+        for (std::size_t i = change->at; i < records.size(); i++) {
+            if (const auto *done = get<client::StepsDone>(i);
+                done != nullptr && done->failed != 0) {
+                text += "; " + counted(done->failed, "run step") + " FAILED";
+            }
+        }
+        return text;
+    }
+
+    const std::vector<Record> &records;
+    const NodeId local;
+    std::size_t now = 0;
+    Change next; /* as far as it is known */
+    std::optional<Change> change;
+    std::string boot; /* that the last line of the daemon is from */
+    NodeId master = 0;
+    Place chosen;       /* the election whose winner has not been applied yet */
+    bool ended = false; /* the daemon */
+    std::set<NodeId> members;
+    Place first_start;
+    Place request;
+    Place given_back;
+    Place reunited;
+    NodeId frozen = 0; /* as reported last */
+    /* While the members report for a join what they hold to be frozen: */
+    Place exchange; /* the join */
+    std::set<NodeId> joiners;
+    NodeId in_force = 0; /* until then */
+};
+
+} // namespace
+
+std::optional<LastChange> find_last_change(const Reading &reading) {
+    return Timeline(reading).run();
+}
+
+} // namespace ctl
