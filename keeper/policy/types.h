@@ -33,6 +33,7 @@ struct Config {
     bool stay = true;
     Switch quorum = Switch::automatic;
     Duration watch_interval{2000}; /* between the end of one round of programs and the next */
+    Duration watch_limit{5000};    /* a program that runs for longer is ended and has failed */
     unsigned watch_failures = 2;   /* consecutive ones */
     Duration step_limit{60'000};   /* a step that runs for longer counts as hanging */
     bool stall = true;
@@ -61,6 +62,13 @@ struct Tick {};
 /* The first input: what the disk held. */
 struct DiskRead {
     Stored stored;
+    std::string problem =
+        {}; /* why it could not be read; empty: it was, or there was nothing yet */
+};
+
+/* The answer to Store. */
+struct DiskWritten {
+    std::string problem; /* empty: it is on the disk */
 };
 
 /* The daemon's bus name has an owner, or another one. */
@@ -95,7 +103,7 @@ struct RunDirectoryRead {
 /* From libquorum, on each change. A corosync that does not answer is a lost connection. */
 struct QuorumChanged {
     bool connected = false;
-    bool quorate = false;      /* of no meaning unless connected */
+    bool quorate = false;          /* of no meaning unless connected */
     std::vector<NodeId> ring = {}; /* the nodes that corosync sees, this one included */
 };
 
@@ -150,9 +158,9 @@ struct Asked {
     std::variant<Move, HandOver, Fit, Prefer> what;
 };
 
-using Input = std::variant<Tick, DiskRead, DaemonAppeared, DaemonVanished, SnapshotRead, Announced,
-                           TakeOverAnswered, BusAnswered, RunDirectoryRead, QuorumChanged,
-                           CorosyncRead, UnitChanged, WatchRan, Asked>;
+using Input = std::variant<Tick, DiskRead, DiskWritten, DaemonAppeared, DaemonVanished,
+                           SnapshotRead, Announced, TakeOverAnswered, BusAnswered, RunDirectoryRead,
+                           QuorumChanged, CorosyncRead, UnitChanged, WatchRan, Asked>;
 
 /* ---- Actions ---- */
 
@@ -186,9 +194,9 @@ struct Log {
     std::string text;
 };
 
-using Action = std::variant<SendText, SendKeepAlive, PingBus, CallTakeOver, WritePreferred,
-                            ReadSnapshot, ReadRunDirectory, RunWatchPrograms, KillDaemon, Store,
-                            Answer, Log>;
+using Action =
+    std::variant<SendText, SendKeepAlive, PingBus, CallTakeOver, WritePreferred, ReadSnapshot,
+                 ReadRunDirectory, RunWatchPrograms, KillDaemon, Store, Answer, Log>;
 using Actions = std::vector<Action>;
 
 /* ---- What is published ---- */
@@ -201,9 +209,9 @@ struct NodeStatus {
     /* What its run steps are doing: "settled", "running", "failed", "not-runnable" or "unknown";
        and while its daemon does not run "stopping", "stopped" or "stop-failed". */
     std::string steps = "unknown";
-    std::string step;              /* the name of the step that runs, failed or cannot run */
-    int status = 0;                /* the wait status of the one that failed */
-    std::optional<Time> since;     /* of `steps` */
+    std::string step;                 /* the name of the step that runs, failed or cannot run */
+    int status = 0;                   /* the wait status of the one that failed */
+    std::optional<Time> since;        /* of `steps` */
     std::optional<std::string> unfit; /* why the role cannot be moved to it; none: it is fit */
     enum class Quorum { unknown, yes, no } quorum = Quorum::unknown;
     bool member = false;    /* of the daemons' group, as far as it is known */
@@ -223,8 +231,8 @@ struct Verdict {
 struct Published {
     std::vector<NodeStatus> nodes; /* by id */
     Verdict verdict;
-    NodeId master = {}; /* 0: none known */
-    NodeId frozen = {}; /* 0: not frozen */
+    NodeId master = {};         /* 0: none known */
+    NodeId frozen = {};         /* 0: not frozen */
     std::string freeze_changed; /* what a join did to the freeze, with the command that undoes it */
     std::string stay;           /* "on", or why it does nothing */
     std::string quorum;         /* "on", or why the keeper does nothing about a lost quorum */
