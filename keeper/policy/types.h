@@ -139,7 +139,8 @@ struct WatchRan {
     struct Result {
         std::string program; /* its file name */
         bool ok = false;
-        std::string reason; /* unless ok, such as "status 2: no answer on port 5432" */
+        bool not_run = false; /* it could not be started, which says nothing of the service */
+        std::string reason;   /* unless ok, such as "status 2: no answer on port 5432" */
     };
     std::vector<Result> results; /* empty: there are no programs */
 };
@@ -218,7 +219,7 @@ struct NodeStatus {
     bool listed = false;    /* in corosync's node list */
     bool preferred = false; /* by the operator */
     bool leaving = false;
-    std::optional<Time> heard; /* its keeper's last text; none: never. This node: now */
+    std::optional<Time> heard; /* its keeper's last text; none: never, or it is this node */
     bool operator==(const NodeStatus &) const = default;
 };
 
@@ -229,6 +230,7 @@ struct Verdict {
 };
 
 struct Published {
+    NodeId local = {};             /* 0 while neither corosync nor the daemon has named it */
     std::vector<NodeStatus> nodes; /* by id */
     Verdict verdict;
     NodeId master = {};         /* 0: none known */
