@@ -139,8 +139,8 @@ struct WatchRan {
     struct Result {
         std::string program; /* its file name */
         bool ok = false;
-        bool not_run = false; /* it could not be started, which says nothing of the service */
         std::string reason;   /* unless ok, such as "status 2: no answer on port 5432" */
+        bool not_run = false; /* it could not be started, which says nothing of the service */
     };
     std::vector<Result> results; /* empty: there are no programs */
 };
