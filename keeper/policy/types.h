@@ -105,6 +105,7 @@ struct QuorumChanged {
     bool connected = false;
     bool quorate = false;          /* of no meaning unless connected */
     std::vector<NodeId> ring = {}; /* the nodes that corosync sees, this one included */
+    bool operator==(const QuorumChanged &) const = default;
 };
 
 /* From libcmap, at each connection and on each change of these keys. */
@@ -119,10 +120,11 @@ struct CorosyncRead {
     bool votequorum = false;
     bool two_node = false;
     bool tie_breaker = false; /* auto_tie_breaker */
-    unsigned votes = 0;       /* expected */
+    unsigned votes = 0;       /* expected, with the device's */
     Duration token{1000};     /* as they are in use: runtime.config.totem */
     Duration consensus{1200};
     Duration device_sync{0}; /* quorum.device.sync_timeout; 0 without a device */
+    bool operator==(const CorosyncRead &) const = default;
 };
 
 /* From systemd, on each change of the daemon's unit. */
