@@ -207,7 +207,7 @@ using Actions = std::vector<Action>;
 /* A node as this node's keeper knows it. */
 struct NodeStatus {
     NodeId id = {};
-    std::string name; /* empty when the node list has none */
+    std::string name = {}; /* empty when the node list has none */
     enum class Role { unknown, master, slave, down } role = Role::unknown;
     /* What its run steps are doing: "settled", "running", "failed", "not-runnable" or "unknown";
        and while its daemon does not run "stopping", "stopped" or "stop-failed". */
