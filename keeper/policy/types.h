@@ -134,6 +134,7 @@ struct UnitChanged {
     enum class StopSteps { none, running, done, failed };
     StopSteps stop_steps = StopSteps::none; /* since the last main process ended */
     bool aborted = false;                   /* the last main process ended with SIGABRT */
+    bool operator==(const UnitChanged &) const = default;
 };
 
 /* The answer to RunWatchPrograms, when the last of them has ended or was ended at its limit. */
@@ -216,7 +217,7 @@ struct NodeStatus {
     int status = 0;                   /* the wait status of the one that failed */
     std::optional<Time> since;        /* of `steps` */
     std::optional<std::string> unfit; /* why the role cannot be moved to it; none: it is fit */
-    enum class Quorum { unknown, yes, no } quorum = Quorum::unknown;
+    enum class Quorum { unknown, yes, no, last = no } quorum = Quorum::unknown;
     bool member = false;    /* of the daemons' group, as far as it is known */
     bool listed = false;    /* in corosync's node list */
     bool preferred = false; /* by the operator */
