@@ -256,8 +256,11 @@ void Move::take(Turn &turn) {
     if (turn.moved && taking == Taking::called && applied != nullptr &&
         applied->node == known.local) {
         /* A hand-over that was followed by a stop ended on another node in 7 of 10 tries without
-           this write. The word follows it: who hears the word has had the election start. */
+           this write. One write gains 10; but an old master whose last sync crossed the take-over
+           is ahead by 11 until the next one, and took the role back. So write twice. The word
+           follows: who hears it has had both election starts. */
         if (turn.moved->what.why != Why::again && known.stay_off.empty()) {
+            turn.prefer(true);
             turn.prefer(true);
         }
         turn.say(MoveDone{turn.moved->by, turn.moved->request, ""});
