@@ -6,6 +6,7 @@
 
 #include <syslog.h>
 #include <systemd/sd-daemon.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -18,58 +19,58 @@ namespace {
 constexpr Duration hold_limit{90'000};
 constexpr const char *extend_start_limit = "EXTEND_TIMEOUT_USEC=100000000";
 
-/* What is known so far. */
+/* Not exit(3): a thread may wait for corosync without end. */
+[[noreturn]] void end(int status, int priority, const std::string &text) {
+    log_line(priority, "QUORUM: " + text);
+    _exit(status);
+}
+
 struct Hold {
-    GMainLoop *loop;
-    Known known = {};
+    Known known; /* what is known so far */
     Time began = now();
     bool waiting = false;
-    int status = EXIT_SUCCESS;
 
-    void end(int with, int priority, const std::string &text) {
-        log_line(priority, "QUORUM: " + text);
-        status = with;
-        g_main_loop_quit(loop);
-    }
-
-    void take(const Input &input) {
-        if (const auto *read = std::get_if<CorosyncRead>(&input)) {
-            known.corosync = *read;
-            return;
-        }
-        known.quorum = std::get<QuorumChanged>(input);
-        const std::string off = QuorumGuard::why_off(known);
-        if (!known.quorum.connected) {
-            end(EXIT_SUCCESS, LOG_WARNING, "corosync cannot be asked, the daemon starts");
-        } else if (!off.empty()) {
-            end(EXIT_SUCCESS, LOG_INFO, "the daemon starts without a look at it: " + off);
-        } else if (known.quorum.quorate) {
-            end(EXIT_SUCCESS, LOG_INFO, "there after " + seconds(now() - began));
-        } else if (!waiting) {
-            waiting = true;
-            log_line(LOG_WARNING, "QUORUM: not there, the start of the daemon waits for at most " +
-                                      seconds(hold_limit));
-            sd_notify(0, extend_start_limit);
-        }
-    }
+    void take(const Input &input);
 };
 
-gboolean on_limit(gpointer hold) noexcept {
-    static_cast<Hold *>(hold)->end(EXIT_FAILURE, LOG_ERR,
-                                   "not there after " + seconds(hold_limit) +
-                                       ", the daemon does not start");
-    return G_SOURCE_REMOVE;
+void Hold::take(const Input &input) {
+    if (const auto *read = std::get_if<CorosyncRead>(&input)) {
+        known.corosync = *read;
+        return;
+    }
+    known.quorum = std::get<QuorumChanged>(input);
+    const std::string off = QuorumGuard::why_off(known);
+    if (!known.quorum.connected) {
+        end(EXIT_SUCCESS, LOG_WARNING, "corosync cannot be asked, the daemon starts");
+    }
+    if (!off.empty()) {
+        end(EXIT_SUCCESS, LOG_INFO, "the daemon starts with or without it: " + off);
+    }
+    if (known.quorum.quorate) {
+        end(EXIT_SUCCESS, LOG_INFO, "there, the daemon starts after " + seconds(now() - began));
+    }
+    if (!waiting) {
+        waiting = true;
+        log_line(LOG_WARNING, "QUORUM: not there, the start of the daemon waits for at most " +
+                                  seconds(hold_limit));
+        sd_notify(0, extend_start_limit);
+    }
+}
+
+gboolean on_limit(gpointer) noexcept {
+    end(EXIT_FAILURE, LOG_ERR,
+        "not there after " + seconds(hold_limit) + ", the daemon does not start");
 }
 
 } // namespace
 
-int hold_for_quorum(const Config &config) {
-    Hold hold{g_main_loop_new(nullptr, FALSE)};
+void hold_for_quorum(const Config &config) {
+    Hold hold;
     hold.known.config = config;
-    g_timeout_add(static_cast<guint>(hold_limit.count()), on_limit, &hold);
+    g_timeout_add(static_cast<guint>(hold_limit.count()), on_limit, nullptr);
     follow_corosync([&hold](const Input &input) { hold.take(input); });
-    g_main_loop_run(hold.loop);
-    return hold.status;
+    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+    _exit(EXIT_SUCCESS);
 }
 
 } // namespace keeper

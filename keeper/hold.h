@@ -7,10 +7,10 @@
 namespace keeper {
 
 /*
- * Waits until this node has quorum, and for 90 s at most. Returns the exit status: 0 also where the
- * policy asks for no quorum or corosync cannot be asked, 1 when the time has passed. Leave with
- * _exit(2), since a thread still runs.
+ * Waits until this node has quorum, and for 90 s at most; then ends the process. The status is 0
+ * also where the policy asks for no quorum or corosync cannot be asked, and 1 when the time has
+ * passed.
  */
-int hold_for_quorum(const Config &config);
+[[noreturn]] void hold_for_quorum(const Config &config);
 
 } // namespace keeper

@@ -81,13 +81,12 @@ int main(int argc, char *argv[]) {
     signal(SIGPIPE, SIG_IGN);
     keeper::log_for_glib();
     read.config.boot = std::to_string(g_random_int());
-    int status = status_configuration;
     if (options.hold) {
         /* Also with a mistake in the file, which must not keep the services down. */
-        status = keeper::hold_for_quorum(read.config);
-    } else if (read.problems.empty()) {
-        status = keeper::run_process(read.config);
+        keeper::hold_for_quorum(read.config);
     }
-    /* A thread may wait for corosync without end. */
-    _exit(status);
+    if (!read.problems.empty()) {
+        return status_configuration;
+    }
+    keeper::run_process(read.config);
 }

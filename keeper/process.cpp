@@ -14,13 +14,12 @@
 #include "base/utf8.h"
 #include "client/overloaded.h"
 
-#include <glib-unix.h>
 #include <glob.h>
 #include <syslog.h>
 #include <systemd/sd-daemon.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <deque>
 
@@ -39,27 +38,28 @@ RunDirectoryRead read_run_directory() {
     return read;
 }
 
+/* Nothing else to do before: systemd starts the keeper again, and ends what its programs have left.
+ */
+[[noreturn]] void end(const std::string &reason) {
+    log_line(LOG_ERR, reason + ", ending");
+    _exit(EXIT_FAILURE);
+}
+
 class Process {
 public:
-    Process(const Config &config, GDBusConnection *bus, GMainLoop *loop);
-
-    /* 0 as long as nothing has gone wrong that only a new start can mend. */
-    int status() const { return exit_status; }
+    Process(const Config &config, GDBusConnection *bus);
 
 private:
     static void on_name_owned(GDBusConnection *, const gchar *, gpointer) noexcept;
-    static void on_name_lost(GDBusConnection *, const gchar *, gpointer self) noexcept;
-    static void on_closed(GDBusConnection *, gboolean, GError *, gpointer self) noexcept;
+    static void on_name_lost(GDBusConnection *, const gchar *, gpointer) noexcept;
+    static void on_closed(GDBusConnection *, gboolean, GError *, gpointer) noexcept;
     static gboolean on_alarm(gpointer self) noexcept;
-    static gboolean on_termination(gpointer self) noexcept;
 
     void take(Input input);
     void carry_out(const Action &action);
     void set_alarm();
     void tell_status();
-    void end(const std::string &reason);
 
-    GMainLoop *loop;
     Keeper machine;
     Told told = [this](Input input) { take(std::move(input)); };
     Daemon daemon;
@@ -68,7 +68,6 @@ private:
     Disk disk;
     Programs programs;
     client::Source alarm;
-    int exit_status = EXIT_SUCCESS;
 
     /* What carrying out an action brings forth is handled after it. */
     std::deque<Input> inputs;
@@ -78,17 +77,16 @@ private:
     std::string status_told;
 };
 
-Process::Process(const Config &config, GDBusConnection *bus, GMainLoop *loop_)
-    : loop(loop_), machine(config), daemon(bus, told), unit(bus, DUSKVALE_DAEMON_UNIT, told),
-      object(bus, told), disk(DUSKVALE_KEEPER_STATE_FILE, told),
+Process::Process(const Config &config, GDBusConnection *bus)
+    : machine(config), daemon(bus, told), unit(bus, DUSKVALE_DAEMON_UNIT, told), object(bus, told),
+      disk(DUSKVALE_KEEPER_STATE_FILE, told),
       programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, told) {
     uint64_t limit_us = 0;
     if (sd_watchdog_enabled(0, &limit_us) > 0) {
         watchdog = std::chrono::duration_cast<Duration>(std::chrono::microseconds(limit_us)) / 3;
     }
-    g_unix_signal_add(SIGTERM, on_termination, loop);
-    g_unix_signal_add(SIGINT, on_termination, loop);
-    g_signal_connect(bus, "closed", G_CALLBACK(on_closed), this);
+    g_dbus_connection_set_exit_on_close(bus, FALSE);
+    g_signal_connect(bus, "closed", G_CALLBACK(on_closed), nullptr);
     take(disk.read());
     follow_corosync(told);
     /* Last, so that whoever sees the name finds an object that answers. */
@@ -100,24 +98,13 @@ void Process::on_name_owned(GDBusConnection *, const gchar *, gpointer) noexcept
     sd_notify(0, "READY=1");
 }
 
-void Process::on_name_lost(GDBusConnection *, const gchar *, gpointer self) noexcept {
-    static_cast<Process *>(self)->end("the bus does not give the name " DUSKVALE_KEEPER_BUS_NAME
-                                      ": another keeper runs, or its bus policy is not installed");
+void Process::on_name_lost(GDBusConnection *, const gchar *, gpointer) noexcept {
+    end("the bus does not give the name " DUSKVALE_KEEPER_BUS_NAME
+        ": another keeper runs, or its bus policy is not installed");
 }
 
-void Process::on_closed(GDBusConnection *, gboolean, GError *, gpointer self) noexcept {
-    static_cast<Process *>(self)->end("the connection to the system bus is lost");
-}
-
-gboolean Process::on_termination(gpointer loop) noexcept {
-    g_main_loop_quit(static_cast<GMainLoop *>(loop));
-    return G_SOURCE_CONTINUE;
-}
-
-void Process::end(const std::string &reason) {
-    log_line(LOG_ERR, reason + ", ending");
-    exit_status = EXIT_FAILURE;
-    g_main_loop_quit(loop);
+void Process::on_closed(GDBusConnection *, gboolean, GError *, gpointer) noexcept {
+    end("the connection to the system bus is lost");
 }
 
 void Process::take(Input input) {
@@ -191,39 +178,22 @@ gboolean Process::on_alarm(gpointer user_data) noexcept {
         self->next_watchdog = now() + *self->watchdog;
         sd_notify(0, "WATCHDOG=1");
     }
+    self->daemon.tell_kept_alive();
     self->take(Tick{});
     return G_SOURCE_REMOVE;
 }
 
-client::Object<GDBusConnection> connect_to_bus() {
-    GError *error = nullptr;
-    g_autofree gchar *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
-    client::Object<GDBusConnection> bus;
-    if (address != nullptr) {
-        constexpr auto flags =
-            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        bus.reset(g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, &error));
-    }
-    if (bus == nullptr) {
-        const client::Error owned(error);
-        log_line(LOG_ERR, std::string("no connection to the system bus: ") + error->message);
-    }
-    return bus;
-}
-
 } // namespace
 
-int run_process(const Config &config) {
-    const client::Object<GDBusConnection> bus = connect_to_bus();
+void run_process(const Config &config) {
+    GError *error = nullptr;
+    GDBusConnection *bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (bus == nullptr) {
-        return EXIT_FAILURE;
+        end(std::string("no connection to the system bus: ") + error->message);
     }
-    GMainLoop *loop = g_main_loop_new(nullptr, FALSE);
-    Process process(config, bus.get(), loop);
-    g_main_loop_run(loop);
-    sd_notify(0, "STOPPING=1");
-    return process.status();
+    const Process process(config, bus);
+    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+    _exit(EXIT_SUCCESS);
 }
 
 } // namespace keeper

@@ -5,8 +5,8 @@
 
 namespace keeper {
 
-/* Returns the exit status: 0 after SIGTERM or SIGINT. Threads may still run: leave with _exit(2).
- */
-int run_process(const Config &config);
+/* Runs until SIGTERM, whose default is just right, or until something goes wrong that only a new
+   start mends; then the process ends with status 1. */
+[[noreturn]] void run_process(const Config &config);
 
 } // namespace keeper

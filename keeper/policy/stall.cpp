@@ -23,8 +23,10 @@ void Stall::take(Turn &turn) {
         watching = true;
         sent_at = now - send_every;
         back_at = now;
-    } else if ((back != nullptr && back->node == known.local) || now >= due_at + held_up) {
+    } else if (now >= due_at + held_up) {
         back_at = now;
+    } else if (back != nullptr && back->node == known.local) {
+        back_at = turn.get<Announced>()->at.value_or(now);
     }
     bus_at = turn.get<BusAnswered>() != nullptr ? now : bus_at;
     const bool missing = now >= back_at + missing_after;
@@ -44,8 +46,7 @@ void Stall::take(Turn &turn) {
         turn.act(KillDaemon{known.unit.main_pid});
         back_at = now;
     }
-    due_at = missing ? sent_at + send_missing_every
-                     : std::min(sent_at + send_every, back_at + missing_after);
+    due_at = sent_at + (missing ? send_missing_every : send_every);
     due_at = now < back_at + limit ? std::min(due_at, back_at + limit) : due_at;
     turn.due(due_at);
 }
