@@ -31,7 +31,14 @@ std::optional<Text> View::receive(Known &known, const std::string &line) {
         under_way.erase(number);
     }
     if (const auto *report = std::get_if<Report>(&text->content)) {
-        known.peers[text->from] = {.report = *report, .heard = known.now, .member = true};
+        Peer &peer = known.peers[text->from];
+        const Time since = peer.report.steps.since;
+        peer = {.report = *report, .heard = known.now, .member = true};
+        /* As an age it is told with the delay of each text; what is published shall not change for
+         * that. */
+        if (std::chrono::abs(report->steps.since - since) < report_every / 5) {
+            peer.report.steps.since = since;
+        }
         greeted = greeted || own;
         asked = asked || (report->hello && !own);
     }
