@@ -26,32 +26,21 @@ bool Known::present(NodeId node) const {
     return peer != peers.end() && peer->second.member && now < peer->second.heard + fresh_for;
 }
 
-std::optional<std::string> Known::why_unfit(NodeId node) const {
-    const auto peer = peers.find(node);
-    if (peer == peers.end() || !peer->second.member) {
-        return "no keeper is heard there";
-    }
-    if (!present(node)) {
-        return "its keeper was not heard for " + seconds(fresh_for);
-    }
+std::string Known::why_unfit(NodeId node) const {
     const Report last = report(node);
-    if (!last.unfit.empty()) {
-        return last.unfit;
-    }
-    if (last.quorum == NodeStatus::Quorum::no) {
-        return "it has no quorum";
-    }
-    if (last.leaving) {
-        return "its daemon is being stopped";
-    }
-    return last.steps.phase == Phase::running ? std::optional<std::string>(busy) : std::nullopt;
+    return !present(node)                          ? "its keeper is not heard"
+           : !last.unfit.empty()                   ? last.unfit
+           : last.quorum == NodeStatus::Quorum::no ? "it has no quorum"
+           : last.leaving                          ? "its daemon is being stopped"
+           : last.steps.phase == Phase::running    ? busy
+                                                   : "";
 }
 
 NodeId Known::best_other() const {
     NodeId best = 0;
     for (const auto &[node, peer] : peers) {
         const bool better = best == 0 || (peer.report.wanted && !peers.at(best).report.wanted);
-        if (better && node != local && node != current.master_node && !why_unfit(node)) {
+        if (better && node != local && node != current.master_node && why_unfit(node).empty()) {
             best = node;
         }
     }
@@ -83,8 +72,8 @@ void Turn::prefer(bool on) {
     act(WritePreferred{on});
 }
 
-void Turn::store(std::optional<Unfit> unfit, std::optional<bool> preferred) {
-    known.stored = {std::move(unfit), preferred};
+void Turn::mark(std::optional<Unfit> unfit) {
+    known.stored.unfit = std::move(unfit);
     act(Store{known.stored});
 }
 

@@ -15,6 +15,14 @@ using client::Joined;
 using client::Left;
 using client::NewMaster;
 
+/* Within 500 ms of a write of a preference a take-over was undone in 20 of 20 tries, and within 6
+   ms it can end daemons. A change of membership makes more elections. */
+constexpr Duration calm_after_write{700}, calm_after_change{1'200};
+/* How long a keeper's last text counts. */
+constexpr Duration fresh_for{15'000};
+/* The one reason against a node that passes by itself. */
+constexpr const char *busy = "its run steps are running";
+
 /* A node whose keeper was heard; this node is among them, as corosync delivered its own texts. */
 struct Peer {
     Report report;
@@ -22,21 +30,14 @@ struct Peer {
     bool member = false; /* it did not leave the group since */
 };
 
-/* The move under way: the same on all nodes, since texts arrive in one order. */
+/* A move, and who asked for it. */
 struct Moving {
     NodeId by = {};
-    uint64_t request = 0;
-    MoveRequest what;
+    uint64_t number = 0;
+    NodeId target = {};
+    Why why = Why::asked;
     Time since{};
 };
-
-/* Within 500 ms of a write of a preference a take-over was undone in 20 of 20 tries, and within 6
-   ms it can end daemons. A change of membership makes more elections. */
-constexpr Duration calm_after_write{700}, calm_after_change{1'200};
-/* How long a keeper's last report counts. */
-constexpr Duration fresh_for{15'000};
-/* The one reason against a node that passes by itself. */
-constexpr const char *busy = "its run steps are running";
 
 struct Known {
     Time now{};
@@ -56,7 +57,7 @@ struct Known {
     bool leaving = false; /* the daemon is about to be stopped */
 
     std::map<NodeId, Peer> peers;
-    std::optional<Moving> moving;
+    std::optional<Moving> moving; /* the same on all nodes, since texts arrive in one order */
     std::deque<Time> unfit_moves; /* away from nodes that could not serve, of late */
     std::string stay_off;         /* why stay does nothing; empty: it is at work */
 
@@ -73,8 +74,8 @@ struct Known {
     Report report(NodeId node) const;
     /* Whether its keeper was heard of late, and the node is a member. */
     bool present(NodeId node) const;
-    /* Why the role must not be moved to this node; none: it is fit. */
-    std::optional<std::string> why_unfit(NodeId node) const;
+    /* Why the role must not be moved to this node; empty: it is fit. */
+    std::string why_unfit(NodeId node) const;
     /* The fit node that a hand-over goes to: one that the operator prefers, or else the first. */
     NodeId best_other() const;
     /* "node 2 (beta)", or "node 2" without a name in the node list. */
@@ -99,48 +100,44 @@ struct Turn {
     std::optional<SequenceEnd> end = {}; /* the run steps of this node are done */
     std::optional<Moving> moved = {};    /* a move ended with this input, by whatever came of it */
 
-    std::vector<std::variant<Action, Content>> todo = {};
-    std::optional<MoveRequest> request = {}; /* a policy wants it; move carries it out */
-    std::optional<Time> wake = {};           /* some policy waits for that time */
+    std::vector<std::variant<Action, Text>> todo = {};
+    std::optional<Why> wanted = {}; /* a move that a policy wants; see Move */
+    std::optional<Time> wake = {};  /* some policy waits for that time */
 
-    /* An input, an announcement or a text of this type. */
+    /* An input, an announcement, or a call of our bus object, of this type. */
     template <typename T>
     const T *get() const {
-        const auto *announced = std::get_if<Announced>(&input);
         if constexpr (is_one_of<T, Input>) {
             return std::get_if<T>(&input);
         } else if constexpr (is_one_of<T, client::Announcement>) {
+            const auto *announced = std::get_if<Announced>(&input);
             return announced != nullptr ? std::get_if<T>(&announced->announcement) : nullptr;
         } else {
-            return text ? std::get_if<T>(&text->content) : nullptr;
+            const auto *asked = std::get_if<Asked>(&input);
+            return asked != nullptr ? std::get_if<T>(&asked->what) : nullptr;
         }
     }
-    /* A call of our bus object of this type. */
-    template <typename T>
-    const T *call() const {
-        const auto *asked = std::get_if<Asked>(&input);
-        return asked != nullptr ? std::get_if<T>(&asked->what) : nullptr;
-    }
+    bool said(Verb verb) const { return text && text->verb == verb; }
     bool own_text() const { return text && text->from == known.local; }
 
     void act(Action action) { todo.emplace_back(std::in_place_index<0>, std::move(action)); }
-    void say(Content content) { todo.emplace_back(std::in_place_index<1>, std::move(content)); }
-    void info(std::string text_) { act(Log{Log::Priority::info, std::move(text_)}); }
-    void warn(std::string text_) { act(Log{Log::Priority::warning, std::move(text_)}); }
-    void fail(std::string text_) { act(Log{Log::Priority::error, std::move(text_)}); }
-    void answer(bool ok, std::string text_) {
-        act(Answer{std::get<Asked>(input).id, ok, std::move(text_)});
+    void say(Text what) { todo.emplace_back(std::in_place_index<1>, std::move(what)); }
+    void info(std::string line) { act(Log{Log::Priority::info, std::move(line)}); }
+    void warn(std::string line) { act(Log{Log::Priority::warning, std::move(line)}); }
+    void fail(std::string line) { act(Log{Log::Priority::error, std::move(line)}); }
+    void answer(bool ok, std::string why) {
+        act(Answer{std::get<Asked>(input).id, ok, std::move(why)});
     }
-    /* Whether `time` has come; if not, the policy is called again then. */
+    /* Whether `time` has come; if not, all policies are called again then. */
     bool due(Time time) {
         if (known.now < time) {
-            wake = wake ? std::min(*wake, time) : time;
+            wake = std::min(wake.value_or(time), time);
         }
         return known.now >= time;
     }
-    /* These two take effect at once, for the policies that follow. */
+    /* These take effect at once, for the policies that follow. */
     void prefer(bool on);
-    void store(std::optional<Unfit> unfit, std::optional<bool> preferred);
+    void mark(std::optional<Unfit> unfit);
 };
 
 } // namespace keeper

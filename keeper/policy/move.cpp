@@ -4,8 +4,6 @@ namespace keeper {
 
 namespace {
 
-using Why = MoveRequest::Why;
-
 constexpr Duration under_way_for{2'000};
 /* A text with its repetitions, and the move itself. */
 constexpr Duration asked_for{1'300 + 2'000};
@@ -19,24 +17,18 @@ constexpr Duration leave_within{1'800};
 /* Nodes that are stopped together hear of each other before one passes the role on. */
 constexpr Duration leave_after{200};
 
-std::string because(const Known &known, const MoveRequest &what, NodeId by) {
-    switch (what.why) {
-    case Why::leaving:
-        return "the daemon of " + known.name(by) + " is being stopped";
-    case Why::unfit:
-        return known.name(by) + " is not fit";
-    case Why::again:
-        return "its run steps have to run again";
-    default:
-        return "an operator asked " + known.name(by) + " for it";
-    }
+std::string because(const Known &known, Why why, NodeId by) {
+    return why == Why::leaving ? "the daemon of " + known.name(by) + " is being stopped"
+           : why == Why::unfit ? known.name(by) + " is not fit"
+           : why == Why::again ? "its run steps have to run again"
+                               : "an operator asked " + known.name(by) + " for it";
 }
 
 /* Why no node can take over; `busy`: one can in a moment. */
 std::string nobody_fit(const Known &known) {
     std::string text = "no other node is fit";
     for (const auto &[node, peer] : known.peers) {
-        const std::string reason = known.why_unfit(node).value_or("");
+        const std::string reason = known.why_unfit(node);
         if (node != known.local && reason == busy) {
             return busy;
         }
@@ -45,65 +37,53 @@ std::string nobody_fit(const Known &known) {
     return text;
 }
 
-/* Why a request cannot be sent; `busy`: not yet; none: it can, and has a target then. */
-std::optional<std::string> objection(const Known &known, MoveRequest &what) {
-    if (!known.ready) {
-        return "the daemon of this node does not run";
-    }
-    if (known.frozen()) {
-        return known.frozen_text();
-    }
-    if (known.moving) {
-        return "another move is under way, " + describe(known, *known.moving);
-    }
-    if (what.why == Why::again) {
-        return std::nullopt;
-    }
-    const NodeId target = what.target != 0 ? what.target : known.best_other();
-    const auto reason = target != 0 ? known.why_unfit(target) : nobody_fit(known);
-    what.target = reason ? what.target : target;
-    return reason;
+/* Why a move to `target` cannot be asked for; `busy`: not yet; empty: it can. */
+std::string objection(const Known &known, Why why, NodeId target) {
+    return !known.ready         ? "the daemon of this node does not run"
+           : known.frozen()     ? known.frozen_text()
+           : known.moving       ? "another move is under way, " + describe(known, *known.moving)
+           : why == Why::again  ? ""
+           : target == NodeId() ? nobody_fit(known)
+                                : known.why_unfit(target);
 }
 
 /* Why this node does not take over; empty: it does. */
 std::string refusal(const Known &known, Why why) {
-    const std::string unfit = known.why_unfit(known.local).value_or(busy);
+    const std::string unfit = known.why_unfit(known.local);
     return known.frozen()              ? known.frozen_text()
            : known.current.members < 2 ? "it is alone in the group"
            : why == Why::again         ? (known.master() ? "" : "it is not master any more")
-           : unfit != busy             ? unfit
-                                       : "";
+           : unfit == busy             ? ""
+                                       : unfit;
 }
 
 } // namespace
 
 std::string describe(const Known &known, const Moving &moving) {
-    return "to " + known.name(moving.what.target) + ": " + because(known, moving.what, moving.by);
+    return "to " + known.name(moving.target) + ": " + because(known, moving.why, moving.by);
 }
 
 void Move::follow(Turn &turn) {
     Known &known = turn.known;
-    const auto *done = turn.get<MoveDone>();
-    const auto *request = turn.get<MoveRequest>();
+    const auto &text = turn.text;
     if (known.moving) {
-        const bool word = done != nullptr && done->by == known.moving->by &&
-                          done->request == known.moving->request;
-        if (word || turn.get<NewMaster>() != nullptr || !known.ready ||
+        const bool done = turn.said(Verb::done) && text->node == known.moving->by &&
+                          text->number == known.moving->number;
+        if (done || turn.get<NewMaster>() != nullptr || !known.ready ||
             turn.due(known.moving->since + under_way_for)) {
             turn.moved = std::exchange(known.moving, std::nullopt);
         }
     }
-    while (!known.unfit_moves.empty() &&
-           known.now >= known.unfit_moves.front() + unfit_moves_within) {
-        known.unfit_moves.pop_front();
-    }
-    if (request != nullptr && known.ready && !known.moving) {
-        const auto target = known.peers.find(request->target);
+    std::erase_if(known.unfit_moves,
+                  [&](Time time) { return known.now >= time + unfit_moves_within; });
+    if (turn.said(Verb::move) && known.ready && !known.moving) {
+        /* Whether the target is being stopped all nodes have heard in the same order. */
+        const auto target = known.peers.find(text->node);
         if (target == known.peers.end() || !target->second.report.leaving) {
-            known.moving = Moving{turn.text->from, turn.text->sequence, *request, known.now};
+            known.moving = Moving{text->from, text->sequence, text->node, text->why, known.now};
             turn.due(known.now + under_way_for);
         }
-        if (request->why == Why::unfit) {
+        if (text->why == Why::unfit) {
             known.unfit_moves.push_back(known.now);
         }
     }
@@ -111,63 +91,62 @@ void Move::follow(Turn &turn) {
 
 void Move::begin(Turn &turn) {
     const Known &known = turn.known;
-    if (turn.call<Asked::HandOver>() != nullptr && leaving) {
+    const auto *asked = turn.get<Asked::Move>();
+    const NodeId target = asked != nullptr ? asked->target.value_or(NodeId()) : NodeId();
+    if (turn.get<Asked::HandOver>() != nullptr && leaving) {
         turn.answer(false, "the hand-over was asked for already");
-    } else if (turn.call<Asked::HandOver>() != nullptr) {
+    } else if (turn.get<Asked::HandOver>() != nullptr) {
         leaving = Leaving{.call = std::get<Asked>(turn.input).id, .since = known.now};
-    } else if (const auto *asked = turn.call<Asked::Move>()) {
-        const NodeId target = asked->target.value_or(NodeId());
-        if (asking) {
-            turn.answer(false, "this node is asking for another move");
-        } else if (target != 0 && target == known.current.master_node) {
-            turn.answer(true, known.name(target) + " is master already");
-        } else {
-            asking = Asking{.what = {Why::asked, target},
-                            .since = known.now,
-                            .call = std::get<Asked>(turn.input).id};
-        }
-    }
-    if (turn.request && !asking) {
-        asking = Asking{.what = *turn.request, .since = known.now};
+    } else if (asked != nullptr && asking) {
+        turn.answer(false, "this node is asking for another move");
+    } else if (asked != nullptr && target != 0 && target == known.current.master_node) {
+        turn.answer(true, known.name(target) + " is master already");
+    } else if (asked != nullptr) {
+        asking =
+            Asking{.target = target, .since = known.now, .call = std::get<Asked>(turn.input).id};
+    } else if (turn.wanted && !asking) {
+        const NodeId again = turn.wanted == Why::again ? known.local : NodeId();
+        asking = Asking{.why = *turn.wanted, .target = again, .since = known.now};
     }
 }
 
 /* What has come of our request: why it failed, or the empty text; none: it goes on. */
 std::optional<std::string> Move::outcome(Turn &turn) {
     const Known &known = turn.known;
+    const auto &text = turn.text;
     if (!asking->sent) {
-        const auto reason = objection(known, asking->what);
-        if (reason) {
-            return reason == busy && !turn.due(asking->since + idle_within) ? std::nullopt : reason;
+        const NodeId target = asking->target != 0 ? asking->target : known.best_other();
+        const std::string reason = objection(known, asking->why, target);
+        if (!reason.empty()) {
+            return reason == busy && !turn.due(asking->since + idle_within) ? std::nullopt
+                                                                            : std::optional(reason);
         }
-        turn.info("MOVE: asking " + known.name(asking->what.target) +
-                  " to take over: " + because(known, asking->what, known.local));
-        turn.say(asking->what);
+        turn.info("MOVE: asking " + known.name(target) +
+                  " to take over: " + because(known, asking->why, known.local));
+        turn.say({.verb = Verb::move, .node = target, .why = asking->why});
+        asking->target = target;
         asking->sent = known.now;
-    }
-    const auto *done = turn.get<MoveDone>();
-    if (done != nullptr && done->by == known.local) {
-        return done->failure;
-    }
-    const bool ours = known.moving && known.moving->by == known.local;
-    if (turn.own_text() && turn.get<MoveRequest>() != nullptr && !ours) {
+    } else if (turn.said(Verb::done) && text->node == known.local) {
+        return text->reason;
+    } else if (turn.said(Verb::move) && turn.own_text() &&
+               !(known.moving && known.moving->by == known.local)) {
         return known.moving ? "another move is under way, " + describe(known, *known.moving)
                             : "its daemon is being stopped";
-    }
-    if (turn.moved && turn.moved->by == known.local && !asking->applied) {
+    } else if (turn.moved && turn.moved->by == known.local && !asking->applied) {
         const auto *applied = turn.get<NewMaster>();
         if (applied == nullptr) {
             return "it did not take over within " + seconds(under_way_for);
         }
-        if (applied->node != asking->what.target) {
+        if (applied->node != asking->target) {
             return known.name(applied->node) + " became master";
         }
         asking->applied = true;
         asking->sent = known.now;
     }
-    return !turn.due(*asking->sent + (asking->applied ? word_within : asked_for)) ? std::nullopt
-           : asking->applied ? std::optional<std::string>("")
-                             : "corosync did not take the request";
+    if (!turn.due(*asking->sent + (asking->applied ? word_within : asked_for))) {
+        return std::nullopt;
+    }
+    return asking->applied ? "" : "corosync did not take the request";
 }
 
 void Move::ask(Turn &turn) {
@@ -176,8 +155,7 @@ void Move::ask(Turn &turn) {
         return;
     }
     const Asking asked = *std::exchange(asking, std::nullopt);
-    const std::string target =
-        asked.what.target != 0 ? turn.known.name(asked.what.target) : "another node";
+    const std::string target = asked.target != 0 ? turn.known.name(asked.target) : "another node";
     const bool ok = failure->empty();
     const std::string text =
         ok ? target + " is master" : "not moved to " + target + ": " + *failure;
@@ -189,32 +167,29 @@ void Move::ask(Turn &turn) {
 
 void Move::leave(Turn &turn) {
     const Known &known = turn.known;
+    const NodeId master = known.current.master_node;
+    const auto self = known.peers.find(known.local);
+    const std::string reason = objection(known, Why::leaving, known.best_other());
     const auto answer = [&](bool ok, const std::string &text) {
         turn.info("MOVE: the daemon of this node may stop: " + text);
         turn.act(Answer{leaving->call, ok, text});
         leaving.reset();
     };
-    if (!known.ready) {
-        return answer(true, "it does not run");
-    }
-    if (!known.master() && !asking) {
-        const NodeId master = known.current.master_node;
-        return answer(true, master != 0 ? known.name(master) + " is master" : "there is no master");
-    }
-    if (turn.due(leaving->since + leave_within)) {
-        return answer(false, "no node took over within " + seconds(leave_within));
-    }
-    const auto self = known.peers.find(known.local);
     if (!leaving->said && self != known.peers.end() && self->second.report.leaving) {
         leaving->said = known.now;
     }
-    if (leaving->said && !asking && !known.moving && turn.due(*leaving->said + leave_after)) {
-        MoveRequest what{.why = Why::leaving};
-        const auto reason = objection(known, what);
-        if (!reason) {
-            asking = Asking{.what = what, .since = known.now};
-        } else if (*reason != busy) {
-            answer(false, *reason);
+    if (!known.ready) {
+        answer(true, "it does not run");
+    } else if (!known.master() && !asking) {
+        answer(true, master != 0 ? known.name(master) + " is master" : "no master is known");
+    } else if (turn.due(leaving->since + leave_within)) {
+        answer(false, "no node took over within " + seconds(leave_within));
+    } else if (leaving->said && !asking && !known.moving &&
+               turn.due(*leaving->said + leave_after)) {
+        if (reason.empty()) {
+            asking = Asking{.why = Why::leaving, .since = known.now};
+        } else if (reason != busy) {
+            answer(false, reason);
         }
     }
 }
@@ -223,25 +198,25 @@ void Move::leave(Turn &turn) {
 void Move::take_over(Turn &turn) {
     const Known &known = turn.known;
     const Moving &moving = *known.moving;
-    const std::string reason = refusal(known, moving.what.why);
+    const std::string reason = refusal(known, moving.why);
     const auto *answer = turn.get<TakeOverAnswered>();
-    const bool asked = taking == Taking::called || taking == Taking::over;
     const auto say = [&](const std::string &failure) {
-        turn.say(MoveDone{moving.by, moving.request, failure});
+        turn.say(
+            {.verb = Verb::done, .node = moving.by, .number = moving.number, .reason = failure});
         taking = Taking::over;
     };
     taking = taking == Taking::no ? Taking::waiting : taking;
-    if (!asked && !reason.empty()) {
-        turn.warn("MOVE: not taking over, although " + because(known, moving.what, moving.by) +
+    if ((taking == Taking::waiting || taking == Taking::reading) && !reason.empty()) {
+        turn.warn("MOVE: not taking over, although " + because(known, moving.why, moving.by) +
                   ": " + reason);
         say(reason);
-    } else if (taking == Taking::waiting && known.master() && moving.what.why != Why::again) {
+    } else if (taking == Taking::waiting && known.master() && moving.why != Why::again) {
         say("");
     } else if (taking == Taking::waiting && !known.runner.running() && turn.due(known.calm_at)) {
         turn.act(ReadSnapshot{});
         taking = Taking::reading;
     } else if (taking == Taking::reading && turn.get<SnapshotRead>() != nullptr) {
-        turn.info("MOVE: taking over: " + because(known, moving.what, moving.by));
+        turn.info("MOVE: taking over: " + because(known, moving.why, moving.by));
         turn.act(CallTakeOver{});
         taking = Taking::called;
     } else if (taking == Taking::called && answer != nullptr && !answer->accepted) {
@@ -250,23 +225,23 @@ void Move::take_over(Turn &turn) {
 }
 
 void Move::take(Turn &turn) {
-    Known &known = turn.known;
-    begin(turn);
+    const Known &known = turn.known;
     const auto *applied = turn.get<NewMaster>();
+    begin(turn);
     if (turn.moved && taking == Taking::called && applied != nullptr &&
         applied->node == known.local) {
         /* A hand-over that was followed by a stop ended on another node in 7 of 10 tries without
            this write. One write gains 10; but an old master whose last sync crossed the take-over
            is ahead by 11 until the next one, and took the role back. So write twice. The word
            follows: who hears it has had both election starts. */
-        if (turn.moved->what.why != Why::again && known.stay_off.empty()) {
+        if (turn.moved->why != Why::again && known.stay_off.empty()) {
             turn.prefer(true);
             turn.prefer(true);
         }
-        turn.say(MoveDone{turn.moved->by, turn.moved->request, ""});
+        turn.say({.verb = Verb::done, .node = turn.moved->by, .number = turn.moved->number});
     }
     taking = turn.moved || !known.moving ? Taking::no : taking;
-    if (known.moving && known.moving->what.target == known.local) {
+    if (known.moving && known.moving->target == known.local) {
         take_over(turn);
     }
     if (asking && asking->sent) {

@@ -1,13 +1,11 @@
 /*
  * The policies, each with what it remembers. take() is called for each input, whatever it is about,
  * and says by Turn::due() what it waits for: so nothing that a policy waits for can be forgotten.
- * The order is that of Machine::handle().
+ * The order is that of Keeper::handle().
  */
 #pragma once
 
 #include "keeper/policy/known.h"
-
-#include <set>
 
 namespace keeper {
 
@@ -16,16 +14,15 @@ namespace keeper {
  * daemon does not say so. But what corosync takes comes back: a text of our own that is not back
  * after 300 ms was refused and is sent again, at most three times.
  */
-struct View {
-    /* Takes in a text that the daemon announced, before the policies. Nothing when it is not a
-       keeper's, was heard before, or comes from an earlier keeper of this node. */
-    std::optional<Text> receive(Known &known, const std::string &line);
+class View {
+public:
+    /* Leaves Turn::text, before the policies. */
+    void receive(Turn &turn, const std::string &line);
     /* The text as it goes to the daemon; from now on its return is waited for. */
-    SendText send(const Known &known, const Content &content);
+    SendText send(const Known &known, Text text);
     void take(Turn &turn);
 
 private:
-    void resend(Turn &turn);
     struct Sent {
         std::string text;
         Time at{};
@@ -36,9 +33,9 @@ private:
     std::map<uint64_t, Sent> under_way;
     std::optional<Report> reported; /* the last one since the daemon appeared */
     Time reported_at{};
-    bool greeted = false; /* one of them came back: the others have heard the hello */
+    bool greeted = false; /* a text of ours came back, so the others have heard the hello */
     bool asked = false;   /* another keeper said hello */
-    std::map<NodeId, std::pair<std::string, uint64_t>> last; /* boot and number, by sender */
+    std::map<NodeId, std::pair<std::string, std::set<uint64_t>>> heard; /* boot, last numbers */
 };
 
 /*
@@ -47,7 +44,8 @@ private:
  * stopped: nothing would start it again after a corosync that was killed. It looks at levels, not
  * at changes: so it also acts when the keeper starts late. A lost connection is not a lost quorum.
  */
-struct QuorumGuard {
+class QuorumGuard {
+public:
     void take(Turn &turn);
     /* Why nothing is done about a lost quorum; empty: the node's services are stopped. */
     static std::string why_off(const Known &known);
@@ -63,10 +61,11 @@ private:
  * corosync needs to form a new ring, the daemon's main process gets SIGKILL, and the unit runs the
  * steps with stop. A call to the daemon would not do: with a frozen corosync it still answers.
  * Nothing is done when the keeper itself was held up, as in a virtual machine that was paused, or
- * when the bus does not answer: then nothing can be known of the daemon. And so a node that is
- * frozen as a whole, and goes on later, serves until corosync has told it what happened.
+ * when the bus does not answer: then nothing can be known of the daemon. So a node that is frozen
+ * as a whole, and goes on later, serves until its corosync learns what happened.
  */
-struct Stall {
+class Stall {
+public:
     void take(Turn &turn);
 
 private:
@@ -82,7 +81,8 @@ private:
  * nodes when its word comes last. That is reported and not undone: a keeper cannot know what the
  * operator wants, and the keepers of two partitions would undo each other's.
  */
-struct Freeze {
+class Freeze {
+public:
     void take(Turn &turn);
     std::string warning; /* what was changed, and the command that undoes it */
 
@@ -99,7 +99,8 @@ private:
  * fails everywhere would go round for ever; so an unfit node never gets the role from a keeper, and
  * all nodes together make at most three such moves in ten minutes. Otherwise the role stays.
  */
-struct Start {
+class Start {
+public:
     void take(Turn &turn);
 
 private:
@@ -115,7 +116,8 @@ private:
  * minutes, the node is marked unfit, which only an operator clears: a service that starts well and
  * dies later would go round for ever.
  */
-struct Watch {
+class Watch {
+public:
     void take(Turn &turn);
 
 private:
@@ -146,15 +148,17 @@ void take_preference(Turn &turn);
  * first, and then hands the role over: so nodes that stop together do not pass it around. A stop
  * that takes longer than the election of the others (0.5 s) and is not handed over is not covered.
  */
-struct Move {
-    /* Keeps known.moving, before the policies. */
+class Move {
+public:
+    /* Keeps Known::moving and leaves Turn::moved, before the policies. */
     static void follow(Turn &turn);
     void take(Turn &turn);
 
 private:
     /* A move that this node asks for. */
     struct Asking {
-        MoveRequest what; /* target 0: the best other node, once there is one */
+        Why why = Why::asked;
+        NodeId target = {}; /* 0: the best other node, once there is one */
         Time since{};
         uint64_t call = 0;             /* of our bus object, which waits for it; 0: none */
         std::optional<Time> sent = {}; /* not before the target is idle */
@@ -165,8 +169,6 @@ private:
         Time since{};
         std::optional<Time> said = {}; /* the others have heard it */
     };
-    /* This node is the target of the move under way. */
-    enum class Taking { no, waiting, reading, called, over };
 
     void begin(Turn &turn);
     void ask(Turn &turn);
@@ -176,7 +178,8 @@ private:
 
     std::optional<Asking> asking;
     std::optional<Leaving> leaving;
-    Taking taking = Taking::no;
+    /* This node is the target of the move under way. */
+    enum class Taking { no, waiting, reading, called, over } taking = Taking::no;
 };
 
 /*
@@ -187,7 +190,8 @@ private:
  * set its own, the role moved in 9 of 12 tries. So the master writes last: again after each slave
  * that had something to clear, within the half second for which that slave's election lasts.
  */
-struct Stay {
+class Stay {
+public:
     void take(Turn &turn);
     static std::string why_off(const Known &known);
 
@@ -197,7 +201,7 @@ private:
     /* The master has asked the others to clear their preference. */
     struct Settling {
         Time since{};
-        uint64_t settle = 0; /* the number of the text; 0: it is not back yet */
+        uint64_t number = 0; /* of the text; 0: it is not back yet */
         std::set<NodeId> missing = {};
     };
     std::optional<Settling> settling;
@@ -207,13 +211,14 @@ private:
     Time off_since{};
 };
 
-/*
- * What this node's keeper shows: all nodes as it knows them, and the verdict, which it makes once
- * for all commands. CRITICAL: nobody serves, or a step of the master failed or hangs. WARNING:
- * another fault would be one too many. UNKNOWN: the keeper cannot know, as when it was started
- * beside a running master.
- */
+/* What this node's keeper shows: all nodes as it knows them, and the verdict. */
 Published publish(Turn &turn, const std::string &freeze_changed);
+
+/*
+ * Whether all is well, for all commands alike. CRITICAL: nobody serves, or a step of the master
+ * failed or hangs. WARNING: another fault would be one too many. UNKNOWN: the keeper cannot know,
+ * as when it was started beside a running master. `published` has everything else by now.
+ */
 Verdict judge(Turn &turn, const Published &published);
 
 /* "to node 2 (beta): an operator asked node 1 (alpha) for it" */
@@ -222,4 +227,5 @@ std::string describe(const Known &known, const Moving &moving);
 /* Within this time the cluster makes only so many moves away from nodes that could not serve. */
 constexpr Duration unfit_moves_within{600'000};
 constexpr size_t unfit_moves_most = 3;
+
 } // namespace keeper

@@ -3,21 +3,22 @@
 namespace keeper {
 
 void take_preference(Turn &turn) {
-    const Known &known = turn.known;
-    const Stored stored = known.stored;
-    if (const auto *asked = turn.call<Asked::Prefer>()) {
+    Known &known = turn.known;
+    if (const auto *asked = turn.get<Asked::Prefer>()) {
         std::string text = asked->on ? "this node is the first choice of a hand-over"
                                      : "this node is not preferred any more";
         turn.info("PREFERENCE: " + text);
-        turn.store(stored.unfit, asked->on);
+        known.stored.preferred = asked->on;
+        turn.act(Store{known.stored});
         if (!known.stay_off.empty() && known.ready) {
             text += "; the daemon has it, too, since stay does nothing: " + known.stay_off;
             turn.prefer(asked->on);
         }
         turn.answer(true, text);
-    } else if (turn.get<SnapshotRead>() != nullptr && !stored.preferred &&
+    } else if (turn.get<SnapshotRead>() != nullptr && !known.stored.preferred &&
                known.disk_problem.empty()) {
-        turn.store(stored.unfit, known.current.preferred); /* from before there was a keeper */
+        known.stored.preferred = known.current.preferred; /* from before there was a keeper */
+        turn.act(Store{known.stored});
     }
 }
 

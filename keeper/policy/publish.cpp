@@ -2,29 +2,15 @@
 
 namespace keeper {
 
-namespace {
-
-using Role = NodeStatus::Role;
-
-/* The nodes of corosync's list, those whose keepers were heard, and this one. */
-std::set<NodeId> all_nodes(const Known &known) {
-    std::set<NodeId> nodes = {known.local};
-    for (const CorosyncRead::Node &node : known.corosync.nodes) {
-        nodes.insert(node.id);
-    }
-    for (const auto &[node, peer] : known.peers) {
-        nodes.insert(node);
-    }
-    nodes.erase(NodeId());
-    return nodes;
-}
-
-NodeStatus status_of(Turn &turn, NodeId node) {
+static NodeStatus status_of(Turn &turn, NodeId node) {
+    using enum NodeStatus::Role;
     const Known &known = turn.known;
     const bool local = node == known.local;
     const bool current = local || known.present(node);
     const auto peer = known.peers.find(node);
+    const bool heard = peer != known.peers.end() && !local;
     const Report report = known.report(node);
+    const std::string unfit = known.why_unfit(node);
     NodeStatus status;
     status.id = node;
     for (const CorosyncRead::Node &listed : known.corosync.nodes) {
@@ -33,15 +19,11 @@ NodeStatus status_of(Turn &turn, NodeId node) {
             status.name = listed.name;
         }
     }
-    if (peer != known.peers.end() && !local) {
-        status.heard = peer->second.heard;
-        turn.due(*status.heard + fresh_for);
-    }
-    status.member = local ? known.ready : peer != known.peers.end() && peer->second.member;
-    status.role = !status.member                               ? Role::down
-                  : !current || known.current.master_node == 0 ? Role::unknown
-                  : report.master == node                      ? Role::master
-                                                               : Role::slave;
+    status.member = local ? known.ready : heard && peer->second.member;
+    status.role = !status.member                   ? down
+                  : !current || report.master == 0 ? unknown
+                  : report.master == node          ? master
+                                                   : slave;
     if (current) {
         status.steps = word(report.steps.phase);
         status.step = report.steps.step;
@@ -51,18 +33,30 @@ NodeStatus status_of(Turn &turn, NodeId node) {
         status.leaving = report.leaving;
     }
     status.preferred = report.wanted;
-    status.unfit = known.why_unfit(node);
+    status.unfit = unfit.empty() ? std::nullopt : std::optional(unfit);
+    if (heard) {
+        status.heard = peer->second.heard;
+        turn.due(*status.heard + fresh_for);
+    }
     return status;
 }
 
-} // namespace
-
 Published publish(Turn &turn, const std::string &freeze_changed) {
     const Known &known = turn.known;
+    std::set<NodeId> nodes;
+    for (const CorosyncRead::Node &node : known.corosync.nodes) {
+        nodes.insert(node.id);
+    }
+    for (const auto &[node, peer] : known.peers) {
+        nodes.insert(node);
+    }
+    if (known.local != 0) {
+        nodes.insert(known.local);
+    }
     const std::string quorum_off = QuorumGuard::why_off(known);
     Published published;
     published.local = known.local;
-    for (const NodeId node : all_nodes(known)) {
+    for (const NodeId node : nodes) {
         published.nodes.push_back(status_of(turn, node));
     }
     published.master = known.current.master_node;

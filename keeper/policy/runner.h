@@ -10,6 +10,8 @@
 
 namespace keeper {
 
+struct Turn;
+
 /* A sequence is over; one that waited for it has begun. */
 struct SequenceEnd {
     bool start = false; /* the steps ran with "start" */
@@ -19,30 +21,26 @@ struct SequenceEnd {
 
 struct Runner {
     Steps steps;
-    uint64_t failures = 0;  /* steps that failed or could not run, since the keeper started */
-    uint64_t sequences = 0; /* how many have begun: with each, the run directory is to be read */
+    uint64_t failures = 0; /* steps that failed or could not run, since the keeper started */
 
     bool running() const { return steps.phase == Phase::running; }
-
     /* Another daemon, which has run no step unless it `ran_before`; or none. */
     void reset(bool ran_before, Time now);
-    /* While there is no daemon. */
-    void follow_unit(UnitChanged::StopSteps stop_steps, Time now);
-    std::optional<SequenceEnd> follow(const Input &input, NodeId local, Time now);
+    /* Leaves Turn::end, and asks for the run directory when a sequence begins. */
+    void take(Turn &turn);
 
 private:
-    void begin(bool as_start, Time now);
-    void follow_step(const std::string &step, const std::string &action, bool begins, Time now);
-    SequenceEnd end(Time now);
+    void begin(Turn &turn, bool as_start);
+    void take_step(Turn &turn, const std::string &path, const std::string &action, bool begins);
+    void end(Turn &turn);
 
-    bool start = false;          /* the role of the sequence that runs */
-    bool partial = false;        /* its beginning was not seen */
-    std::optional<bool> pending; /* the role that waits */
-    std::set<std::string> begun; /* paths */
-    std::string failed_step;     /* the first one */
-    int failed_status = 0;
+    bool start = false;             /* the role of the sequence that runs */
+    bool partial = false;           /* its beginning was not seen */
+    std::optional<bool> pending;    /* the role that waits */
+    std::set<std::string> begun;    /* paths */
+    Steps failed;                   /* the first step that did, if any */
     std::optional<uint32_t> errors; /* the sequence is over, with so many as the daemon counts */
-    std::optional<std::vector<std::string>> directory; /* read when the sequence began */
+    std::optional<std::vector<std::string>> directory; /* as it was at the beginning */
 };
 
 } // namespace keeper

@@ -2,64 +2,50 @@
 
 namespace keeper {
 
-namespace {
-
 /* A request that was refused is made again. */
 constexpr Duration tries_apart{5'000};
 
-/* An operator says that the node can serve. */
-void clear(Turn &turn) {
-    const Known &known = turn.known;
-    std::string text = "this node was not marked unfit";
-    if (known.stored.unfit) {
-        text = "this node is not marked unfit any more; it was: " + known.stored.unfit->reason;
-        turn.info("START: " + text);
-        turn.store({}, known.stored.preferred);
-    }
-    const Phase phase = known.runner.steps.phase;
-    if (known.master() && (phase == Phase::failed || phase == Phase::not_runnable)) {
-        const bool refused = known.frozen() || known.current.members < 2;
-        text += refused ? "; to run its steps again, restart the daemon" : "; its steps run again";
-        if (!refused) {
-            turn.request = MoveRequest{MoveRequest::Why::again, known.local};
-        }
-    }
-    turn.answer(true, text);
-}
-
-void mark(Turn &turn, const SequenceEnd &end) {
-    const Stored &stored = turn.known.stored;
-    const auto cause = stored.unfit ? stored.unfit->cause : Unfit::Cause::start;
+static void take_end(Turn &turn, const SequenceEnd &end) {
+    const auto &unfit = turn.known.stored.unfit;
+    const auto cause = unfit ? unfit->cause : Unfit::Cause::start;
     if (!end.failed.empty()) {
         turn.fail("START: " + end.failed + ", this node is marked unfit");
-        turn.store(Unfit{cause, end.failed}, stored.preferred);
-    } else if (end.known && stored.unfit && cause == Unfit::Cause::start) {
+        turn.mark(Unfit{cause, end.failed});
+    } else if (end.known && unfit && cause == Unfit::Cause::start) {
         turn.info("START: all steps succeeded, this node is not marked unfit any more");
-        turn.store({}, stored.preferred);
+        turn.mark({});
     }
+}
+
+/* An operator says that the node can serve. */
+static void clear(Turn &turn) {
+    const Known &known = turn.known;
+    const std::string text =
+        known.stored.unfit
+            ? "this node is not marked unfit any more; it was: " + known.stored.unfit->reason
+            : "this node was not marked unfit";
+    turn.info("START: " + text);
+    turn.mark({});
+    turn.answer(true,
+                known.master() ? text + "; to run its steps again: duskvalectl take-over" : text);
 }
 
 /* Why the role stays on this unfit master; empty: it can be moved. */
-std::string why_stays(const Known &known) {
-    if (known.frozen()) {
-        return known.frozen_text();
-    }
-    if (known.unfit_moves.size() >= unfit_moves_most) {
-        return "the cluster has made " + std::to_string(unfit_moves_most) + " such moves within " +
-               seconds(unfit_moves_within);
-    }
-    return known.best_other() != 0 ? "" : "no other node is fit";
+static std::string why_stays(const Known &known) {
+    return known.frozen() ? known.frozen_text()
+           : known.unfit_moves.size() >= unfit_moves_most
+               ? "the cluster has made " + std::to_string(unfit_moves_most) +
+                     " such moves within " + seconds(unfit_moves_within)
+           : known.best_other() == 0 ? "no other node is fit"
+                                     : "";
 }
-
-} // namespace
 
 void Start::take(Turn &turn) {
     const Known &known = turn.known;
-    if (turn.call<Asked::Fit>() != nullptr) {
+    if (turn.get<Asked::Fit>() != nullptr) {
         clear(turn);
-    }
-    if (turn.end && turn.end->start) {
-        mark(turn, *turn.end);
+    } else if (turn.end && turn.end->start) {
+        take_end(turn, *turn.end);
     }
     if (!known.master() || !known.stored.unfit || known.runner.running() || known.leaving ||
         known.moving) {
@@ -70,12 +56,11 @@ void Start::take(Turn &turn) {
     if (std::exchange(stays, reason) != reason && !reason.empty()) {
         turn.fail("START: the role stays on this unfit node: " + reason);
     }
-    if (!reason.empty()) {
-        turn.due(known.unfit_moves.empty() ? known.now
-                                           : known.unfit_moves.front() + unfit_moves_within);
-    } else if (turn.due(tried_at + tries_apart)) {
+    if (!reason.empty() && !known.unfit_moves.empty()) {
+        turn.due(known.unfit_moves.front() + unfit_moves_within);
+    } else if (reason.empty() && turn.due(tried_at + tries_apart)) {
         tried_at = known.now;
-        turn.request = MoveRequest{MoveRequest::Why::unfit, known.best_other()};
+        turn.wanted = Why::unfit;
     }
 }
 

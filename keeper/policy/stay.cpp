@@ -12,15 +12,6 @@ static void write(Turn &turn, const std::string &why) {
 }
 
 std::string Stay::why_off(const Known &known) {
-    if (!known.config.stay) {
-        return "it is switched off in keeper.conf";
-    }
-    if (!known.ready) {
-        return "the daemon does not run";
-    }
-    if (known.frozen()) {
-        return "mastership is frozen";
-    }
     int keepers = 0;
     for (const auto &[node, peer] : known.peers) {
         keepers += known.present(node) ? 1 : 0;
@@ -28,7 +19,10 @@ std::string Stay::why_off(const Known &known) {
             return "it is switched off on " + known.name(node);
         }
     }
-    return keepers == known.current.members
+    return !known.config.stay ? "it is switched off in keeper.conf"
+           : !known.ready     ? "the daemon does not run"
+           : known.frozen()   ? "mastership is frozen"
+           : keepers == known.current.members
                ? ""
                : "a keeper is heard on " + std::to_string(keepers) + " of " +
                      std::to_string(known.current.members) + " members";
@@ -39,8 +33,8 @@ void Stay::settle(Turn &turn) {
     const Known &known = turn.known;
     if (!settling) {
         const bool unsettled = std::ranges::any_of(known.peers, [&](const auto &entry) {
-            return entry.second.member &&
-                   known.report(entry.first).preferred != (entry.first == known.local);
+            const auto &[node, peer] = entry;
+            return peer.member && known.report(node).preferred != (node == known.local);
         });
         if (!unsettled || known.moving ||
             !turn.due(std::max(known.changed_at, tried_at) + settle_after)) {
@@ -53,18 +47,17 @@ void Stay::settle(Turn &turn) {
                 settling->missing.insert(node);
             }
         }
-        turn.say(Settle{});
-    } else if (turn.get<Settle>() != nullptr && turn.own_text()) {
-        settling->settle = turn.text->sequence;
+        turn.say({.verb = Verb::settle});
+    } else if (turn.said(Verb::settle) && turn.own_text()) {
         if (known.moving) {
             settling.reset(); /* it came after the request: nobody answers */
             return;
         }
-    } else if (const auto *cleared = turn.get<Cleared>();
-               cleared != nullptr && cleared->settle == settling->settle) {
+        settling->number = turn.text->sequence;
+    } else if (turn.said(Verb::cleared) && turn.text->number == settling->number) {
         settling->missing.erase(turn.text->from);
     }
-    if (settling->settle != 0 && settling->missing.empty()) {
+    if (settling->number != 0 && settling->missing.empty()) {
         settling.reset();
         if (!known.current.preferred) {
             write(turn, "it is master, and no other node is preferred");
@@ -81,18 +74,18 @@ void Stay::settle(Turn &turn) {
 /* On a slave. The answer follows the write; so the master's write follows both. */
 void Stay::clear(Turn &turn) {
     const Known &known = turn.known;
-    if (turn.get<Settle>() != nullptr && turn.text->from == known.current.master_node &&
-        !known.moving) {
+    const NodeId master = known.current.master_node;
+    if (turn.said(Verb::settle) && turn.text->from == master && !known.moving) {
         clearing = turn.text->sequence;
         turn.act(ReadSnapshot{});
     } else if (clearing && turn.get<SnapshotRead>() != nullptr) {
         const bool preferred = known.current.preferred;
         if (preferred) {
-            turn.info("STAY: not preferring this node any more: " +
-                      known.name(known.current.master_node) + " is master and stays it");
+            turn.info("STAY: not preferring this node any more: " + known.name(master) +
+                      " is master and stays it");
             turn.prefer(false);
         }
-        turn.say(Cleared{*clearing, preferred});
+        turn.say({.verb = Verb::cleared, .number = *clearing, .wrote = preferred});
         clearing.reset();
     }
 }
@@ -111,21 +104,17 @@ void Stay::take(Turn &turn) {
         settling.reset();
         clearing.reset();
     }
-    if (!off.empty()) {
-        return;
-    }
-    if (!known.master()) {
+    if (off.empty() && !known.master()) {
         clear(turn);
-        return;
+    } else if (off.empty()) {
+        if (turn.get<NewMaster>() != nullptr && known.now < known.left_at + after_leave) {
+            write(turn, "it became master after the loss of another node");
+        } else if (turn.said(Verb::cleared) && turn.text->wrote) {
+            /* Also when it comes too late: an election runs in which the others tie with us. */
+            write(turn, known.name(turn.text->from) + " was preferred until now");
+        }
+        settle(turn);
     }
-    const auto *cleared = turn.get<Cleared>();
-    if (turn.get<NewMaster>() != nullptr && known.now < known.left_at + after_leave) {
-        write(turn, "it became master after the loss of another node");
-    } else if (cleared != nullptr && cleared->wrote) {
-        /* Also when it comes too late: an election runs in which the others tie with this node. */
-        write(turn, known.name(turn.text->from) + " was preferred until now");
-    }
-    settle(turn);
 }
 
 } // namespace keeper

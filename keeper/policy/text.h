@@ -1,12 +1,12 @@
 /*
  * The texts that keepers send each other through the daemon's SendMessage:
  *
- *     duskvale-keeper 1 NODE BOOT SEQUENCE KIND FIELD ...
+ *     duskvale-keeper 1 NODE BOOT SEQUENCE FIELD ...
  *
  * The daemon's signal does not name the sender of a text, so the text does. BOOT differs at each
  * start of a keeper, SEQUENCE grows by one with each text; a text that is sent again has the same
  * ones. The fields are those of the structures below, in their order: numbers, 0 or 1, and texts in
- * double quotes. A reader ignores other versions and other kinds.
+ * double quotes. A reader ignores other versions.
  */
 #pragma once
 
@@ -37,7 +37,7 @@ struct Steps {
     bool operator==(const Steps &) const = default;
 };
 
-/* What a keeper says of its node: on each change, every 10 s, and to whoever says hello. */
+/* What a keeper says of its node, in each text. */
 struct Report {
     NodeId master = {};
     NodeId frozen = {};
@@ -48,40 +48,36 @@ struct Report {
     bool wanted = false;    /* preferred by the operator */
     bool preferred = false; /* the daemon's PreferredMaster */
     bool stay = false;      /* takes part in stay */
-    bool hello = false;     /* the others shall report, too */
     bool operator==(const Report &) const = default;
 };
 
-/* The master asks the others to clear their preference; each answers. */
-struct Settle {};
-struct Cleared {
-    uint64_t settle = 0; /* the number of the master's text */
-    bool wrote = false;  /* the preference was set until now */
+/* What it says besides. */
+enum class Verb {
+    report,  /* nothing: on each change, and every 10 s */
+    hello,   /* the others shall report */
+    settle,  /* the master asks the others to clear their preference */
+    cleared, /* the answer to settle `number`; `wrote`: the preference was set until now */
+    move,    /* asks `node` to take over, because of `why` */
+    done,    /* the target's word on move `number` of `node`; `reason`: why it does not take over */
+    last = done
 };
-
-/* A request for a move is known by its sender and its number. */
-struct MoveRequest {
-    enum class Why { asked, leaving, unfit, again, last = again } why = Why::asked;
-    NodeId target = {};
-};
-/* The target's word on it. */
-struct MoveDone {
-    NodeId by = {};
-    uint64_t request = 0;
-    std::string failure; /* why it does not take over; empty: it has */
-};
-
-using Content = std::variant<Report, Settle, Cleared, MoveRequest, MoveDone>;
+enum class Why { asked, leaving, unfit, again, last = again };
 
 struct Text {
     NodeId from = {};
-    std::string boot;
+    std::string boot = {};
     uint64_t sequence = 0;
-    Content content;
+    Verb verb = Verb::report;
+    NodeId node = {};
+    uint64_t number = 0;
+    bool wrote = false;
+    Why why = Why::asked;
+    std::string reason = {};
+    Report report = {};
 };
 
 /* `now` turns points of time into ages and back. */
-std::string encode(const Text &text, Time now);
+std::string encode(Text text, Time now);
 /* Nothing for what is not a keeper's text of this version. */
 std::optional<Text> decode(const std::string &line, Time now);
 

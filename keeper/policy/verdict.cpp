@@ -4,15 +4,18 @@ namespace keeper {
 
 namespace {
 
+using enum Verdict::Level;
+
 /* Reports of a change arrive one after the other. */
 constexpr Duration agree_within{3'000};
 
-struct Causes {
-    std::vector<std::string> critical, warning, unknown, ok;
-};
+/* The worst first. */
+using Causes = std::map<int, std::vector<std::string>>;
+constexpr Verdict::Level by_rank[] = {critical, warning, unknown, ok};
 
-bool is(const NodeStatus &node, Phase phase) {
-    return node.steps == word(phase);
+void add(Causes &causes, Verdict::Level level, const std::string &cause) {
+    const auto rank = std::ranges::find(by_rank, level) - by_rank;
+    causes[static_cast<int>(rank)].push_back(cause);
 }
 
 bool in_ring(const Known &known, NodeId node) {
@@ -23,51 +26,53 @@ bool in_ring(const Known &known, NodeId node) {
 void judge_master(Turn &turn, const NodeStatus &master, Causes &causes) {
     const Known &known = turn.known;
     const std::string name = known.name(master.id) + " is master";
-    const std::string step = master.step.empty() ? "a step" : "step " + master.step;
-    if (is(master, Phase::failed)) {
-        causes.critical.push_back(name + ", but " + step + " failed");
-    } else if (is(master, Phase::not_runnable)) {
-        causes.critical.push_back(name + ", but " + step + " cannot be run");
-    } else if (is(master, Phase::running)) {
+    const std::string but =
+        name + ", but " + (master.step.empty() ? "a step" : "step " + master.step);
+    const std::string unfit = known.report(master.id).unfit;
+    const Phase phase = known.report(master.id).steps.phase;
+    if (!in_ring(known, master.id)) {
+        add(causes, critical, "nobody serves: " + name + " and is lost");
+    } else if (phase == Phase::failed) {
+        add(causes, critical, but + " failed");
+    } else if (phase == Phase::not_runnable) {
+        add(causes, critical, but + " cannot be run");
+    } else if (phase == Phase::running) {
         const bool hangs = turn.due(*master.since + known.config.step_limit);
-        (hangs ? causes.critical : causes.warning)
-            .push_back(name + ", but " + step + (hangs ? " hangs" : " is running"));
-    } else if (is(master, Phase::settled)) {
-        causes.ok.push_back(name);
+        add(causes, hangs ? critical : warning, but + (hangs ? " hangs" : " is running"));
+    } else if (phase == Phase::settled) {
+        add(causes, ok, name);
     } else {
-        causes.unknown.push_back(name + ", but it is not known whether its steps succeeded");
+        add(causes, unknown, name + ", but it is not known whether its steps succeeded");
     }
-    if (const std::string unfit = known.report(master.id).unfit; !unfit.empty()) {
-        causes.critical.push_back(name + " and is not fit: " + unfit +
-                                  "; when that is repaired: duskvalectl fit");
+    if (!unfit.empty()) {
+        add(causes, critical,
+            name + " and is not fit: " + unfit + "; when that is repaired: duskvalectl fit");
     }
 }
 
 /* It must be able to take over. */
 void judge_other(const Known &known, const NodeStatus &node, Causes &causes) {
+    const Phase phase = known.report(node.id).steps.phase;
     const std::string name = known.name(node.id);
     if (!in_ring(known, node.id)) {
-        causes.warning.push_back(name + " is missing");
+        add(causes, warning, name + " is missing");
     } else if (node.unfit && node.unfit != busy) {
-        causes.warning.push_back(name + " could not take over: " + *node.unfit);
+        add(causes, warning, name + " could not take over: " + *node.unfit);
     }
-    if (is(node, Phase::failed) || is(node, Phase::not_runnable)) {
-        causes.warning.push_back(name + " is slave, but may still serve: step " + node.step +
-                                 " did not succeed with stop");
+    if (phase == Phase::failed || phase == Phase::not_runnable) {
+        add(causes, warning,
+            name + " is slave, but may still serve: step " + node.step + " failed with stop");
     }
 }
 
 /* Why this node's keeper cannot see the cluster; empty: it can. */
 std::string blind(const Known &known) {
-    if (!known.quorum.connected) {
-        return "corosync does not answer on this node";
-    }
-    if (!known.quorum.quorate && QuorumGuard::why_off(known).empty()) {
-        return "this node has no quorum and does not serve; if the others are lost for good: "
-               "corosync-quorumtool -e 1, or after a start without them: "
-               "corosync-cmapctl -s quorum.cancel_wait_for_all u8 1";
-    }
-    return !known.ready                     ? "the daemon does not run on this node"
+    return !known.quorum.connected ? "corosync does not answer on this node"
+           : !known.quorum.quorate && QuorumGuard::why_off(known).empty()
+               ? "this node has no quorum and does not serve; if the others are lost for good: "
+                 "corosync-quorumtool -e 1, or after a start without them: "
+                 "corosync-cmapctl -s quorum.cancel_wait_for_all u8 1"
+           : !known.ready                   ? "the daemon does not run on this node"
            : known.current.master_node == 0 ? "nobody serves: no master is known"
                                             : "";
 }
@@ -82,27 +87,22 @@ void judge_cluster(Turn &turn, const Published &published, Causes &causes) {
             judge_other(known, node, causes);
         }
     }
-    if (!in_ring(known, published.master)) {
-        causes.critical.push_back("nobody serves: " + known.name(published.master) +
-                                  " is master and is lost");
-    }
     if (known.frozen() && !in_ring(known, published.frozen)) {
-        causes.critical.push_back(known.frozen_text() +
-                                  ", which is lost; to go on without it: "
-                                  "duskvalectl unfreeze" +
-                                  (alone ? " --alone" : ""));
+        add(causes, critical,
+            known.frozen_text() + ", which is lost; to go on without it: duskvalectl unfreeze" +
+                (alone ? " --alone" : ""));
     } else if (known.frozen()) {
-        causes.warning.push_back(known.frozen_text());
+        add(causes, warning, known.frozen_text());
     }
     if (alone) {
-        causes.warning.push_back("this node is alone in the group: nobody could take over");
+        add(causes, warning, "this node is alone in the group: nobody could take over");
     }
     if (known.disagree_since && turn.due(*known.disagree_since + agree_within)) {
-        causes.critical.push_back("the nodes name different masters; to end that: duskvalectl "
-                                  "take-over on one of them");
+        add(causes, critical,
+            "the nodes name different masters; to end that: duskvalectl take-over on one of them");
     }
     if (!published.freeze_changed.empty()) {
-        causes.warning.push_back(published.freeze_changed);
+        add(causes, warning, published.freeze_changed);
     }
 }
 
@@ -114,20 +114,16 @@ Verdict judge(Turn &turn, const Published &published) {
     if (reason.empty()) {
         judge_cluster(turn, published, causes);
     } else {
-        causes.critical.push_back(reason);
+        add(causes, critical, reason);
     }
     if (!turn.known.disk_problem.empty()) {
-        causes.warning.push_back("the marks of this node are not on its disk: " +
-                                 turn.known.disk_problem);
+        add(causes, warning,
+            "the marks of this node are not on its disk: " + turn.known.disk_problem);
     }
-    using enum Verdict::Level;
-    Verdict verdict{.level = !causes.critical.empty()  ? critical
-                             : !causes.warning.empty() ? warning
-                             : !causes.unknown.empty() ? unknown
-                                                       : ok,
-                    .causes = std::move(causes.critical)};
-    for (const auto *more : {&causes.warning, &causes.unknown, &causes.ok}) {
-        verdict.causes.insert(verdict.causes.end(), more->begin(), more->end());
+    Verdict verdict;
+    for (const auto &[rank, list] : causes) {
+        verdict.level = verdict.causes.empty() ? by_rank[rank] : verdict.level;
+        verdict.causes.insert(verdict.causes.end(), list.begin(), list.end());
     }
     return verdict;
 }

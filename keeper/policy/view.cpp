@@ -2,78 +2,61 @@
 
 namespace keeper {
 
-namespace {
-
-constexpr Duration report_every{10'000}, report_apart{500}, resend_after{300};
+constexpr Duration report_every{10'000}, report_apart{500}, resend_after{300}, late_by{400};
 constexpr unsigned send_at_most = 4;
+constexpr size_t numbers_kept = 16;
 
-bool differs(Report now, const Report &before) {
-    now.hello = before.hello;
-    now.steps.since = before.steps.since;
-    return now != before;
-}
-
-} // namespace
-
-std::optional<Text> View::receive(Known &known, const std::string &line) {
-    std::optional<Text> text = decode(line, known.now);
+void View::receive(Turn &turn, const std::string &line) {
+    Known &known = turn.known;
+    const auto text = decode(line, known.now);
     const bool own = text && text->from == known.local;
     if (!text || (own && text->boot != known.config.boot)) {
-        return std::nullopt;
+        return; /* not a keeper's, or an earlier keeper's of this node */
     }
-    auto &[boot, number] = last[text->from];
-    if (boot == text->boot && text->sequence <= number) {
-        return std::nullopt; /* it was late, not refused */
+    auto &[boot, numbers] = heard[text->from];
+    if (std::exchange(boot, text->boot) != text->boot) {
+        numbers.clear();
     }
-    boot = text->boot;
-    number = text->sequence;
-    if (own) {
-        under_way.erase(number);
+    if (!numbers.insert(text->sequence).second) {
+        return; /* it was late, not refused, and was sent again */
     }
-    if (const auto *report = std::get_if<Report>(&text->content)) {
-        Peer &peer = known.peers[text->from];
-        const Time since = peer.report.steps.since;
-        peer = {.report = *report, .heard = known.now, .member = true};
-        /* As an age it is told with the delay of each text; what is published shall not change for
-         * that. */
-        if (std::chrono::abs(report->steps.since - since) < report_every / 5) {
-            peer.report.steps.since = since;
+    Peer &peer = known.peers[text->from];
+    peer.heard = known.now;
+    peer.member = true;
+    if (text->sequence == *numbers.rbegin()) { /* not one that was sent again */
+        /* As an age it comes with the delay of the text: that alone changes nothing. */
+        const Steps before = std::exchange(peer.report, text->report).steps;
+        if (std::chrono::abs(before.since - peer.report.steps.since) < late_by) {
+            peer.report.steps.since = before.since;
         }
-        greeted = greeted || own;
-        asked = asked || (report->hello && !own);
     }
-    return text;
+    if (numbers.size() > numbers_kept) {
+        numbers.erase(numbers.begin());
+    }
+    if (own) {
+        under_way.erase(text->sequence);
+        greeted = true;
+    } else if (text->verb == Verb::hello) {
+        asked = true;
+    }
+    turn.text = text;
 }
 
-SendText View::send(const Known &known, const Content &content) {
-    const bool report = std::holds_alternative<Report>(content);
+SendText View::send(const Known &known, Text text) {
+    const bool report = text.verb == Verb::report || text.verb == Verb::hello;
     if (report) {
         /* A newer one takes the place of one that was refused. */
         std::erase_if(under_way, [](const auto &entry) { return entry.second.report; });
     }
-    const std::string text =
-        encode({known.local, known.config.boot, ++sequence, content}, known.now);
-    under_way[sequence] = {.text = text, .at = known.now, .report = report};
-    return SendText{text};
-}
-
-void View::resend(Turn &turn) {
-    for (auto entry = under_way.begin(); entry != under_way.end();) {
-        auto &[number, sent] = *entry;
-        if (turn.due(sent.at + resend_after)) {
-            if (sent.times == send_at_most) {
-                turn.warn("VIEW: corosync refused a text " + std::to_string(send_at_most) +
-                          " times, it is given up: " + sent.text);
-                entry = under_way.erase(entry);
-                continue;
-            }
-            turn.act(SendText{sent.text});
-            sent.at = turn.known.now;
-            ++sent.times;
-            turn.due(sent.at + resend_after);
-        }
-        ++entry;
-    }
+    text.from = known.local;
+    text.boot = known.config.boot;
+    text.sequence = ++sequence;
+    text.report = known.report(known.local);
+    reported = text.report;
+    reported_at = known.now;
+    const std::string line = encode(text, known.now);
+    under_way[sequence] = {.text = line, .at = known.now, .report = report};
+    return SendText{line};
 }
 
 void View::take(Turn &turn) {
@@ -84,21 +67,35 @@ void View::take(Turn &turn) {
         greeted = asked = false;
         return;
     }
-    resend(turn);
-    Report report = known.report(known.local);
-    report.hello = !greeted;
+    for (auto &[number, sent] : under_way) {
+        if (sent.times < send_at_most && turn.due(sent.at + resend_after)) {
+            turn.act(SendText{sent.text});
+            sent.at = known.now;
+            ++sent.times;
+        }
+        turn.due(sent.at + resend_after);
+    }
+    std::erase_if(under_way, [&](const auto &entry) {
+        const Sent &sent = entry.second;
+        const bool lost = known.now >= sent.at + resend_after;
+        if (lost) {
+            turn.warn("VIEW: corosync refused a text " + std::to_string(send_at_most) +
+                      " times, it is given up: " + sent.text);
+        }
+        return lost;
+    });
+    const Report report = known.report(known.local);
     Time due{};
     if (reported) {
-        const bool urgent = report.leaving != reported->leaving;
-        const bool soon = asked || differs(report, *reported);
-        due = reported_at + (urgent ? Duration(0) : soon ? report_apart : report_every);
+        reported->steps.since = report.steps.since;
+        const bool soon = asked || report != *reported;
+        const bool now = report.leaving != reported->leaving;
+        due = now ? Time(0) : reported_at + (soon ? report_apart : report_every);
     }
     if (turn.due(due)) {
-        turn.say(report);
-        reported = report;
-        reported_at = known.now;
+        turn.say({.verb = greeted ? Verb::report : Verb::hello});
         asked = false;
-        turn.due(reported_at + report_every);
+        turn.due(known.now + report_every);
     }
 }
 

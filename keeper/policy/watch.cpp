@@ -15,7 +15,7 @@ void Watch::run_again(Turn &turn, const std::string &failure) {
     if (again_at && known.now < *again_at + again_within) {
         turn.fail("WATCH: failed again " + seconds(known.now - *again_at) +
                   " after the steps ran again, this node is marked unfit: " + failure);
-        turn.store(Unfit{Unfit::Cause::watch, failure}, known.stored.preferred);
+        turn.mark(Unfit{Unfit::Cause::watch, failure});
         armed = false;
     } else if (known.frozen() || known.current.members < 2 ||
                (asked_at && known.now >= *asked_at + request_within)) {
@@ -27,7 +27,7 @@ void Watch::run_again(Turn &turn, const std::string &failure) {
         armed = false;
     } else if (!asked_at) {
         turn.fail("WATCH: " + failure + "; taking over again, which runs the steps again");
-        turn.request = MoveRequest{MoveRequest::Why::again, known.local};
+        turn.wanted = Why::again;
         asked_at = known.now;
     }
 }
@@ -71,7 +71,7 @@ void Watch::take(Turn &turn) {
     if (turn.end && turn.end->start && turn.end->known && turn.end->failed.empty()) {
         armed = true;
     }
-    if (turn.call<Asked::Fit>() != nullptr) {
+    if (turn.get<Asked::Fit>() != nullptr) {
         armed = true;
         again_at.reset();
     }
