@@ -57,8 +57,8 @@ private:
 
 /*
  * Stall: a master whose daemon or corosync hangs is replaced by the others and must not serve on.
- * Each second it sends a keep-alive to the group. When its own does not come back for longer than
- * corosync needs to form a new ring, the daemon's main process gets SIGKILL, and the unit runs the
+ * Each second it sends a keep-alive to the group. When none comes back for longer than corosync
+ * needs to form a new ring, the daemon's main process gets SIGKILL, and the unit runs the
  * steps with stop. A call to the daemon would not do: with a frozen corosync it still answers.
  * Nothing is done when the keeper itself was held up, as in a virtual machine that was paused, or
  * when the bus does not answer: then nothing can be known of the daemon. So a node that is frozen
@@ -71,9 +71,9 @@ public:
 private:
     bool watching = false;
     Time sent_at{};
-    Time back_at{}; /* our last keep-alive that came back */
-    Time bus_at{};  /* the last answer of the bus */
-    Time due_at{};  /* when we asked to be called */
+    std::optional<Time> missing_since; /* the first keep-alive after the last that came back */
+    Time bus_at{};                     /* the last answer of the bus */
+    Time due_at{};                     /* when we asked to be called */
 };
 
 /*

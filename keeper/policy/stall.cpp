@@ -2,13 +2,11 @@
 
 namespace keeper {
 
+/* Corosync refuses a keep-alive now and then: while one is missing, more are sent. */
 constexpr Duration send_every{1'000}, send_missing_every{400};
-/* From then on more are sent, since corosync may have refused one, and the bus is asked, too. At
-   rest that would wake everybody for nothing. */
-constexpr Duration missing_after{1'300};
-/* Longest gaps in sound clusters: 0.12 s at rest, 1.7 s when a peer's corosync was killed, 2.3 s
-   after a cut, where token + consensus was 2.2 s. */
-constexpr Duration beyond_corosync{400};
+/* In a sound cluster one comes back within 0.12 s, or when corosync has formed a ring without a node
+   that was lost: that takes it token + consensus, and then the next keep-alive needs to be sent. */
+constexpr Duration beyond_corosync{800};
 constexpr Duration held_up{500};
 
 void Stall::take(Turn &turn) {
@@ -18,20 +16,23 @@ void Stall::take(Turn &turn) {
         watching = false;
         return;
     }
-    const auto *back = turn.get<client::KeepAlive>();
     if (!watching) {
         watching = true;
         sent_at = now - send_every;
-        back_at = now;
-    } else if (now >= due_at + held_up) {
-        back_at = now;
-    } else if (back != nullptr && back->node == known.local) {
-        back_at = turn.get<Announced>()->at.value_or(now);
+        missing_since.reset();
+    }
+    const auto *back = turn.get<client::KeepAlive>();
+    if (back != nullptr && back->node == known.local) {
+        missing_since.reset();
+    } else if (missing_since && (now >= due_at + held_up || turn.get<QuorumChanged>() != nullptr)) {
+        missing_since = now; /* we were held up ourselves, or corosync goes on with a new ring */
     }
     bus_at = turn.get<BusAnswered>() != nullptr ? now : bus_at;
-    const bool missing = now >= back_at + missing_after;
-    if (now >= sent_at + (missing ? send_missing_every : send_every)) {
+    const bool missing = missing_since && now >= *missing_since + send_every;
+    const Duration pause = missing ? send_missing_every : send_every;
+    if (now >= sent_at + pause) {
         sent_at = now;
+        missing_since = missing_since.value_or(now);
         turn.act(SendKeepAlive{});
         if (missing) {
             turn.act(PingBus{});
@@ -39,15 +40,16 @@ void Stall::take(Turn &turn) {
     }
     const Duration limit = known.corosync.token + known.corosync.consensus +
                            known.corosync.device_sync + beyond_corosync;
-    if (now >= back_at + limit && now < bus_at + held_up) {
+    due_at = sent_at + (missing ? send_missing_every : send_every);
+    if (missing && turn.due(*missing_since + limit) && now < bus_at + held_up) {
         turn.fail("STALL: no keep-alive of this node came back for " + seconds(limit) +
                   ", the daemon or corosync hangs; ending the daemon (process " +
                   std::to_string(known.unit.main_pid) + ")");
         turn.act(KillDaemon{known.unit.main_pid});
-        back_at = now;
+        missing_since = now;
+    } else if (missing) {
+        due_at = std::min(due_at, *missing_since + limit);
     }
-    due_at = sent_at + (missing ? send_missing_every : send_every);
-    due_at = now < back_at + limit ? std::min(due_at, back_at + limit) : due_at;
     turn.due(due_at);
 }
 
