@@ -14,7 +14,7 @@ namespace keeper {
 
 class Programs {
 public:
-    /* `told` gets a WatchRan for each round. */
+    /* `told` gets a WatchRan for each round; without programs while run() is called. */
     Programs(std::string directory, Duration limit, Told told);
 
     /* Starts a round. Does nothing while one runs. */
