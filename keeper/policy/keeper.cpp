@@ -2,9 +2,9 @@
 
 namespace keeper {
 
-void Keeper::change(Duration calm) {
+void Keeper::change() {
     known.changed_at = known.now;
-    known.calm_at = std::max(known.calm_at, known.now + calm);
+    known.calm_at = std::max(known.calm_at, known.now + calm_after);
 }
 
 /* The daemon is gone, or is another one: nothing that was known of it holds. */
@@ -17,7 +17,7 @@ void Keeper::forget(bool daemon, bool ran_before) {
     for (auto &[node, peer] : known.peers) {
         peer.member = false;
     }
-    change(calm_after_change);
+    change();
 }
 
 void Keeper::learn(const CorosyncRead &read) {
@@ -44,18 +44,18 @@ void Keeper::learn(const Asked &asked) {
 void Keeper::learn(const NewMaster &applied) {
     known.master_changes += applied.node != known.current.master_node ? 1 : 0;
     known.current.master_node = applied.node;
-    change(calm_after_write);
+    change();
 }
 
 void Keeper::learn(const FrozenMaster &frozen) {
     known.current.frozen_node = frozen.node;
     known.current.frozen_reason = frozen.node != 0 ? frozen.reason : "";
-    change(calm_after_change);
+    change();
 }
 
 void Keeper::learn(const Joined &joined) {
     known.current.members = static_cast<int>(joined.members);
-    change(calm_after_change);
+    change();
 }
 
 void Keeper::learn(const Left &left) {
@@ -64,7 +64,7 @@ void Keeper::learn(const Left &left) {
     if (const auto peer = known.peers.find(left.node); peer != known.peers.end()) {
         peer->second.member = false;
     }
-    change(calm_after_change);
+    change();
 }
 
 void Keeper::compare_masters() {
@@ -84,7 +84,7 @@ Actions Keeper::handle(const Input &input, Time now) {
         view.receive(turn, line->text);
     }
     if (turn.said(Verb::settle) || turn.said(Verb::cleared)) {
-        known.calm_at = std::max(known.calm_at, now + calm_after_write);
+        known.calm_at = std::max(known.calm_at, now + calm_after);
     }
     if (turn.get<DaemonAppeared>() != nullptr) {
         turn.act(ReadSnapshot{});

@@ -41,7 +41,7 @@ private:
     void learn(const FrozenMaster &frozen);
     void learn(const Joined &joined);
     void learn(const Left &left);
-    void change(Duration calm);
+    void change();
     void forget(bool daemon, bool ran_before);
     void compare_masters();
 

@@ -68,7 +68,7 @@ std::string seconds(Duration duration) {
 
 void Turn::prefer(bool on) {
     known.current.preferred = on;
-    known.calm_at = std::max(known.calm_at, known.now + calm_after_write);
+    known.calm_at = std::max(known.calm_at, known.now + calm_after);
     act(WritePreferred{on});
 }
 
