@@ -7,7 +7,7 @@ constexpr Duration send_every{1'000}, send_missing_every{400};
 /* In a sound cluster one comes back within 0.12 s, or when corosync has formed a ring without a
    node that was lost: that takes it token + consensus, and then the next keep-alive needs to be
    sent. */
-constexpr Duration beyond_corosync{800};
+constexpr Duration beyond_corosync{400};
 constexpr Duration held_up{500};
 
 void Stall::take(Turn &turn) {
