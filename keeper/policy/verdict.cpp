@@ -18,8 +18,14 @@ void add(Causes &causes, Verdict::Level level, const std::string &cause) {
     causes[static_cast<int>(rank)].push_back(cause);
 }
 
-bool in_ring(const Known &known, NodeId node) {
-    return std::ranges::find(known.quorum.ring, node) != known.quorum.ring.end();
+/* Why nothing is to be expected of the node; empty: it takes part, as far as is known. */
+std::string why_gone(const Known &known, NodeId node) {
+    if (std::ranges::find(known.quorum.ring, node) == known.quorum.ring.end()) {
+        return "is missing";
+    }
+    const auto peer = known.peers.find(node);
+    const bool left = peer != known.peers.end() && !peer->second.member;
+    return left ? "does not take part, its daemon does not run" : "";
 }
 
 /* Its steps must have succeeded. */
@@ -30,8 +36,9 @@ void judge_master(Turn &turn, const NodeStatus &master, Causes &causes) {
         name + ", but " + (master.step.empty() ? "a step" : "step " + master.step);
     const std::string unfit = known.report(master.id).unfit;
     const Phase phase = known.report(master.id).steps.phase;
-    if (!in_ring(known, master.id)) {
-        add(causes, critical, "nobody serves: " + name + " and is lost");
+    const std::string gone = why_gone(known, master.id);
+    if (!gone.empty()) {
+        add(causes, critical, "nobody serves: " + name + ", but " + gone);
     } else if (phase == Phase::failed) {
         add(causes, critical, but + " failed");
     } else if (phase == Phase::not_runnable) {
@@ -54,8 +61,9 @@ void judge_master(Turn &turn, const NodeStatus &master, Causes &causes) {
 void judge_other(const Known &known, const NodeStatus &node, Causes &causes) {
     const Phase phase = known.report(node.id).steps.phase;
     const std::string name = known.name(node.id);
-    if (!in_ring(known, node.id)) {
-        add(causes, warning, name + " is missing");
+    const std::string gone = why_gone(known, node.id);
+    if (!gone.empty()) {
+        add(causes, warning, name + " " + gone);
     } else if (node.unfit && node.unfit != busy) {
         add(causes, warning, name + " could not take over: " + *node.unfit);
     }
@@ -87,7 +95,7 @@ void judge_cluster(Turn &turn, const Published &published, Causes &causes) {
             judge_other(known, node, causes);
         }
     }
-    if (known.frozen() && !in_ring(known, published.frozen)) {
+    if (known.frozen() && !why_gone(known, published.frozen).empty()) {
         add(causes, critical,
             known.frozen_text() + ", which is lost; to go on without it: duskvalectl unfreeze" +
                 (alone ? " --alone" : ""));
