@@ -6,6 +6,7 @@
 #include "keeper/edge/log.h"
 #include "keeper/edge/object.h"
 #include "keeper/edge/programs.h"
+#include "keeper/edge/pulse.h"
 #include "keeper/edge/systemd.h"
 #include "keeper/paths.h"
 #include "keeper/policy/keeper.h"
@@ -15,7 +16,6 @@
 #include "client/overloaded.h"
 
 #include <glob.h>
-#include <syslog.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
@@ -38,13 +38,6 @@ RunDirectoryRead read_run_directory() {
     return read;
 }
 
-/* Nothing else to do before: systemd starts the keeper again, and ends what its programs have left.
- */
-[[noreturn]] void end(const std::string &reason) {
-    log_line(LOG_ERR, reason + ", ending");
-    _exit(EXIT_FAILURE);
-}
-
 class Process {
 public:
     Process(const Config &config, GDBusConnection *bus);
@@ -63,6 +56,7 @@ private:
     Keeper machine;
     Told told = [this](Input input) { take(std::move(input)); };
     Daemon daemon;
+    Pulse pulse;
     Unit unit;
     Object object;
     Disk disk;
@@ -78,8 +72,8 @@ private:
 };
 
 Process::Process(const Config &config, GDBusConnection *bus)
-    : machine(config), daemon(bus, told), unit(bus, DUSKVALE_DAEMON_UNIT, told), object(bus, told),
-      disk(DUSKVALE_KEEPER_STATE_FILE, told),
+    : machine(config), daemon(bus, told), pulse(told), unit(bus, DUSKVALE_DAEMON_UNIT, told),
+      object(bus, told), disk(DUSKVALE_KEEPER_STATE_FILE, told),
       programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, told) {
     uint64_t limit_us = 0;
     if (sd_watchdog_enabled(0, &limit_us) > 0) {
@@ -99,12 +93,12 @@ void Process::on_name_owned(GDBusConnection *, const gchar *, gpointer) noexcept
 }
 
 void Process::on_name_lost(GDBusConnection *, const gchar *, gpointer) noexcept {
-    end("the bus does not give the name " DUSKVALE_KEEPER_BUS_NAME
-        ": another keeper runs, or its bus policy is not installed");
+    give_up("the bus does not give the name " DUSKVALE_KEEPER_BUS_NAME
+            ": another keeper runs, or its bus policy is not installed");
 }
 
 void Process::on_closed(GDBusConnection *, gboolean, GError *, gpointer) noexcept {
-    end("the connection to the system bus is lost");
+    give_up("the connection to the system bus is lost");
 }
 
 void Process::take(Input input) {
@@ -130,7 +124,7 @@ void Process::carry_out(const Action &action) {
             [this](const SendText &send) {
                 daemon.send(client::send_message(duskvale_utf8(send.text.c_str())));
             },
-            [this](const SendKeepAlive &) { daemon.send(client::keep_alive()); },
+            [this](const SendKeepAlive &) { pulse.send(); },
             [this](const PingBus &) { daemon.ping_bus(); },
             [this](const CallTakeOver &) { daemon.take_over(); },
             [this](const WritePreferred &write) { daemon.send(client::set_preferred(write.on)); },
@@ -178,7 +172,6 @@ gboolean Process::on_alarm(gpointer user_data) noexcept {
         self->next_watchdog = now() + *self->watchdog;
         sd_notify(0, "WATCHDOG=1");
     }
-    self->daemon.tell_kept_alive();
     self->take(Tick{});
     return G_SOURCE_REMOVE;
 }
@@ -189,7 +182,7 @@ void run_process(const Config &config) {
     GError *error = nullptr;
     GDBusConnection *bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (bus == nullptr) {
-        end(std::string("no connection to the system bus: ") + error->message);
+        give_up(std::string("no connection to the system bus: ") + error->message);
     }
     const Process process(config, bus);
     g_main_loop_run(g_main_loop_new(nullptr, FALSE));

@@ -10,11 +10,20 @@
 
 namespace keeper {
 
+namespace {
+
+constexpr const char *signals[] = {"NotifyNewMaster",  "NotifyFrozenMaster", "NotifyJoined",
+                                   "NotifyLeft",       "NotifyGotMessage",   "NotifyRunstepBegin",
+                                   "NotifyRunstepEnd", "NotifyRunstepsDone"};
+
+} // namespace
+
 Daemon::Daemon(GDBusConnection *bus_, Told told_) : bus(bus_), told(std::move(told_)) {
-    g_dbus_connection_signal_subscribe(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_INTERFACE, nullptr,
-                                       DUSKVALE_BUS_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-                                       on_signal, this, nullptr);
-    g_dbus_connection_add_filter(bus, on_message, this, nullptr);
+    for (const char *signal : signals) {
+        g_dbus_connection_signal_subscribe(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_INTERFACE, signal,
+                                           DUSKVALE_BUS_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+                                           on_signal, this, nullptr);
+    }
     g_bus_watch_name_on_connection(bus, DUSKVALE_BUS_NAME, G_BUS_NAME_WATCHER_FLAGS_NONE,
                                    on_appeared, on_vanished, this, nullptr);
 }
@@ -37,31 +46,6 @@ void Daemon::on_signal(GDBusConnection *, const gchar *, const gchar *, const gc
     }
 }
 
-/* Called by the thread of the bus for each message. */
-GDBusMessage *Daemon::on_message(GDBusConnection *, GDBusMessage *message, gboolean incoming,
-                                 gpointer user_data) noexcept {
-    const gchar *member = g_dbus_message_get_member(message);
-    GVariant *body = g_dbus_message_get_body(message);
-    if (incoming == FALSE || body == nullptr || g_strcmp0(member, "NotifyKeepAlive") != 0) {
-        return message;
-    }
-    auto *self = static_cast<Daemon *>(user_data);
-    const auto read = client::read_announcement(member, body);
-    const auto *kept_alive = read ? std::get_if<client::KeepAlive>(&*read) : nullptr;
-    if (kept_alive != nullptr && kept_alive->node == self->local) {
-        self->kept_alive_at = now();
-    }
-    g_object_unref(message);
-    return nullptr;
-}
-
-void Daemon::tell_kept_alive() {
-    const Time at = kept_alive_at.exchange(Time(0));
-    if (at != Time(0)) {
-        told(Announced{client::KeepAlive{local}, at});
-    }
-}
-
 void Daemon::read_snapshot() {
     call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all(), [this](const Reply &reply) {
         std::string fault = reply.error;
@@ -70,7 +54,6 @@ void Daemon::read_snapshot() {
             snapshot = client::read_snapshot(reply.arguments, &fault);
         }
         if (snapshot) {
-            local = snapshot->local_node;
             told(SnapshotRead{*snapshot});
         } else {
             log_line(LOG_WARNING, "the daemon's state could not be read: " + fault);

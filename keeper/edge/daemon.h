@@ -3,18 +3,14 @@
 
 #include "keeper/edge/call.h"
 
-#include <atomic>
-
 namespace keeper {
 
 class Daemon {
 public:
-    /* `told` gets DaemonAppeared and DaemonVanished, and what the daemon announces. */
+    /* `told` gets DaemonAppeared and DaemonVanished, and what the daemon announces, but for
+       keep-alives (see pulse.h) and devices. */
     Daemon(GDBusConnection *bus, Told told);
 
-    /* Tells of the last keep-alive of this node that came back, if one has since the last call:
-       nobody else does, so that a cluster at rest wakes the main loop for none. */
-    void tell_kept_alive();
     /* Each leads to one input, SnapshotRead, TakeOverAnswered or BusAnswered; but a state that
        cannot be read is only logged. */
     void read_snapshot();
@@ -31,14 +27,8 @@ private:
                           const gchar *interface, const gchar *name, GVariant *arguments,
                           gpointer self) noexcept;
 
-    static GDBusMessage *on_message(GDBusConnection *, GDBusMessage *message, gboolean incoming,
-                                    gpointer self) noexcept;
-
     GDBusConnection *bus;
     Told told;
-    /* These two also by the thread of the bus. */
-    std::atomic<NodeId> local{0};
-    std::atomic<Time> kept_alive_at{Time(0)};
     bool name_was_seen = false; /* with an owner or without one */
 };
 

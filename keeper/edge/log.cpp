@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -53,6 +54,11 @@ void log_line(int priority, std::string text) {
         !journal_takes(fd, priority, text)) {
         lost_lines += lost + 1;
     }
+}
+
+void give_up(const std::string &reason) {
+    log_line(LOG_ERR, reason + ", ending");
+    _exit(EXIT_FAILURE);
 }
 
 void log_for_glib() {

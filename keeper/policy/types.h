@@ -85,7 +85,6 @@ struct SnapshotRead {
 
 struct Announced {
     client::Announcement announcement;
-    std::optional<Time> at = {}; /* when, if before now: a KeepAlive is told with the next Tick */
 };
 
 /* The answer to CallTakeOver: false when the daemon refused, or could not be called. */
