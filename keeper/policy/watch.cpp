@@ -5,8 +5,9 @@ namespace keeper {
 constexpr Duration again_within{600'000};
 /* A request to take over again that came to nothing by then will not. */
 constexpr Duration request_within{4'000};
-/* A round may begin early, with what wakes the keeper anyway. */
-constexpr Duration early{500};
+/* A round may begin so much early, with what wakes the keeper anyway: at rest that is once a
+ * second. */
+constexpr Duration early{900};
 /* How often to look for programs where there are none. */
 constexpr Duration look_every{10'000};
 
@@ -85,7 +86,8 @@ void Watch::take(Turn &turn) {
     const bool marked = known.stored.unfit && known.stored.unfit->cause == Unfit::Cause::watch;
     const Time next = round_ended + (none ? look_every : known.config.watch_interval);
     if (known.master() && (phase == Phase::settled || phase == Phase::unknown) && !marked &&
-        !known.leaving && !running && (known.now + early >= next || turn.due(next))) {
+        !known.leaving && !running &&
+        (known.now + std::min(early, known.config.watch_interval / 2) >= next || turn.due(next))) {
         running = true;
         turn.act(RunWatchPrograms{});
     }
