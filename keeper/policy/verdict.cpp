@@ -35,7 +35,8 @@ void judge_master(Turn &turn, const NodeStatus &master, Causes &causes) {
     const std::string but =
         name + ", but " + (master.step.empty() ? "a step" : "step " + master.step);
     const std::string unfit = known.report(master.id).unfit;
-    const Phase phase = known.report(master.id).steps.phase;
+    const bool heard = master.id == known.local || known.present(master.id);
+    const Phase phase = heard ? known.report(master.id).steps.phase : Phase::unknown;
     const std::string gone = why_gone(known, master.id);
     if (!gone.empty()) {
         add(causes, critical, "nobody serves: " + name + ", but " + gone);
@@ -49,7 +50,10 @@ void judge_master(Turn &turn, const NodeStatus &master, Causes &causes) {
     } else if (phase == Phase::settled) {
         add(causes, ok, name);
     } else {
-        add(causes, unknown, name + ", but it is not known whether its steps succeeded");
+        add(causes, unknown,
+            name + ", but " +
+                (heard ? "it is not known whether its steps succeeded"
+                       : "its keeper is not heard"));
     }
     if (!unfit.empty()) {
         add(causes, critical,
