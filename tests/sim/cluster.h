@@ -68,6 +68,7 @@ struct Node {
     bool paused = false; /* the process stands still; the group does not */
     bool held = false;   /* the group is slow to order what this node sends */
     std::function<bool(char)> refuses; /* by message type */
+    std::function<void(bool)> runs;    /* the steps of a role; empty: there are none */
 
     std::vector<Step> steps; /* in order of their names */
     std::vector<DuskvaleLumacrateInfo> devices;
