@@ -31,8 +31,8 @@ def bring_back(lab, node):
     if node.is_active():  # It was cut off: it and the others end themselves when they meet.
         lab.wait_master(agreed_on=[node.number])
         lab.heal()
-        for member in lab.nodes:
-            member.wait_exit()
+        lab.wait_ring()
+        node.wait_exit()
     else:
         node.systemctl("start", COROSYNC)
     lab.wait_ring()

@@ -5,9 +5,12 @@ import re
 import shutil
 import subprocess
 
+import pytest
 from support import NAME, PACKAGE, STOPPED, steps, write
 
 from lab.paths import DAEMON, RUN_DIRECTORY, SETTINGS
+
+pytestmark = pytest.mark.package
 
 # Logs, the books of the package system and of systemd, and what the lab and these tests have made.
 OF_OTHERS = re.compile(
