@@ -16,13 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         }
         begin = end + 1;
     }
-    ctl::JsonLine line;
-    line.open_array("episodes");
     for (const ctl::Episode &episode : builder.episodes()) {
-        line.open_object(nullptr);
-        ctl::add_episode(line, episode);
-        line.close_object();
+        ctl::json_episode(episode);
     }
-    line.close_array().text();
     return 0;
 }

@@ -37,9 +37,17 @@ def test_version_is_that_of_meson(node, package, pytestconfig):
         ["dpkg-deb", "--field", package, "Version"], stdout=subprocess.PIPE, text=True, check=True,
     ).stdout.strip()
     changes = (root / "CHANGELOG.md").read_text(encoding="utf-8")
-    released = re.search(r"(?m)^## \[(\d.*?)\]", changes)[1]
-    assert (built, released) == (version, version)
+    # The last release, or the one that is being prepared.
+    named = re.search(r"(?m)^## \[(\d.*?)\]|^.*The next release is (\S+)\.$", changes)
+    assert (built, named[1] or named[2]) == (version, version)
     assert node.ctl("--version").stdout == f"duskvalectl {version}\n"
+
+
+def test_package_passes_the_test_that_it_brings(node, pytestconfig):
+    script = pytestconfig.rootpath.parents[1] / "debian/tests/election"
+    shutil.copy(script, node.file("/srv/shared"))
+    node.stop()
+    assert "MASTER" in node.run(["/srv/shared/election"]).stdout
 
 
 def newer(package, directory):
