@@ -120,7 +120,7 @@ def test_monitor_goes_on_through_a_restart_of_the_daemon(cluster, tmp_path):
     ):
         if act:
             act()
-        pattern = re.compile(rf"^\d\d:\d\d:\d\d\.\d{{3}} {re.escape(line)}$", re.MULTILINE)
+        pattern = re.compile(rf" \d\d:\d\d:\d\d\.\d{{3}}  {re.escape(line)}$", re.MULTILINE)
         cluster.wait(lambda: pattern.search(shown.read_text(encoding="utf-8")), 10.0, line)
     node.run(["/bin/sh", "-c", "kill -INT $(cat /run/monitor)"])
     assert monitor.wait(10) == 0
