@@ -109,7 +109,9 @@ void take_last(CLI::App &command, Options &options) {
 }
 
 void take_log(CLI::App &command, Options &options) {
-    command.add_option("--log", options.log, "read this output of journalctl -o json, or - for standard input")
+    command
+        .add_option("--log", options.log,
+                    "read this output of journalctl -o json, or - for standard input")
         ->option_text("=FILE");
 }
 
