@@ -65,7 +65,7 @@ def test_a_node_that_joins_moves_the_role(lab):
     master, joiner, other = fresh(lab)
     joiner.set("PreferredMaster", True)
     joiner.stop()
-    master, other = agreed(lab, *(n.number for n in lab.nodes if n is not joiner))[0], other
+    _, other = agreed(lab, *(n.number for n in lab.nodes if n is not joiner))[0], other
     joiner.start()
     assert agreed(lab)[0] is joiner
     for node in others(lab, joiner.number):
