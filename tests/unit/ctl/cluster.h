@@ -127,10 +127,11 @@ protected:
         .lumacrate_hotplug = recording.lumacrate_hotplug,
         .lumacrates_count =
             [](gpointer d) {
-                auto *self = static_cast<ClusterTest *>(static_cast<DBusTest *>(d));
-                if (self->while_read) {
-                    std::exchange(self->while_read, nullptr)();
-                }
+                grant(d, [](auto &c) {
+                    if (c.while_read) {
+                        std::exchange(c.while_read, nullptr)();
+                    }
+                });
                 return 2;
             },
     };
