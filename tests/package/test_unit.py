@@ -182,7 +182,7 @@ def test_loop_of_failing_starts_ends_visibly(node):
     try:
         wait_shown(node, "SubState", "failed")
         assert node.show("NRestarts") == "10"  # The last one is refused.
-        given_up = "it is failed (failed) after 10 restarts: exit-code"
+        given_up = "it is failed (failed): exit-code; restarts before that: 10"
         assert ("critical", given_up) in unit_findings(node)
     finally:
         node.systemctl("stop", "second")
