@@ -37,10 +37,12 @@ class Lab:
     """`nodes` is how many; `ids` maps a node's number to its corosync id where they differ.
 
     The nodes run what is in the directory `build`, the first `packaged` of them the `package` (the path
-    of a .deb), if there is one; `token` is corosync's, in ms.
+    of a .deb), if there is one; `token` is corosync's, in ms. Those in `keepers` (numbers) have the keeper
+    too; then corosync counts votes.
     """
 
-    def __init__(self, name="lab", nodes=3, build=BUILD, ids=None, token=1000, package=None, packaged=2):
+    def __init__(self, name="lab", nodes=3, build=BUILD, ids=None, token=1000, package=None, packaged=2,
+                 keepers=()):
         if not re.fullmatch(r"[A-Za-z0-9_-]{1,40}", name):
             raise LabError(f"not a name for a lab: '{name}'")
         if not 1 <= nodes <= MAX_NODES:
@@ -50,13 +52,14 @@ class Lab:
         self.host = None
         self._stays = False
         self._token = token
-        self._sources = {"build": os.path.abspath(build)}
+        self._sources = {"build": os.path.abspath(build), "keeper": os.path.abspath(build)}
         if package:
             self._sources["package"] = os.path.abspath(package)
         self._facts = [
             {"number": number, "name": f"node{number}", "id": (ids or {}).get(number, number),
              "address": address_of(number),
-             "image": "package" if package and number <= packaged else "build"}
+             "image": "keeper" if number in keepers else
+                      "package" if package and number <= packaged else "build"}
             for number in range(1, nodes + 1)
         ]
         self._nodes = {}
@@ -239,7 +242,7 @@ class Lab:
         for image in images:
             if not os.path.exists(self._sources[image]):
                 raise LabError(f"{self._sources[image]} is missing: build it first")
-        if "build" in images:
+        if images & {"build", "keeper"}:
             options = pathlib.Path(self._sources["build"], "meson-info/intro-buildoptions.json")
             prefixes = [option["value"] for option in json.loads(options.read_text(encoding="utf-8"))
                         if option["name"] == "prefix"]

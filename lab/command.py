@@ -16,7 +16,7 @@ DEFAULT_NAME = "lab"
 def up(options):
     build = options.build or next(filter(os.path.exists, (BUILD, DEMO_BUILD)), BUILD)
     lab = Lab(options.name, options.nodes, build, token=options.token, package=options.package,
-              packaged=options.nodes)
+              packaged=options.nodes, keepers=range(1, options.nodes + 1) if options.keepers else ())
     with lab:
         if options.start:
             lab.wait_master()
@@ -75,6 +75,7 @@ VERBS = {
         (("-n", "--nodes"), {"type": int, "default": 3, "help": "how many nodes (3)"}),
         (("--build",), {"metavar": "DIRECTORY", "help": "the build directory to install from (build)"}),
         (("--package",), {"metavar": "FILE.deb", "help": "install this on the nodes instead"}),
+        (("--keepers",), {"action": "store_true", "help": "with the keeper on each node"}),
         (("--token",), {"type": int, "default": 1000, "metavar": "MS", "help": "corosync's (1000)"}),
         (("--no-start",), {"dest": "start", "action": "store_false", "help": "stop the daemons"}),
     ]),

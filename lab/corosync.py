@@ -24,6 +24,12 @@ nodelist {{
 {nodes}}}
 """
 
+_QUORUM = """\
+quorum {
+  provider: corosync_votequorum
+}
+"""
+
 _NODE = """\
   node {{
     nodeid: {id}
@@ -41,10 +47,11 @@ _SYNCED = "Completed service synchronization"
 
 
 def config_text(cluster, token, nodes):
-    """The text of corosync.conf; `token` in ms, `nodes` dicts with "id", "name" and "address"."""
+    """The text of corosync.conf; `token` in ms, `nodes` dicts with "id", "name", "address" and "image"."""
     transport = "knet" if all(node["id"] <= _KNET_MAX_ID for node in nodes) else "udpu"
     texts = "".join(_NODE.format(**node) for node in nodes)
-    return _CONFIG.format(cluster=cluster, transport=transport, token=token, nodes=texts)
+    quorum = _QUORUM if any(node["image"] == "keeper" for node in nodes) else ""
+    return _CONFIG.format(cluster=cluster, transport=transport, token=token, nodes=texts) + quorum
 
 
 def views(entries):

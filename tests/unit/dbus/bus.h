@@ -25,8 +25,11 @@ public:
         const std::filesystem::path source = std::getenv("SOURCE_ROOT");
         const std::filesystem::path policies = "/usr/share/dbus-1/system.d";
         create_directories(policies);
-        copy(source / "data" / DUSKVALE_BUS_NAME ".conf", policies,
-             std::filesystem::copy_options::overwrite_existing);
+        for (const char *name :
+             {"com.norvel.DuskvaleCorosync.conf", "com.norvel.DuskvaleKeeper.conf"}) {
+            copy(source / "data" / name, policies,
+                 std::filesystem::copy_options::overwrite_existing);
+        }
         daemon.emplace([] {
             become("dbus-daemon", {"dbus-daemon", "--system", "--nofork", "--nopidfile",
                                    "--address=unix:dir=/mnt", "--print-address"});
@@ -50,7 +53,9 @@ private:
 class Client {
 public:
     /* Listens to all signals of the object. The bus takes the client for the user `uid`. */
-    explicit Client(const Bus &bus, uid_t uid = 0) {
+    explicit Client(const Bus &bus, uid_t uid = 0, const char *name_ = DUSKVALE_BUS_NAME,
+                    const char *path_ = DUSKVALE_BUS_PATH)
+        : name(name_), path(path_) {
         /* The bus asks the kernel who connected, and that at this moment. */
         const bool changed = setresuid(uid, uid, 0) == 0;
         connection = g_dbus_connection_new_for_address_sync(
@@ -61,9 +66,9 @@ public:
         if (!changed || setresuid(0, 0, 0) != 0 || connection == nullptr) {
             throw std::runtime_error("no client");
         }
-        subscription = g_dbus_connection_signal_subscribe(
-            connection, nullptr, DUSKVALE_BUS_NAME, nullptr, DUSKVALE_BUS_PATH, nullptr,
-            G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr);
+        subscription =
+            g_dbus_connection_signal_subscribe(connection, nullptr, nullptr, nullptr, path, nullptr,
+                                               G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr);
         /* Answered only after the subscription has been taken. */
         driver("GetId", "()");
     }
@@ -78,10 +83,10 @@ public:
 
     /* The reply, or the name of the error. `interface` may be null: then the call names none. */
     std::string call(const char *interface, const char *member, const std::string &arguments,
-                     const std::string &destination = DUSKVALE_BUS_NAME,
-                     const char *path = DUSKVALE_BUS_PATH) {
+                     const std::string &destination = "", const char *object = nullptr) {
         g_autoptr(GDBusMessage) message =
-            g_dbus_message_new_method_call(destination.c_str(), path, interface, member);
+            g_dbus_message_new_method_call(destination.empty() ? name : destination.c_str(),
+                                           object != nullptr ? object : path, interface, member);
         g_dbus_message_set_body(
             message, g_variant_parse(nullptr, arguments.c_str(), nullptr, nullptr, nullptr));
         GAsyncResult *result = nullptr;
@@ -104,12 +109,12 @@ public:
         return body == nullptr ? "()" : text(body);
     }
     std::string method(const char *member, const std::string &arguments = "()") {
-        return call(DUSKVALE_BUS_NAME, member, arguments);
+        return call(name, member, arguments);
     }
     /* One of Get, GetAll and Set; `more` goes on behind the interface's name. */
     std::string properties(const char *member, const std::string &more = "") {
         return call("org.freedesktop.DBus.Properties", member,
-                    "('" DUSKVALE_BUS_NAME "'," + more + ")");
+                    "('" + std::string(name) + "'," + more + ")");
     }
     std::string get(const std::string &property) { return properties("Get", "'" + property + "'"); }
     std::string set(const std::string &property, const std::string &value) {
@@ -138,10 +143,12 @@ private:
         return printed;
     }
     static void on_signal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                          const gchar *name, GVariant *arguments, gpointer self) {
-        static_cast<Client *>(self)->signals.push_back(name + text(arguments));
+                          const gchar *signal, GVariant *arguments, gpointer self) {
+        static_cast<Client *>(self)->signals.push_back(signal + text(arguments));
     }
 
+    const char *name;
+    const char *path;
     GDBusConnection *connection = nullptr;
     guint subscription = 0;
 };

@@ -1,0 +1,82 @@
+#include "keeper/edge/daemon.h"
+
+#include "keeper/edge/log.h"
+
+#include "base/paths.h"
+
+#include <syslog.h>
+
+#include <utility>
+
+namespace keeper {
+
+namespace {
+
+constexpr const char *signals[] = {"NotifyNewMaster",  "NotifyFrozenMaster", "NotifyJoined",
+                                   "NotifyLeft",       "NotifyGotMessage",   "NotifyRunstepBegin",
+                                   "NotifyRunstepEnd", "NotifyRunstepsDone"};
+
+} // namespace
+
+Daemon::Daemon(GDBusConnection *bus_, Told told_) : bus(bus_), told(std::move(told_)) {
+    for (const char *signal : signals) {
+        g_dbus_connection_signal_subscribe(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_INTERFACE, signal,
+                                           DUSKVALE_BUS_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+                                           on_signal, this, nullptr);
+    }
+    g_bus_watch_name_on_connection(bus, DUSKVALE_BUS_NAME, G_BUS_NAME_WATCHER_FLAGS_NONE,
+                                   on_appeared, on_vanished, this, nullptr);
+}
+
+void Daemon::on_appeared(GDBusConnection *, const gchar *, const gchar *, gpointer self) noexcept {
+    auto *daemon = static_cast<Daemon *>(self);
+    daemon->told(DaemonAppeared{.ran_before = !std::exchange(daemon->name_was_seen, true)});
+}
+
+void Daemon::on_vanished(GDBusConnection *, const gchar *, gpointer self) noexcept {
+    auto *daemon = static_cast<Daemon *>(self);
+    daemon->name_was_seen = true;
+    daemon->told(DaemonVanished{});
+}
+
+void Daemon::on_signal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
+                       const gchar *name, GVariant *arguments, gpointer self) noexcept {
+    if (std::optional<client::Announcement> read = client::read_announcement(name, arguments)) {
+        static_cast<Daemon *>(self)->told(Announced{std::move(*read)});
+    }
+}
+
+void Daemon::read_snapshot() {
+    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all(), [this](const Reply &reply) {
+        std::string fault = reply.error;
+        std::optional<client::Snapshot> snapshot;
+        if (reply.arguments != nullptr) {
+            snapshot = client::read_snapshot(reply.arguments, &fault);
+        }
+        if (snapshot) {
+            told(SnapshotRead{*snapshot});
+        } else {
+            log_line(LOG_WARNING, "the daemon's state could not be read: " + fault);
+        }
+    });
+}
+
+void Daemon::take_over() {
+    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::take_over(),
+         [this](const Reply &reply) {
+             told(TakeOverAnswered{reply.arguments != nullptr &&
+                                   client::read_status(reply.arguments).value_or(false)});
+         });
+}
+
+void Daemon::ping_bus() {
+    call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+         {"org.freedesktop.DBus.Peer", "Ping", nullptr},
+         [this](const Reply &) { told(BusAnswered{}); });
+}
+
+void Daemon::send(const client::Call &asked) const {
+    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, asked);
+}
+
+} // namespace keeper

@@ -1,0 +1,35 @@
+/* The daemon's object on the bus: its announcements in, calls to it out. Nothing here waits. */
+#pragma once
+
+#include "keeper/edge/call.h"
+
+namespace keeper {
+
+class Daemon {
+public:
+    /* `told` gets DaemonAppeared and DaemonVanished, and what the daemon announces, but for
+       keep-alives (see pulse.h) and devices. */
+    Daemon(GDBusConnection *bus, Told told);
+
+    /* Each leads to one input, SnapshotRead, TakeOverAnswered or BusAnswered; but a state that
+       cannot be read is only logged. */
+    void read_snapshot();
+    void take_over();
+    void ping_bus();
+    /* Any other call, whose answer says nothing. */
+    void send(const client::Call &asked) const;
+
+private:
+    static void on_appeared(GDBusConnection *, const gchar *, const gchar *,
+                            gpointer self) noexcept;
+    static void on_vanished(GDBusConnection *, const gchar *, gpointer self) noexcept;
+    static void on_signal(GDBusConnection *, const gchar *sender, const gchar *path,
+                          const gchar *interface, const gchar *name, GVariant *arguments,
+                          gpointer self) noexcept;
+
+    GDBusConnection *bus;
+    Told told;
+    bool name_was_seen = false; /* with an owner or without one */
+};
+
+} // namespace keeper

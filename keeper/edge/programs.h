@@ -1,0 +1,41 @@
+/*
+ * The watch programs: every file in the directory whose name ends in ".watch". A round starts all
+ * of them at once, without arguments. Exit status 0 means that the service works; with any other,
+ * the first line of the output is the reason. What still runs of a program's process group at its
+ * limit, or after its end, is killed.
+ */
+#pragma once
+
+#include "keeper/edge/call.h"
+
+#include <list>
+
+namespace keeper {
+
+class Programs {
+public:
+    /* `told` gets a WatchRan for each round; without programs while run() is called. */
+    Programs(std::string directory, Duration limit, Told told);
+
+    /* Starts a round. Does nothing while one runs. */
+    void run();
+
+private:
+    struct Child {
+        Programs *owner;
+        std::string name;
+        int output; /* a file in memory: nobody needs to read along for the program to go on */
+    };
+
+    static void on_end(GPid process, gint wait_status, gpointer child) noexcept;
+    void report(Child &child, int wait_status);
+    void end_round_if_over();
+
+    std::string directory;
+    Duration limit;
+    Told told;
+    std::list<Child> children; /* those that still run */
+    WatchRan round;
+};
+
+} // namespace keeper

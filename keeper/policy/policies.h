@@ -1,0 +1,231 @@
+/*
+ * The policies, each with what it remembers. take() is called for each input, whatever it is about,
+ * and says by Turn::due() what it waits for: so nothing that a policy waits for can be forgotten.
+ * The order is that of Keeper::handle().
+ */
+#pragma once
+
+#include "keeper/policy/known.h"
+
+namespace keeper {
+
+/*
+ * View: the texts of this keeper on their way. Corosync refuses multicasts now and then, and the
+ * daemon does not say so. But what corosync takes comes back: a text of our own that is not back
+ * after 300 ms was refused and is sent again, at most three times.
+ */
+class View {
+public:
+    /* Leaves Turn::text, before the policies. */
+    void receive(Turn &turn, const std::string &line);
+    /* The text as it goes to the daemon; from now on its return is waited for. */
+    SendText send(const Known &known, Text text);
+    void take(Turn &turn);
+
+private:
+    struct Sent {
+        std::string text;
+        Time at{};
+        unsigned times = 1;
+        bool report = false;
+    };
+    uint64_t sequence = 0;
+    std::map<uint64_t, Sent> under_way;
+    std::optional<Report> reported; /* the last one since the daemon appeared */
+    Time reported_at{};
+    bool greeted = false; /* a text of ours came back, so the others have heard the hello */
+    bool asked = false;   /* another keeper said hello */
+    std::map<NodeId, std::pair<std::string, std::set<uint64_t>>> heard; /* boot, last numbers */
+};
+
+/*
+ * Quorum: a node that has lost it stops its services. The daemon's main process gets SIGKILL, which
+ * leads to stop-steps within some 20 ms; the unit's next start waits for quorum. The unit is never
+ * stopped: nothing would start it again after a corosync that was killed. It looks at levels, not
+ * at changes: so it also acts when the keeper starts late. A lost connection is not a lost quorum.
+ */
+class QuorumGuard {
+public:
+    void take(Turn &turn);
+    /* Why nothing is done about a lost quorum; empty: the node's services are stopped. */
+    static std::string why_off(const Known &known);
+
+private:
+    uint32_t killed = 0; /* this process */
+    Time killed_at{};
+};
+
+/*
+ * Stall: a master whose daemon or corosync hangs is replaced by the others and must not serve on.
+ * Each second it sends a keep-alive to the group. When none comes back for longer than corosync
+ * needs to form a new ring, the daemon's main process gets SIGKILL, and the unit runs the
+ * steps with stop. A call to the daemon would not do: with a frozen corosync it still answers.
+ * Nothing is done when the keeper itself was held up, as in a virtual machine that was paused, or
+ * when the bus does not answer: then nothing can be known of the daemon. So a node that is frozen
+ * as a whole, and goes on later, serves until its corosync learns what happened.
+ */
+class Stall {
+public:
+    void take(Turn &turn);
+
+private:
+    bool watching = false;
+    Time sent_at{};
+    std::optional<Time> missing_since; /* the first keep-alive after the last that came back */
+    Time bus_at{};                     /* the last answer of the bus */
+    Time due_at{};                     /* when we asked to be called */
+};
+
+/*
+ * Freeze: a node that joins with another freeze than the cluster's, or with none, changes it on all
+ * nodes when its word comes last. That is reported and not undone: a keeper cannot know what the
+ * operator wants, and the keepers of two partitions would undo each other's.
+ */
+class Freeze {
+public:
+    void take(Turn &turn);
+    std::string warning; /* what was changed, and the command that undoes it */
+
+private:
+    using Value = std::pair<NodeId, std::string>; /* 0: not frozen; the reason */
+    Value last;
+    std::optional<Value> before; /* a join was a moment ago */
+    Time joined_at{};
+};
+
+/*
+ * Failed start: a node whose start steps did not all succeed cannot serve. It is marked unfit, on
+ * disk, and hands the role to a fit node; one that watch has marked does the same. A service that
+ * fails everywhere would go round for ever; so an unfit node never gets the role from a keeper, and
+ * all nodes together make at most three such moves in ten minutes. Otherwise the role stays.
+ */
+class Start {
+public:
+    void take(Turn &turn);
+
+private:
+    Time tried_at{-1'000'000}; /* the last move that was asked for */
+    std::string stays;         /* why the role stays here, as the log has it */
+};
+
+/*
+ * Watch: whether the services run. The programs in watch.d run on the master, in rounds, once its
+ * start steps have succeeded and while no sequence runs. After some consecutive failures the steps
+ * run again: the node takes over from itself or, where the daemon would refuse that, its main
+ * process is killed and the unit's restart runs them. If the programs fail again within ten
+ * minutes, the node is marked unfit, which only an operator clears: a service that starts well and
+ * dies later would go round for ever.
+ */
+class Watch {
+public:
+    void take(Turn &turn);
+
+private:
+    void judge(Turn &turn, const WatchRan &round);
+    void run_again(Turn &turn, const std::string &failure);
+
+    bool armed = false;   /* the services were seen to run: a failure counts */
+    bool running = false; /* a round is */
+    bool stale = false;   /* the role has changed since the round began */
+    bool none = false;    /* there are no programs */
+    Time round_ended{};
+    unsigned failures = 0;        /* consecutive rounds */
+    std::string told;             /* the failure that the log has */
+    std::optional<Time> asked_at; /* the steps shall run again */
+    std::optional<Time> again_at; /* they did */
+};
+
+/*
+ * Preference: with stay at work the daemon's PreferredMaster is the keeper's means. So what the
+ * operator prefers is kept on the keeper's disk, and is the first choice of a hand-over.
+ */
+void take_preference(Turn &turn);
+
+/*
+ * Move: a request is a text that names its target. The first one in message order is under way
+ * until a master is applied, or for two seconds; meanwhile all nodes refuse the others, alike. The
+ * target takes over; nobody else does anything. A daemon that is to be stopped announces that
+ * first, and then hands the role over: so nodes that stop together do not pass it around. A stop
+ * that takes longer than the election of the others (0.5 s) and is not handed over is not covered.
+ */
+class Move {
+public:
+    /* Keeps Known::moving and leaves Turn::moved, before the policies. */
+    static void follow(Turn &turn);
+    void take(Turn &turn);
+
+private:
+    /* A move that this node asks for. */
+    struct Asking {
+        Why why = Why::asked;
+        NodeId target = {}; /* 0: the best other node, once there is one */
+        Time since{};
+        uint64_t call = 0;             /* of our bus object, which waits for it; 0: none */
+        std::optional<Time> sent = {}; /* not before the target is idle */
+        bool applied = false;          /* the target is master; only its word is missing */
+    };
+    struct Leaving {
+        uint64_t call = 0;
+        Time since{};
+        std::optional<Time> said = {}; /* the others have heard it */
+    };
+
+    void begin(Turn &turn);
+    void ask(Turn &turn);
+    std::optional<std::string> outcome(Turn &turn);
+    void leave(Turn &turn);
+    void take_over(Turn &turn);
+
+    std::optional<Asking> asking;
+    std::optional<Leaving> leaving;
+    /* This node is the target of the move under way. */
+    enum class Taking { no, waiting, reading, called, over } taking = Taking::no;
+};
+
+/*
+ * Stay: nothing moves the role without need. In an election slaves tie with their master, and the
+ * order of delivery decides; a preferred master gains 10 with every election that it starts. So the
+ * master is preferred, and nobody else is. The order of the writes matters, since each starts an
+ * election in which only the writer gains: when a slave cleared its preference after the master had
+ * set its own, the role moved in 9 of 12 tries. So the master writes last: again after each slave
+ * that had something to clear, within the half second for which that slave's election lasts.
+ */
+class Stay {
+public:
+    void take(Turn &turn);
+    static std::string why_off(const Known &known);
+
+private:
+    void settle(Turn &turn);
+    void clear(Turn &turn);
+    /* The master has asked the others to clear their preference. */
+    struct Settling {
+        Time since{};
+        uint64_t number = 0; /* of the text; 0: it is not back yet */
+        std::set<NodeId> missing = {};
+    };
+    std::optional<Settling> settling;
+    std::optional<uint64_t> clearing; /* a slave: the master's text, until the daemon is read */
+    Time tried_at{};
+    std::string off = "unknown", told = off; /* why it does nothing, and what the log has */
+    Time off_since{};
+};
+
+/* What this node's keeper shows: all nodes as it knows them, and the verdict. */
+Published publish(Turn &turn, const std::string &freeze_changed);
+
+/*
+ * Whether all is well, for all commands alike. CRITICAL: nobody serves, or a step of the master
+ * failed or hangs. WARNING: another fault would be one too many. UNKNOWN: the keeper cannot know,
+ * as when it was started beside a running master. `published` has everything else by now.
+ */
+Verdict judge(Turn &turn, const Published &published);
+
+/* "to node 2 (beta): an operator asked node 1 (alpha) for it" */
+std::string describe(const Known &known, const Moving &moving);
+
+/* Within this time the cluster makes only so many moves away from nodes that could not serve. */
+constexpr Duration unfit_moves_within{600'000};
+constexpr size_t unfit_moves_most = 3;
+
+} // namespace keeper

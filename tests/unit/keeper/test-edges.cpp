@@ -1,0 +1,279 @@
+#include "keeper/config.h"
+#include "keeper/edge/disk.h"
+#include "keeper/edge/log.h"
+#include "keeper/edge/object.h"
+#include "keeper/edge/programs.h"
+#include "keeper/paths.h"
+
+#include "dbus/bus.h"
+#include "support/file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <filesystem>
+#include <fstream>
+
+using namespace keeper;
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+namespace {
+
+/* An empty directory of the test's own; the sandbox throws it away. */
+fs::path scratch(const char *name) {
+    fs::path directory = fs::path("/mnt") / name;
+    fs::remove_all(directory);
+    fs::create_directories(directory);
+    return directory;
+}
+
+void write(const fs::path &path, const std::string &text, fs::perms mode = fs::perms::owner_all) {
+    std::ofstream(path) << text;
+    fs::permissions(path, mode);
+}
+
+/* What one edge has told; edges live as long as the process. */
+template <typename T>
+struct Heard {
+    std::vector<T> list;
+    Told told = [this](Input input) { list.push_back(std::get<T>(input)); };
+    bool wait(size_t count) {
+        return loop_until([&] { return list.size() >= count; });
+    }
+};
+
+/* ---- The configuration ---- */
+
+std::vector<std::string> problems_of(const std::string &text) {
+    const fs::path file = scratch("config") / "keeper.conf";
+    write(file, text);
+    return read_config(file).problems;
+}
+
+TEST(KeeperConfig, ReadsEachSetting) {
+    const fs::path file = scratch("config") / "keeper.conf";
+    write(file, "[keeper]\nstay=no\nquorum=yes\nstall=no\nstep-limit=90\n"
+                "[watch]\ninterval=0.5\nlimit=10\nfailures=3\n");
+    const ConfigRead read = read_config(file);
+    EXPECT_THAT(read.problems, ElementsAre());
+    EXPECT_FALSE(read.config.stay);
+    EXPECT_EQ(read.config.quorum, Switch::on);
+    EXPECT_FALSE(read.config.stall);
+    EXPECT_EQ(read.config.step_limit, Duration(90'000));
+    EXPECT_EQ(read.config.watch_interval, Duration(500));
+    EXPECT_EQ(read.config.watch_limit, Duration(10'000));
+    EXPECT_EQ(read.config.watch_failures, 3U);
+}
+
+TEST(KeeperConfig, HasTheDefaultsWithoutAFileAndInTheOneThatIsInstalled) {
+    EXPECT_THAT(read_config("/nowhere").problems, ElementsAre());
+    std::string text = file_text(fs::path(std::getenv("SOURCE_ROOT")) / "data/keeper.conf");
+    EXPECT_THAT(problems_of(text), ElementsAre());
+    /* Also with each line in force, so that none names a key that there is not. */
+    for (size_t at = 0; (at = text.find("\n#", at)) != std::string::npos;) {
+        text[at + 2] == ' ' ? at++ : (text.erase(at + 1, 1), 0);
+    }
+    EXPECT_THAT(problems_of(text), ElementsAre());
+}
+
+TEST(KeeperConfig, NamesEachMistake) {
+    EXPECT_THAT(problems_of("[keeper]\nqorum=yes\nstay=maybe\n[watch]\nfailures=1.5\nlimit=0\n"),
+                ElementsAre(HasSubstr("keeper.conf: [keeper] qorum=yes: is not a setting"),
+                            HasSubstr("[keeper] stay=maybe: must be yes or no"),
+                            HasSubstr("[watch] failures=1.5: must be a whole number"),
+                            HasSubstr("[watch] limit=0: must be seconds")));
+    EXPECT_THAT(problems_of("quorum=yes\n"), ElementsAre(HasSubstr("keeper.conf: ")));
+}
+
+/* ---- The disk ---- */
+
+TEST(KeeperDisk, RemembersTheLastOfManyWrites) {
+    const fs::path file = scratch("disk") / "state";
+    Heard<DiskWritten> heard;
+    Disk disk(file, heard.told);
+    EXPECT_EQ(disk.read().stored, Stored{});
+    EXPECT_EQ(disk.read().problem, "");
+    const Stored last{Unfit{Unfit::Cause::watch, "a=b\n[c] \\ \xc3\xa4"}, true};
+    disk.write({Unfit{Unfit::Cause::start, "x"}, false});
+    disk.write({});
+    disk.write(last);
+    ASSERT_TRUE(heard.wait(2));
+    EXPECT_EQ(heard.list.back().problem, "");
+    EXPECT_EQ(disk.read().stored, last);
+}
+
+TEST(KeeperDisk, KeepsWhatItHadWhenTheDiskIsFull) {
+    const fs::path directory = scratch("full");
+    ASSERT_EQ(mount("test", directory.c_str(), "tmpfs", 0, "size=8k"), 0);
+    Heard<DiskWritten> heard;
+    Disk disk(directory / "state", heard.told);
+    const Stored stored{std::nullopt, true};
+    disk.write(stored);
+    ASSERT_TRUE(heard.wait(1));
+    EXPECT_EQ(heard.list.at(0).problem, "");
+    std::ofstream(directory / "filler") << std::string(16384, 'x');
+    disk.write({Unfit{}, false});
+    ASSERT_TRUE(heard.wait(2));
+    EXPECT_THAT(heard.list.at(1).problem, HasSubstr("No space left"));
+    EXPECT_EQ(disk.read().stored, stored);
+    umount(directory.c_str());
+}
+
+TEST(KeeperDisk, SaysWhyItCannotBeRead) {
+    const fs::path file = scratch("disk") / "state";
+    write(file, "no key file");
+    Disk disk(file, nullptr);
+    EXPECT_THAT(disk.read().problem, HasSubstr(file.string()));
+}
+
+/* ---- The watch programs ---- */
+
+struct KeeperPrograms : testing::Test {
+    const fs::path directory = scratch("watch.d");
+    Heard<WatchRan> heard;
+    Programs programs{directory, Duration(1'000), heard.told};
+
+    std::vector<std::string> run() {
+        const size_t before = heard.list.size();
+        programs.run();
+        std::vector<std::string> words;
+        if (heard.wait(before + 1)) {
+            for (const WatchRan::Result &result : heard.list.back().results) {
+                words.push_back(result.program + " " +
+                                (result.ok        ? "works"
+                                 : result.not_run ? "not run: " + result.reason
+                                                  : result.reason));
+            }
+        }
+        std::ranges::sort(words);
+        return words;
+    }
+};
+
+TEST_F(KeeperPrograms, TellsWhatEachOfThemFound) {
+    EXPECT_THAT(run(), ElementsAre());
+    write(directory / "a.watch", "#!/bin/sh\necho fine\n");
+    write(directory / "b.watch", "#!/bin/sh\necho no answer >&2\necho more\nexit 3\n");
+    write(directory / "c.watch", "#!/bin/sh\nkill -TERM $$\n");
+    write(directory / "d.watch", "#!/bin/sh\nyes | head -c 3000000\nexit 1\n");
+    write(directory / "e.watch", "#!/nowhere\n");
+    write(directory / "f.watch", "#!/bin/sh\n", fs::perms::owner_read);
+    write(directory / "g.sh", "#!/bin/sh\nexit 9\n");
+    write(directory / "h.watch", "#!/bin/sh\nprintf '\\377'\nexit 4\n");
+    EXPECT_THAT(run(), ElementsAre("a.watch works", "b.watch status 3: no answer",
+                                   "c.watch killed by signal 15", "d.watch status 1: y",
+                                   HasSubstr("e.watch not run: status 127: timeout: failed to run"),
+                                   HasSubstr("f.watch not run: status 126: timeout: failed to run"),
+                                   "h.watch status 4: \xef\xbf\xbd"));
+}
+
+/* Neither outlives its round: not the one that hangs, nor what another leaves behind. */
+TEST_F(KeeperPrograms, EndsWhatAProgramStarted) {
+    const std::string note = "#!/bin/sh\ntrap '' TERM INT HUP\n(trap '' TERM; exec sleep 1000) &\n"
+                             "echo $! >" +
+                             (directory / "child").string();
+    write(directory / "a.watch", note + "-a\nsleep 1000\n");
+    write(directory / "b.watch", note + "-b\nexit 0\n");
+    EXPECT_THAT(run(), ElementsAre("a.watch not done after 1000 ms", "b.watch works"));
+    for (const char *name : {"child-a", "child-b"}) {
+        const pid_t child = std::stoi(file_text(directory / name));
+        EXPECT_TRUE(loop_until([&] { return kill(child, 0) != 0; })) << name;
+    }
+}
+
+/* ---- The log ---- */
+
+TEST(KeeperLog, WaitsForNoJournalAndCountsWhatItDidNotTake) {
+    ASSERT_EQ(mount("test", "/run", "tmpfs", 0, nullptr), 0);
+    fs::create_directories("/run/systemd/journal");
+    const int journal = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+    ASSERT_EQ(bind(journal, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const auto lines = [journal] {
+        std::vector<std::string> received;
+        std::array<char, 1000> bytes{};
+        ssize_t count;
+        while ((count = recv(journal, bytes.data(), bytes.size(), MSG_DONTWAIT)) > 0) {
+            received.emplace_back(bytes.data(), static_cast<size_t>(count));
+        }
+        return received;
+    };
+    setenv("JOURNAL_STREAM", "1:2", 1);
+    constexpr size_t many = 5000; /* more than any socket takes */
+    for (size_t line = 0; line < many; line++) {
+        log_line(4, "two\nlines");
+    }
+    const std::vector<std::string> first = lines();
+    ASSERT_LT(first.size(), many);
+    EXPECT_EQ(first.at(0), "PRIORITY=4\nSYSLOG_IDENTIFIER=duskvale-keeper\nMESSAGE=two lines\n");
+    log_line(6, "back");
+    EXPECT_THAT(lines(), ElementsAre(HasSubstr("the journal did not take " +
+                                               std::to_string(many - first.size()) + " lines"),
+                                     HasSubstr("MESSAGE=back\n")));
+    umount("/run");
+}
+
+/* ---- The object on the bus ---- */
+
+TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
+    Bus bus;
+    std::vector<Asked> asked;
+    Object *answering = nullptr;
+    GDBusConnection *connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    Object object(connection, [&](const Input &input) {
+        asked.push_back(std::get<Asked>(input));
+        const bool fit = std::holds_alternative<Asked::Fit>(asked.back().what);
+        answering->answer({asked.back().id, !fit, fit ? "not now" : "done"});
+    });
+    answering = &object;
+    g_bus_own_name_on_connection(connection, DUSKVALE_KEEPER_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
+                                 nullptr, nullptr, nullptr, nullptr);
+    Client root(bus, 0, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
+    Client nobody(bus, 65534, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
+
+    Published published;
+    published.master = 3232235777;
+    published.nodes.resize(1);
+    published.nodes[0].id = 3232235777;
+    published.nodes[0].name = "alpha\xff";
+    published.verdict = {Verdict::Level::critical, {"nobody serves"}};
+    object.publish(published);
+    EXPECT_THAT(nobody.signal(), testing::AllOf(HasSubstr("PropertiesChanged"),
+                                                HasSubstr("'Master': <uint32 3232235777>"),
+                                                HasSubstr("'Verdict': <'critical'>"),
+                                                testing::Not(HasSubstr("Frozen"))));
+    EXPECT_THAT(nobody.get("Nodes"), HasSubstr("'Name': <'alpha\xef\xbf\xbd'>"));
+    EXPECT_THAT(nobody.properties("GetAll"), HasSubstr("'Causes': <['nobody serves']>"));
+
+    /* What changes every few seconds wakes nobody. */
+    published.nodes.at(0).heard = Time(5);
+    object.publish(published);
+    published.frozen = 1;
+    object.publish(published);
+    EXPECT_EQ(nobody.signal(), "PropertiesChanged('com.norvel.DuskvaleKeeper', {'Frozen': "
+                               "<uint32 1>}, @as [])");
+    EXPECT_EQ(nobody.get("LastHeard"), "(<{uint32 3232235777: uint64 5000}>,)");
+
+    for (const char *method : {"Move", "HandOver", "Fit", "Prefer"}) {
+        EXPECT_EQ(nobody.method(method), "org.freedesktop.DBus.Error.AccessDenied");
+    }
+    EXPECT_EQ(nobody.set("Master", "1"), "org.freedesktop.DBus.Error.AccessDenied");
+    EXPECT_THAT(asked, testing::IsEmpty());
+    EXPECT_EQ(root.method("Move", "(uint32 0,)"), "('done',)");
+    EXPECT_EQ(root.method("Move", "(uint32 7,)"), "('done',)");
+    EXPECT_EQ(root.method("Prefer", "(true,)"), "('done',)");
+    EXPECT_EQ(root.method("Fit"), "com.norvel.DuskvaleKeeper.Error.Refused");
+    EXPECT_EQ(root.method("Move", "('beta',)"), "org.freedesktop.DBus.Error.InvalidArgs");
+    ASSERT_EQ(asked.size(), 4U);
+    EXPECT_FALSE(std::get<Asked::Move>(asked.at(0).what).target);
+    EXPECT_EQ(std::get<Asked::Move>(asked.at(1).what).target, 7U);
+    EXPECT_TRUE(std::get<Asked::Prefer>(asked.at(2).what).on);
+}
+
+} // namespace
