@@ -15,6 +15,7 @@ namespace sim {
 
 static uint64_t only_seed = 0; /* 0: all */
 static uint64_t schedules = 4000;
+extern uint64_t keepers_seed; /* the same for those with keepers */
 
 namespace {
 
@@ -225,17 +226,21 @@ TEST(RandomSchedules, EndInAgreementOrForAKnownReason) {
 int main(int argc, char **argv) {
     ::testing::InitGoogleTest(&argc, argv);
     const std::map<std::string, uint64_t *> options = {{"--seed", &sim::only_seed},
+                                                       {"--keepers-seed", &sim::keepers_seed},
                                                        {"--schedules", &sim::schedules}};
     for (int i = 1; i < argc; i += 2) {
         const auto option = options.find(argv[i]);
         if (option == options.end() || i + 1 == argc) {
-            fprintf(stderr, "usage: test-sim [--seed N] [--schedules N]\n");
+            fprintf(stderr, "usage: test-sim [--seed N | --keepers-seed N] [--schedules N]\n");
             return 2;
         }
         *option->second = strtoull(argv[i + 1], nullptr, 10);
     }
     if (sim::only_seed != 0) {
         ::testing::GTEST_FLAG(filter) = "RandomSchedules.*";
+    }
+    if (sim::keepers_seed != 0) {
+        ::testing::GTEST_FLAG(filter) = "*KeptSchedules.*";
     }
     return RUN_ALL_TESTS();
 }

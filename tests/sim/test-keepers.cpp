@@ -1,0 +1,485 @@
+/*
+ * Keepers on top of the simulated daemons. Around each daemon is what a machine has: a unit that
+ * starts it again, a service that its one run step starts and stops, corosync's quorum, a disk, and
+ * the keeper. Inputs reach the keepers late, and everything happens in random order.
+ */
+#include "cluster.h"
+
+#include "client/overloaded.h"
+#include "keeper/policy/keeper.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <random>
+
+namespace sim {
+
+uint64_t keepers_seed = 0; /* 0: all */
+
+namespace {
+
+using keeper::Asked;
+using keeper::NodeId;
+using keeper::Time;
+using Level = keeper::Verdict::Level;
+
+constexpr uint64_t never = UINT64_MAX;
+
+struct Machine {
+    std::unique_ptr<keeper::Keeper> keeper; /* null: none runs */
+    keeper::Stored disk;
+    std::deque<std::pair<uint64_t, keeper::Input>> inputs; /* when each arrives */
+    std::optional<keeper::Answer> answer;                  /* to the last call of its bus object */
+    bool down = false;
+    keeper::QuorumChanged quorum;
+    const void *daemon = nullptr; /* the one that the keeper knows of */
+    uint32_t process = 0;
+    std::optional<std::pair<uint64_t, uint64_t>> stop; /* systemctl stop: until when, down for */
+
+    bool serves = false;
+    bool start_fails = false;
+    uint64_t dies_after = never, dies_at = never; /* the service, by itself */
+};
+
+class Kept : public Cluster {
+public:
+    Kept(unsigned count, uint64_t seed) : Cluster(count), random(seed) {
+        restart_after = 200;
+        for (auto &[key, node] : nodes) {
+            node.steps = {{"/usr/share/duskvale/run.d/10-service.run", 50}};
+            node.listener = [this, key = key](const client::Announcement &news) {
+                hear(key, news);
+            };
+            start_keeper(key);
+        }
+        watch_quorum();
+    }
+
+    void start_keeper(uint32_t key) {
+        Machine &machine = machines[key];
+        keeper::CorosyncRead corosync;
+        corosync.local = key;
+        corosync.votequorum = true;
+        for (const auto &[id, node] : nodes) {
+            corosync.nodes.push_back({id, ""});
+            ++corosync.votes;
+        }
+        machine.keeper =
+            std::make_unique<keeper::Keeper>(keeper::Config{.boot = std::to_string(random())});
+        machine.inputs.clear();
+        machine.daemon = nullptr;
+        give(key, keeper::DiskRead{machine.disk});
+        give(key, corosync);
+        give(key, machine.quorum);
+        if (nodes[key].daemon != nullptr) {
+            meet(key, true);
+        }
+    }
+
+    void stop_keeper(uint32_t key) {
+        machines[key].keeper.reset();
+        machines[key].inputs.clear();
+    }
+
+    /* The daemon ends, its unit runs the steps with stop, and starts it again. */
+    void end_daemon(uint32_t key, uint64_t down_for) {
+        stop(key);
+        nodes[key].restart_at = now + std::max<uint64_t>(down_for, 1);
+    }
+
+    void reboot(uint32_t key, uint64_t ms) {
+        stop_keeper(key);
+        machines[key].down = true;
+        end_daemon(key, ms);
+    }
+
+    void ask(uint32_t key, decltype(Asked::what) what) {
+        machines[key].answer.reset();
+        if (machines[key].keeper) {
+            give(key, Asked{++calls, what});
+        }
+    }
+
+    void systemctl_stop(uint32_t key, uint64_t down_for) {
+        ask(key, Asked::HandOver{});
+        machines[key].stop = {now + 2000, down_for};
+    }
+
+    void run(uint64_t ms) {
+        for (const uint64_t end = now + ms;;) {
+            watch_quorum();
+            bool worked = false;
+            std::vector<uint32_t> keys;
+            for (auto &[key, node] : nodes) {
+                keys.push_back(key);
+                worked = worked || !node.outbox.empty() || !node.inbox.empty();
+            }
+            std::shuffle(keys.begin(), keys.end(), random);
+            for (const uint32_t key : keys) {
+                worked = (pick(2) == 0 && order(nodes[key])) || worked;
+                worked = (pick(2) == 0 && turn(nodes[key])) || worked;
+                live(key);
+                worked = keep(key) || worked;
+            }
+            const uint64_t due = worked ? now + (pick(20) == 0 ? 1 : 0) : next();
+            if (due > end) {
+                now = std::max(now, end);
+                return;
+            }
+            now = std::max(now, due);
+        }
+    }
+
+    /* "1 serves", "1 2 serves" or "nobody serves" */
+    std::string service() const {
+        std::string text;
+        for (const auto &[key, machine] : machines) {
+            text += machine.serves ? std::to_string(key) + " " : "";
+        }
+        return (text.empty() ? "nobody " : text) + "serves";
+    }
+    NodeId master() const {
+        NodeId found = 0;
+        for (const auto &[key, node] : nodes) {
+            found = found == 0 && node.daemon != nullptr ? node.bus.master_node : found;
+        }
+        return found;
+    }
+    unsigned pick(unsigned limit) { return static_cast<unsigned>(random() % limit); }
+
+    std::map<uint32_t, Machine> machines;
+    std::deque<std::pair<uint64_t, uint32_t>> take_overs; /* by keepers: when, on which node */
+
+private:
+    void give(uint32_t key, keeper::Input input) {
+        std::deque<std::pair<uint64_t, keeper::Input>> &inputs = machines[key].inputs;
+        const uint64_t late = pick(3) == 0 ? pick(8) : 0;
+        inputs.emplace_back(std::max(inputs.empty() ? 0 : inputs.back().first, now + late),
+                            std::move(input));
+    }
+
+    void hear(uint32_t key, const client::Announcement &news) {
+        Machine &machine = machines[key];
+        if (const auto *applied = std::get_if<client::NewMaster>(&news)) {
+            const bool fails = machine.start_fails && applied->node == key;
+            nodes[key].steps[0].wait_status = fails ? 256 : 0;
+        } else if (std::get_if<client::StepBegin>(&news) != nullptr) {
+            machine.serves = machine.serves && std::get<client::StepBegin>(news).action == "start";
+        } else if (const auto *ended = std::get_if<client::StepEnd>(&news)) {
+            machine.serves = ended->action == "start" && ended->wait_status == 0;
+            machine.dies_at =
+                machine.serves && machine.dies_after != never ? now + machine.dies_after : never;
+        }
+        give(key, keeper::Announced{news});
+    }
+
+    void meet(uint32_t key, bool ran_before) {
+        machines[key].daemon = nodes[key].daemon;
+        give(key, keeper::UnitChanged{.running = true, .main_pid = ++machines[key].process});
+        give(key, keeper::DaemonAppeared{ran_before});
+    }
+
+    void watch_quorum() {
+        for (auto &[key, machine] : machines) {
+            keeper::QuorumChanged quorum{.connected = true};
+            for (const auto &[id, other] : machines) {
+                if (!other.down && nodes[id].island == nodes[key].island) {
+                    quorum.ring.push_back(id);
+                }
+            }
+            quorum.quorate = 2 * quorum.ring.size() > machines.size();
+            if (quorum != machine.quorum) {
+                machine.quorum = quorum;
+                give(key, quorum);
+            }
+        }
+    }
+
+    /* What the machine does by itself. */
+    void live(uint32_t key) {
+        Machine &machine = machines[key];
+        Node &node = nodes[key];
+        if (machine.stop && (now >= machine.stop->first || machine.answer)) {
+            end_daemon(key, machine.stop->second);
+            machine.stop.reset();
+        } else if (node.restart_at != 0 && node.restart_at <= now) {
+            if (std::exchange(machine.down, false)) {
+                watch_quorum();
+                start_keeper(key);
+            }
+            machine.quorum.quorate ? void(start(key)) : void(node.restart_at = now + 200);
+        }
+        if (now >= machine.dies_at) {
+            machine.dies_at = never;
+            machine.serves = false;
+        }
+        if (machine.daemon == node.daemon) {
+            return;
+        }
+        if (machine.daemon != nullptr) {
+            machine.serves = false;
+            machine.daemon = nullptr;
+            give(key, keeper::UnitChanged{.stop_steps = keeper::UnitChanged::StopSteps::done});
+            give(key, keeper::DaemonVanished{});
+        } else {
+            meet(key, false);
+        }
+    }
+
+    bool keep(uint32_t key) {
+        Machine &machine = machines[key];
+        if (!machine.keeper) {
+            machine.inputs.clear();
+            return false;
+        }
+        keeper::Input input = keeper::Tick{};
+        if (!machine.inputs.empty() && machine.inputs.front().first <= now) {
+            input = std::move(machine.inputs.front().second);
+            machine.inputs.pop_front();
+        } else if (machine.keeper->next_wake().value_or(Time(now + 1)) > Time(now)) {
+            return false;
+        }
+        for (const keeper::Action &action : machine.keeper->handle(input, Time(now))) {
+            carry_out(key, action);
+        }
+        return true;
+    }
+
+    void carry_out(uint32_t key, const keeper::Action &action) {
+        Machine &machine = machines[key];
+        Node &node = nodes[key];
+        std::visit(
+            client::Overloaded{
+                [&](const keeper::SendText &send) {
+                    call(key, &DuskvaleDBusAgents::text_message, send.text.c_str());
+                },
+                [&](const keeper::SendKeepAlive &) {
+                    call(key, &DuskvaleDBusAgents::keep_alive, key);
+                },
+                [&](const keeper::PingBus &) { give(key, keeper::BusAnswered{}); },
+                [&](const keeper::CallTakeOver &) {
+                    for (const auto &[when, who] : take_overs) {
+                        const Node &other = nodes[who];
+                        EXPECT_TRUE(when + 1000 <= now || who == key || other.daemon == nullptr ||
+                                    other.island != node.island || other.bus.master_node == who)
+                            << "two moves at a time";
+                    }
+                    take_overs.emplace_back(now, key);
+                    give(key, keeper::TakeOverAnswered{take_over(key).accepted});
+                },
+                [&](const keeper::WritePreferred &write) { prefer(key, write.on); },
+                [&](const keeper::ReadSnapshot &) {
+                    if (node.daemon != nullptr) {
+                        give(key, keeper::SnapshotRead{read(key)});
+                    }
+                },
+                [&](const keeper::ReadRunDirectory &) {
+                    give(key, keeper::RunDirectoryRead{{node.steps[0].name}});
+                },
+                [&](const keeper::RunWatchPrograms &) {
+                    give(key, keeper::WatchRan{{{"service.watch", machine.serves, "status 1"}}});
+                },
+                [&](const keeper::KillDaemon &kill) {
+                    if (kill.main_pid == machine.process && node.daemon != nullptr) {
+                        end_daemon(key, 200);
+                    }
+                },
+                [&](const keeper::Store &store) { machine.disk = store.stored; },
+                [&](const keeper::Answer &answer) { machine.answer = answer; },
+                [&](const keeper::Log &line) {
+                    if (trace) {
+                        printf("%8" PRIu64 " keeper %u: %s\n", now, key, line.text.c_str());
+                    }
+                },
+            },
+            action);
+    }
+
+    uint64_t next() const {
+        uint64_t due = next_due();
+        for (const auto &[key, machine] : machines) {
+            due = std::min(due, machine.stop ? machine.stop->first : never);
+            due = std::min(due, machine.dies_at);
+            due = std::min(due, machine.inputs.empty() ? never : machine.inputs.front().first);
+            if (const auto wake = machine.keeper ? machine.keeper->next_wake() : std::nullopt) {
+                due = std::min(due, static_cast<uint64_t>(wake->count()));
+            }
+        }
+        return due;
+    }
+
+    std::mt19937_64 random;
+    uint64_t calls = 0;
+};
+
+/* A schedule with one fault or request at a time, or (`turbulent`) with many at once. */
+class Schedule {
+public:
+    Schedule(uint64_t seed, bool turbulent_)
+        : turbulent(turbulent_), c(seed % 2 == 0 ? 3 : 5, seed),
+          count(static_cast<unsigned>(c.nodes.size())) {
+        for (uint32_t key = 1; key <= count; ++key) {
+            c.start(key);
+            c.run(c.pick(3000));
+        }
+        c.run(10'000);
+    }
+
+    void play() {
+        for (int acts = 0; acts < 12 && !testing::Test::HasFailure(); ++acts) {
+            act();
+        }
+        if (!testing::Test::HasFailure()) {
+            end();
+        }
+    }
+
+private:
+    void end() {
+        c.heal();
+        for (auto &[key, node] : c.nodes) {
+            node.refuses = nullptr;
+            c.machines[key].start_fails = false;
+        }
+        c.run(30'000);
+        const size_t take_overs = c.take_overs.size();
+        const NodeId master = c.master();
+        c.run(30'000);
+        EXPECT_EQ(c.take_overs.size(), take_overs) << "the role bounces";
+        EXPECT_EQ(c.master(), master);
+        for (auto &[key, machine] : c.machines) {
+            const keeper::Published &shown = machine.keeper->published();
+            EXPECT_TRUE(c.nodes[key].bus.master_node == master ||
+                        shown.verdict.level == Level::critical)
+                << "masters " << c.masters() << ", and keeper " << key << " says nothing";
+            EXPECT_TRUE(turbulent || c.nodes[key].aborts == 0);
+            for (const keeper::NodeStatus &status : shown.nodes) {
+                EXPECT_EQ(status.unfit.value_or(""),
+                          c.machines[status.id].disk.unfit.value_or(keeper::Unfit()).reason)
+                    << "of node " << status.id << " as keeper " << key << " has it";
+                EXPECT_TRUE(turbulent ||
+                            status.role == (status.id == master ? keeper::NodeStatus::Role::master
+                                                                : keeper::NodeStatus::Role::slave));
+            }
+        }
+    }
+
+    /* Leaves in `expect` who must be master afterwards; 0: whoever is. */
+    void disturb() {
+        const uint32_t key = 1 + c.pick(count), caller = 1 + c.pick(count);
+        const bool is_master = key == c.master();
+        const auto unless_master = [&] { expect = is_master ? 0 : expect; };
+        const auto refuse = [&](char type) {
+            c[key].refuses = [type, left = 1 + c.pick(6)](char sent) mutable {
+                return (type == 0 || type == sent) && left > 0 && left-- > 0;
+            };
+        };
+        asked = 0;
+        const auto move = [&](uint32_t by, std::optional<NodeId> to) {
+            c.ask(asked = by, Asked::Move{to});
+            expect = to.value_or(0);
+        };
+        const std::function<void()> acts[] = {
+            [&] { c.end_daemon(key, 200 + c.pick(2000)), unless_master(); },
+            [&] { c.reboot(key, 2000 + c.pick(5000)), unless_master(); },
+            [&] { c.systemctl_stop(key, 1000 + c.pick(3000)), unless_master(); },
+            [&] { move(caller, key); },
+            [&] { move(caller, key); },
+            [&] { move(key, {}); },
+            [&] {
+                c.stop_keeper(key);
+                c.run(c.pick(3000));
+                c.start_keeper(key);
+            },
+            [&] { c.machines[key].start_fails = !c.machines[key].start_fails; },
+            [&] { c.machines[std::max(c.master(), 1U)].serves = false, expect = 0; },
+            [&] { c.ask(key, Asked::Fit{}), expect = 0; },
+            [&] { refuse('T'); },
+            [&] { refuse(0), expect = 0; },
+            [&] { c.cut({{key}}); },
+        };
+        const unsigned which = c.pick(turbulent ? 13 : 11);
+        story +=
+            " " + std::to_string(which) + "(" + std::to_string(key) + ")@" + std::to_string(c.now);
+        acts[which]();
+    }
+
+    void act() {
+        const NodeId before = expect = c.master();
+        disturb();
+        if (turbulent) {
+            c.run(c.pick(4) == 0 ? c.pick(8000) : c.pick(800));
+            c.pick(3) == 0 ? void(c.heal()) : void();
+            return;
+        }
+        c.run(14'000);
+        bool unfit = false;
+        for (const auto &[key, machine] : c.machines) {
+            unfit = unfit || machine.start_fails || machine.disk.unfit;
+        }
+        if (asked != 0) {
+            const std::optional<keeper::Answer> answer = c.machines[asked].answer;
+            ASSERT_TRUE(answer) << story;
+            expect = answer->ok ? expect : before;
+        }
+        if (!unfit) {
+            EXPECT_TRUE(expect == 0 || expect == c.master()) << expect << " was master;" << story;
+            EXPECT_EQ(c.service(), std::to_string(c.master()) + " serves") << story;
+        }
+    }
+
+    bool turbulent;
+    Kept c;
+    unsigned count;
+    NodeId expect = 0;
+    uint32_t asked = 0; /* the node whose keeper was asked for a move */
+    std::string story;
+};
+
+struct KeptSchedules : testing::TestWithParam<bool> {};
+TEST_P(KeptSchedules, KeepTheRoleAndEndCalm) {
+    constexpr uint64_t schedules = 60;
+    const uint64_t first = std::max<uint64_t>(keepers_seed, 1);
+    trace = keepers_seed != 0;
+    for (uint64_t seed = first; seed <= (trace ? first : schedules) && !HasFailure(); ++seed) {
+        Schedule(seed, GetParam()).play();
+        if (HasFailure()) {
+            printf("To follow this schedule: test-sim --keepers-seed %lu\n", seed);
+        }
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Calm, KeptSchedules, testing::Values(false));
+INSTANTIATE_TEST_SUITE_P(Turbulent, KeptSchedules, testing::Values(true));
+
+/* A service that no node can start, and one that starts well and dies half a minute later: each
+   node tries, and then the role rests until an operator says that a node is fit. */
+TEST(KeptService, DoesNotGoRoundForEver) {
+    for (const bool dies : {false, true}) {
+        Kept c(3, 1);
+        for (uint32_t key = 1; key <= 3; ++key) {
+            c.machines[key].start_fails = !dies;
+            c.machines[key].dies_after = dies ? 30'000 : never;
+            c.start(key);
+        }
+        c.run(600'000);
+        const size_t moves = c.take_overs.size();
+        EXPECT_THAT(moves, testing::AllOf(testing::Ge(2U), testing::Le(6U)));
+        c.run(1'800'000);
+        EXPECT_EQ(c.take_overs.size(), moves);
+        const uint32_t master = c.master();
+        EXPECT_EQ(c.machines[master].keeper->published().verdict.level, Level::critical);
+        for (uint32_t key = 1; key <= 3; ++key) {
+            EXPECT_TRUE(c.machines[key].disk.unfit);
+            c.machines[key].start_fails = false;
+            c.machines[key].dies_after = never;
+        }
+        c.ask(master % 3 + 1, Asked::Fit{});
+        c.run(20'000);
+        EXPECT_EQ(c.service(), std::to_string(master % 3 + 1) + " serves");
+    }
+}
+
+} // namespace
+} // namespace sim
