@@ -10,26 +10,27 @@
 
 namespace ctl {
 
+/* An object on the bus to call: the daemon's, the keeper's, or that of the bus itself. */
+struct Bus::Peer {
+    const char *name;
+    const char *path;
+};
+
+constexpr Bus::Peer Bus::daemon{DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH};
+constexpr Bus::Peer Bus::keeper{DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH};
+constexpr Bus::Peer Bus::driver{"org.freedesktop.DBus", "/org/freedesktop/DBus"};
+
 namespace {
 
 /* The daemon answers every call from its loop at once; far more means that it is held up. */
 constexpr int answer_limit_ms = 5000;
 
-constexpr const char *bus_driver = "org.freedesktop.DBus";
-constexpr const char *bus_driver_path = "/org/freedesktop/DBus";
+/* A move waits up to 10 s for run steps of its target, and then takes up to 4 s. */
+constexpr int move_limit_ms = 20000;
 
-struct Answer {
-    bool arrived = false;
-    client::Variant value;
-    client::Error error;
-};
-
-void on_answer(GObject *source, GAsyncResult *result, gpointer data) noexcept {
-    auto *answer = static_cast<Answer *>(data);
-    GError *error = nullptr;
-    answer->value.reset(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
-    answer->error.reset(error);
-    answer->arrived = true;
+bool keeper_is_absent(const GError *error) {
+    return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
+           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER);
 }
 
 gboolean on_deadline(gpointer reached) noexcept {
@@ -78,7 +79,7 @@ void Bus::listen() {
         connection.get(), DUSKVALE_BUS_NAME, DUSKVALE_BUS_NAME, nullptr, DUSKVALE_BUS_PATH, nullptr,
         G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr));
     subscriptions.push_back(g_dbus_connection_signal_subscribe(
-        connection.get(), bus_driver, bus_driver, "NameOwnerChanged", bus_driver_path,
+        connection.get(), driver.name, driver.name, "NameOwnerChanged", driver.path,
         DUSKVALE_BUS_NAME, G_DBUS_SIGNAL_FLAGS_NONE, on_owner, this, nullptr));
 }
 
@@ -91,8 +92,7 @@ void Bus::catch_endings() {
 }
 
 Result<client::Snapshot> Bus::read() {
-    const Result<client::Variant> answer =
-        call({DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH}, client::get_all());
+    const Result<client::Variant> answer = call(daemon, client::get_all());
     if (!answer) {
         return answer.problem();
     }
@@ -115,13 +115,40 @@ Result<Owner> Bus::owner() {
 }
 
 Result<bool> Bus::ask(const client::Call &asked) {
-    const Result<client::Variant> answer = call({DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH}, asked);
+    const Result<client::Variant> answer = call(daemon, asked);
     if (!answer) {
         return answer.problem();
     }
     const std::optional<bool> status = client::read_status(answer->get());
     return status ? Result(*status)
                   : Result<bool>(Problem{ProblemKind::failed, std::string("to ") + asked.method});
+}
+
+KeeperView Bus::read_keeper() {
+    const Reply reply = send(keeper, client::keeper_get_all(), answer_limit_ms);
+    if (!reply.value) {
+        const bool absent = keeper_is_absent(reply.error.get());
+        return {.state = std::nullopt,
+                .absent = absent,
+                .why_not = absent ? "no keeper runs on this node"
+                                  : "the keeper of this node does not answer"};
+    }
+    return {.state = client::read_keeper(reply.value.get()),
+            .why_not = "the keeper of this node gave an unexpected answer"};
+}
+
+KeeperAnswer Bus::ask_keeper(const client::Call &call) {
+    const Reply reply = send(keeper, call, move_limit_ms);
+    if (!reply.value) {
+        GError *error = reply.error.get();
+        g_dbus_error_strip_remote_error(error);
+        return {.absent = keeper_is_absent(error), .text = error->message};
+    }
+    const char *text = "";
+    if (g_variant_is_of_type(reply.value.get(), G_VARIANT_TYPE("(s)"))) {
+        g_variant_get(reply.value.get(), "(&s)", &text);
+    }
+    return {.done = true, .text = text};
 }
 
 std::optional<News> Bus::next(const Deadline &deadline) {
@@ -147,25 +174,37 @@ std::optional<News> Bus::next(const Deadline &deadline) {
     return news;
 }
 
-Result<client::Variant> Bus::call(const Peer &peer, const client::Call &call) {
-    Answer answer;
+void Bus::on_reply(GObject *source, GAsyncResult *result, gpointer data) noexcept {
+    auto *reply = static_cast<Reply *>(data);
+    GError *error = nullptr;
+    reply->value.reset(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
+    reply->error.reset(error);
+    reply->arrived = true;
+}
+
+Bus::Reply Bus::send(const Peer &peer, const client::Call &call, int limit_ms) {
+    Reply reply;
     /* Not g_dbus_connection_call_sync(): it would overtake announcements that came before. */
     g_dbus_connection_call(connection.get(), peer.name, peer.path, call.interface, call.method,
-                           call.arguments.get(), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
-                           answer_limit_ms, nullptr, on_answer, &answer);
-    while (!answer.arrived) {
+                           call.arguments.get(), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, limit_ms,
+                           nullptr, on_reply, &reply);
+    while (!reply.arrived) {
         g_main_context_iteration(nullptr, TRUE);
     }
-    if (!answer.value) {
-        return classify_call(answer.error.get());
+    return reply;
+}
+
+Result<client::Variant> Bus::call(const Peer &peer, const client::Call &call) {
+    Reply reply = send(peer, call, answer_limit_ms);
+    if (!reply.value) {
+        return classify_call(reply.error.get());
     }
-    return std::move(answer.value);
+    return std::move(reply.value);
 }
 
 Result<uint32_t> Bus::ask_about_name(const char *method) {
     const Result<client::Variant> answer =
-        call({bus_driver, bus_driver_path},
-             {bus_driver, method, client::owned(g_variant_new("(s)", DUSKVALE_BUS_NAME))});
+        call(driver, {driver.name, method, client::owned(g_variant_new("(s)", DUSKVALE_BUS_NAME))});
     if (!answer) {
         return answer.problem();
     }

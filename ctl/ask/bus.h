@@ -11,6 +11,7 @@
 
 #include "client/call.h"
 #include "client/handle.h"
+#include "client/keeper.h"
 #include "client/snapshot.h"
 
 #include <gio/gio.h>
@@ -30,6 +31,24 @@ bool passed(const Deadline &deadline);
 struct Owner {
     uint32_t user = 0;
     uint32_t process = 0;
+};
+
+/* What the keeper of this node knows, or why that is not known. */
+struct KeeperView {
+    std::optional<client::KeeperState> state;
+    bool absent = false; /* no keeper runs on this node */
+    std::string why_not; /* a clause without its full stop */
+
+    explicit operator bool() const { return state.has_value(); }
+    const client::KeeperState *operator->() const { return &*state; }
+    const client::KeeperState &operator*() const { return *state; }
+};
+
+/* What became of a request to the keeper. */
+struct KeeperAnswer {
+    bool done = false;
+    bool absent = false; /* no keeper runs on this node */
+    std::string text;    /* what was done, or why not */
 };
 
 class Bus {
@@ -55,6 +74,10 @@ public:
        status to answer with. */
     Result<bool> ask(const client::Call &call);
 
+    KeeperView read_keeper();
+    /* Makes one of the keeper's calls, which can take as long as a move and the steps before it. */
+    KeeperAnswer ask_keeper(const client::Call &call);
+
     /* The next news; none when `deadline` has passed. */
     std::optional<News> next(const Deadline &deadline);
     bool has_news() const { return !queue.empty(); }
@@ -71,11 +94,17 @@ private:
     static gboolean on_interrupt(gpointer self) noexcept;
     static gboolean on_output_closed(gint fd, GIOCondition condition, gpointer self) noexcept;
 
-    /* An object on the bus to call: the daemon's, or that of the bus itself. */
-    struct Peer {
-        const char *name;
-        const char *path;
+    struct Peer;
+    static const Peer daemon;
+    static const Peer keeper;
+    static const Peer driver;
+    struct Reply {
+        bool arrived = false;
+        client::Variant value; /* null: there is an error */
+        client::Error error;
     };
+    static void on_reply(GObject *source, GAsyncResult *result, gpointer reply) noexcept;
+    Reply send(const Peer &peer, const client::Call &call, int limit_ms);
     Result<client::Variant> call(const Peer &peer, const client::Call &call);
     /* What the bus itself answers about the daemon's name. */
     Result<uint32_t> ask_about_name(const char *method);

@@ -8,14 +8,14 @@ namespace ctl {
 
 namespace {
 
-constexpr const char *limit_s = "5";
 /* What timeout(1) ends with when the limit has passed. */
 constexpr int status_of_limit = 124;
 
 } // namespace
 
-ProgramAnswer ask_program(const std::vector<std::string> &words) {
-    std::vector<const char *> argv{"timeout", limit_s};
+ProgramAnswer ask_program(const std::vector<std::string> &words, int limit_s) {
+    const std::string limit = std::to_string(limit_s);
+    std::vector<const char *> argv{"timeout", "--kill-after=2", limit.c_str()};
     for (const std::string &word : words) {
         argv.push_back(word.c_str());
     }

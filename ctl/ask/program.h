@@ -14,7 +14,7 @@ struct ProgramAnswer {
 };
 
 /* Runs a program that is in the PATH or in a sbin folder, which an ordinary user's PATH leaves out.
-   After 5 seconds it is ended. */
-ProgramAnswer ask_program(const std::vector<std::string> &words);
+   After so many seconds it is ended, and killed 2 seconds later. */
+ProgramAnswer ask_program(const std::vector<std::string> &words, int limit_s = 5);
 
 } // namespace ctl

@@ -19,11 +19,10 @@ namespace ctl {
 namespace {
 
 /* The daemon's log does not have who asked: `duskvalectl why` and `history` read it from here. */
-void note(const Request &request) {
+void note(const std::string &name) {
     const char *login = getlogin(); /* who logged in, also behind sudo(8) */
     openlog("duskvalectl", 0, LOG_DAEMON);
-    syslog(LOG_INFO, "%s asks: %s", login != nullptr ? login : g_get_user_name(),
-           request.name.c_str());
+    syslog(LOG_INFO, "%s asks: %s", login != nullptr ? login : g_get_user_name(), name.c_str());
 }
 
 int refuse(const std::string &why) {
@@ -37,8 +36,8 @@ std::string refusal(const Request &request, const client::Snapshot &now) {
         return "mastership is frozen to " + node_text(now.frozen_node) + ": " +
                reason_text(now.frozen_reason) +
                (now.members < 2
-                    ? "\nNext: bring another node back, since a single one cannot lift a "
-                      "freeze; then duskvalectl unfreeze"
+                    ? "\nNext: bring another node back; or, when all others are off for good, "
+                      "duskvalectl unfreeze --alone"
                     : "\nNext: duskvalectl unfreeze");
     }
     if (now.members < 2) {
@@ -156,6 +155,12 @@ int check_stored(const Request &request) {
     return Exit::failed;
 }
 
+std::optional<client::Call> call_to_keeper(Bus &bus, const Request &request,
+                                           const client::Snapshot &before) {
+    const KeeperView keeper = request.by_keeper ? bus.read_keeper() : KeeperView();
+    return keeper ? request.by_keeper(before, *keeper) : std::nullopt;
+}
+
 } // namespace
 
 int carry_out(const Request &request, std::optional<double> wait) {
@@ -168,19 +173,38 @@ int carry_out(const Request &request, std::optional<double> wait) {
     if (!objection.empty()) {
         return refuse(objection);
     }
-    note(request);
-    const Result<bool> accepted = bus.ask(request.call);
-    if (!accepted) {
-        return report(accepted.problem());
+    note(request.name);
+    if (const std::optional<client::Call> better = call_to_keeper(bus, request, *before)) {
+        const KeeperAnswer answer = bus.ask_keeper(*better);
+        if (!answer.done) {
+            return refuse(answer.text);
+        }
+        print_line(answer.text);
+    } else {
+        const Result<bool> accepted = bus.ask(request.call);
+        if (!accepted) {
+            return report(accepted.problem());
+        }
+        if (!*accepted) {
+            const Result<client::Snapshot> now = bus.read();
+            return now ? refuse(refusal(request, *now)) : report(now.problem());
+        }
+        print_line(request.asked(*before));
     }
-    if (!*accepted) {
-        const Result<client::Snapshot> now = bus.read();
-        return now ? refuse(refusal(request, *now)) : report(now.problem());
-    }
-    print_line(request.asked(*before));
     const int status = wait ? wait_for_effect(bus, request, *before, *wait) : Exit::ok;
     const bool in_effect = wait ? status == Exit::ok : took_effect(bus, request, *before);
     return request.stored_in != nullptr && in_effect ? check_stored(request) : status;
+}
+
+int ask_keeper(Bus &bus, const std::string &name, const client::Call &call, const char *without) {
+    note(name);
+    const KeeperAnswer answer = bus.ask_keeper(call);
+    if (!answer.done) {
+        return refuse(answer.absent ? std::string("no keeper runs on this node\nNext: ") + without
+                                    : answer.text);
+    }
+    print_line(answer.text);
+    return Exit::ok;
 }
 
 int send_call(const client::Call &call, const std::string &done) {

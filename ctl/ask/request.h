@@ -29,6 +29,11 @@ struct Request {
     /* The file in which this node's daemon stores the result, and whether it does; may be null. */
     const char *stored_in = nullptr;
     std::function<bool(const StoredSetting &)> is_stored = {};
+    /* The call to the keeper of this node that does it better; none: ask the daemon. May be null.
+     */
+    std::function<std::optional<client::Call>(const client::Snapshot &before,
+                                              const client::KeeperState &keeper)>
+        by_keeper = {};
     /* What the journal of this node notes before the daemon is asked, such as "prefer on". */
     std::string name = {};
 };
@@ -36,6 +41,10 @@ struct Request {
 /* Carries `request` out and, with `wait`, waits so many seconds for its effect. Returns the exit
    status. */
 int carry_out(const Request &request, std::optional<double> wait);
+
+/* Asks the keeper of this node, prints its answer, and says what to do where there is none:
+   `without`. `name` is as in Request. Returns the exit status. */
+int ask_keeper(Bus &bus, const std::string &name, const client::Call &call, const char *without);
 
 /* Makes a call that is never refused, then prints `done`. Returns the exit status. */
 int send_call(const client::Call &call, const std::string &done);

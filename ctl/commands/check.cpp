@@ -9,8 +9,11 @@ namespace ctl {
 
 namespace {
 
-Findings judge(const client::Snapshot &now, unsigned expected_members) {
-    Findings findings;
+/* One member has no standby: that alone is worth a warning. */
+constexpr unsigned members_without_keeper = 2;
+
+/* What this node's daemon shows by itself. */
+void judge(const client::Snapshot &now, unsigned expected_members, Findings &findings) {
     if (now.master_node == 0) {
         findings.add(Level::critical, "no master is known");
     } else {
@@ -32,7 +35,20 @@ Findings judge(const client::Snapshot &now, unsigned expected_members) {
     if (now.in_transition) {
         findings.add(Level::warning, "run steps not done");
     }
-    return findings;
+}
+
+/* The keeper's verdict is that of its first cause. */
+void add_verdict(const client::KeeperState &keeper, Findings &findings) {
+    Level level = level_of_word(keeper.verdict).value_or(Level::unknown);
+    for (const std::string &cause : keeper.causes) {
+        findings.add(level, printable(cause));
+        level = Level::note;
+    }
+}
+
+unsigned listed(const client::KeeperState &keeper) {
+    return static_cast<unsigned>(
+        std::ranges::count(keeper.nodes, true, &client::KeeperNode::listed));
 }
 
 /* The worst finding decides the verdict; all of them make the text. */
@@ -76,12 +92,25 @@ int command_check(const Options &options) {
     Bus bus;
     const Result<client::Snapshot> now = open_daemon(bus);
     Findings findings;
-    if (now) {
-        findings = judge(*now, options.members);
-    } else {
+    unsigned expected = options.members.value_or(members_without_keeper);
+    if (!now) {
         findings.add(level_of(now.problem()), problem_text(now.problem()));
+    } else {
+        const KeeperView keeper = bus.read_keeper();
+        if (keeper) {
+            add_verdict(*keeper, findings);
+        }
+        if (keeper && !options.members) {
+            expected = listed(*keeper);
+        } else {
+            judge(*now, expected, findings);
+        }
+        if (!keeper) {
+            findings.add(keeper.absent ? Level::note : Level::unknown,
+                         keeper.why_not + ": run steps and other nodes are not watched");
+        }
     }
-    print_line(verdict_line(findings) + (now ? figures(*now, options.members) : ""));
+    print_line(verdict_line(findings) + (now ? figures(*now, expected) : ""));
     return spec_of(findings.worst()).exit_status;
 }
 

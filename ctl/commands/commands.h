@@ -8,6 +8,7 @@ namespace ctl {
 
 int command_check(const Options &options);
 int command_doctor(const Options &options);
+int command_fit(const Options &options);
 int command_freeze(const Options &options);
 int command_give_back(const Options &options);
 int command_history(const Options &options);
@@ -15,6 +16,7 @@ int command_hotplug(const Options &options);
 int command_keep_alive(const Options &options);
 int command_metrics(const Options &options);
 int command_monitor(const Options &options);
+int command_move(const Options &options);
 int command_prefer(const Options &options);
 int command_send(const Options &options);
 int command_status(const Options &options);

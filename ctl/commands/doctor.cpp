@@ -16,9 +16,9 @@ struct Check {
 
 /* From the ground up: what is wrong further down explains what is wrong above it. */
 constexpr Check checks[] = {
-    {"corosync", check_corosync}, {"bus", check_bus},           {"daemon", check_daemon},
-    {"unit", check_unit},         {"settings", check_settings}, {"steps", check_steps},
-    {"devices", check_devices},
+    {"corosync", check_corosync}, {"bus", check_bus},         {"daemon", check_daemon},
+    {"unit", check_unit},         {"keeper", check_keeper},   {"settings", check_settings},
+    {"steps", check_steps},       {"devices", check_devices},
 };
 
 std::string column(std::string text) {

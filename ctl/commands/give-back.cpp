@@ -2,6 +2,8 @@
 #include "ctl/commands/commands.h"
 #include "ctl/print/text.h"
 
+#include <algorithm>
+
 namespace ctl {
 
 int command_give_back(const Options &options) {
@@ -21,6 +23,13 @@ int command_give_back(const Options &options) {
                " is\nNext: ask there; or, on the node that should be master: duskvalectl take-over";
     };
     request.call = client::give_back();
+    /* The keeper chooses one node, where the daemon would let all others take over at once. */
+    request.by_keeper = [](const client::Snapshot &,
+                           const client::KeeperState &keeper) -> std::optional<client::Call> {
+        const bool others = std::ranges::any_of(
+            keeper.nodes, [](const auto &node) { return node.member && node.heard; });
+        return others ? std::optional(client::keeper_move(0)) : std::nullopt;
+    };
     request.asked = [](const client::Snapshot &before) {
         return "asked for another node to be master instead of " + node_text(before.local_node) +
                ", this node";

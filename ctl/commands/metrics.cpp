@@ -4,6 +4,8 @@
 
 #include "version.h"
 
+#include <algorithm>
+
 namespace ctl {
 
 namespace {
@@ -46,6 +48,53 @@ void print_state(const client::Snapshot &now) {
     gauge("devices", "Devices attached to this node.", now.devices);
 }
 
+std::string node_label(const client::KeeperNode &node) {
+    return "{node=\"" + std::to_string(node.id) + "\",name=\"" + label_value(printable(node.name)) +
+           "\"}";
+}
+
+/* A figure of each node. */
+template <typename Figure>
+void node_gauges(const client::KeeperState &keeper, const char *name, const char *help,
+                 Figure figure) {
+    print(std::string("# HELP duskvale_") + name + " " + help + "\n# TYPE duskvale_" + name +
+          " gauge\n");
+    for (const client::KeeperNode &node : keeper.nodes) {
+        print(std::string("duskvale_") + name + node_label(node) + " " +
+              std::to_string(figure(node)) + "\n");
+    }
+}
+
+void print_keeper(const client::KeeperState &keeper) {
+    const auto self = std::ranges::find(keeper.nodes, keeper.local_node, &client::KeeperNode::id);
+    const bool known = self != keeper.nodes.end();
+    const bool running = known && self->steps == "running" && self->since;
+    gauge("verdict", "What the keeper makes of it: 0 ok, 1 warning, 2 critical, 3 unknown.",
+          keeper.verdict == "ok"         ? 0
+          : keeper.verdict == "warning"  ? 1
+          : keeper.verdict == "critical" ? 2
+                                         : 3);
+    gauge("listed_nodes", "Nodes of corosync's node list.",
+          std::ranges::count(keeper.nodes, true, &client::KeeperNode::listed));
+    gauge("quorum", "Whether this node has quorum.", known && self->quorum == "yes" ? 1 : 0);
+    gauge("step_running_seconds", "For how long the present run step of this node runs.",
+          running ? (g_get_monotonic_time() - *self->since) / G_USEC_PER_SEC : 0);
+    gauge("failed_steps", "Run steps of this node that failed since its keeper started.",
+          static_cast<int64_t>(keeper.failed_steps));
+    gauge("master_changes", "Changes of master seen since the keeper of this node started.",
+          static_cast<int64_t>(keeper.master_changes));
+    gauge("aborts", "Times the daemon of this node ended itself since its keeper started.",
+          static_cast<int64_t>(keeper.aborts));
+    node_gauges(keeper, "node_fit", "Whether the node can take over.",
+                [](const auto &node) { return node.unfit ? 0 : 1; });
+    node_gauges(keeper, "node_member", "Whether the node is in the group.",
+                [](const auto &node) { return node.member ? 1 : 0; });
+    node_gauges(keeper, "node_steps_failed", "Whether a run step of the node failed last.",
+                [](const auto &node) {
+                    return node.steps == "failed" || node.steps == "not-runnable" ? 1 : 0;
+                });
+}
+
 } // namespace
 
 int command_metrics(const Options &) {
@@ -54,6 +103,13 @@ int command_metrics(const Options &) {
     gauge("up", "Whether the daemon answered on the system bus.", now ? 1 : 0);
     if (now) {
         print_state(*now);
+    }
+    const bool reached = now || now.problem().is_absence();
+    const KeeperView keeper = reached ? bus.read_keeper() : KeeperView();
+    gauge("keeper_up", "Whether the keeper answered; without it the figures below are not known.",
+          keeper ? 1 : 0);
+    if (keeper) {
+        print_keeper(*keeper);
     }
     print("# EOF\n");
     /* A collector must get the figure that shows the outage, so an outage is not a failure here. */

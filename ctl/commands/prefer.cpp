@@ -9,6 +9,11 @@ namespace ctl {
 int command_prefer(const Options &options) {
     const bool preferred = options.word == "on";
     Request request;
+    /* The keeper keeps the operator's choice apart from what it writes itself to hold a master. */
+    Bus bus;
+    if (!bus.connect() && bus.read_keeper()) {
+        return ask_keeper(bus, "prefer " + options.word, client::keeper_prefer(preferred), "");
+    }
     request.name = "prefer " + options.word;
     request.call = client::set_preferred(preferred);
     request.asked = [preferred](const client::Snapshot &before) {

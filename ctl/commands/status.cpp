@@ -1,6 +1,7 @@
 #include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
 #include "ctl/print/json.h"
+#include "ctl/print/nodes.h"
 #include "ctl/print/text.h"
 
 namespace ctl {
@@ -64,6 +65,8 @@ void print_status(const client::Snapshot &snapshot) {
 int command_status(const Options &options) {
     Bus bus;
     const Result<client::Snapshot> snapshot = open_daemon(bus);
+    const bool reached = snapshot || snapshot.problem().is_absence();
+    const KeeperView keeper = reached ? bus.read_keeper() : KeeperView();
     if (options.json) {
         Json line;
         if (snapshot) {
@@ -74,14 +77,19 @@ int command_status(const Options &options) {
                     {"message", problem_text(snapshot.problem())},
                     {"next", problem_advice(snapshot.problem())}};
         }
+        line["keeper"] = keeper ? json_keeper(*keeper) : Json();
         print_line(json_line(line));
         return snapshot ? int{Exit::ok} : problem_exit(snapshot.problem());
     }
-    if (!snapshot) {
-        return report(snapshot.problem());
+    if (snapshot) {
+        print_status(*snapshot);
     }
-    print_status(*snapshot);
-    return Exit::ok;
+    if (keeper) {
+        print("\n" + nodes_table(*keeper));
+    } else if (snapshot) {
+        print(label("nodes") + "not known: " + keeper.why_not + "\n");
+    }
+    return snapshot ? int{Exit::ok} : report(snapshot.problem());
 }
 
 } // namespace ctl

@@ -1,12 +1,77 @@
+#include "ctl/ask/program.h"
 #include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
 #include "ctl/print/text.h"
 
 #include "base/paths.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 namespace ctl {
 
+namespace {
+
+/* The run steps of the node are stopped first, each for at most 240 s. */
+constexpr int stop_limit_s = 900;
+
+bool confirmed() {
+    std::fputs("The daemon of this node is stopped, the freeze removed, and the daemon started: it "
+               "becomes master.\nA node that is only cut off may still serve. Are all other nodes "
+               "off? [y/N] ",
+               stderr);
+    return std::getchar() == 'y';
+}
+
+/* A lone daemon refuses to lift a freeze, since it cannot know whether it is the one that was cut
+   off. Without the file it starts unfrozen. */
+int unfreeze_alone(const Options &options) {
+    Bus bus;
+    const Result<client::Snapshot> now = open_daemon(bus);
+    if (!now) {
+        return report(now.problem());
+    }
+    if (now->frozen_node == 0) {
+        return report_fault("mastership is not frozen\nNext: duskvalectl status");
+    }
+    if (now->members > 1) {
+        return report_fault(
+            "this node is not alone: " + counted(static_cast<uint64_t>(now->members), "member") +
+            "\nNext: duskvalectl unfreeze");
+    }
+    if (!options.yes && isatty(STDIN_FILENO) == 0) {
+        return report_fault("--alone has to ask whether all other nodes are off\n"
+                            "Next: when they are, duskvalectl unfreeze --alone --yes");
+    }
+    if (!options.yes && !confirmed()) {
+        return report_fault("nothing was changed");
+    }
+    for (const char *verb : {"stop", "start"}) {
+        const ProgramAnswer answer = ask_program({"systemctl", verb, DUSKVALE_IDENT}, stop_limit_s);
+        if (answer.status != 0) {
+            return report_fault(std::string("systemctl ") + verb + " failed: " + answer.err +
+                                "\nNext: systemctl status " DUSKVALE_IDENT);
+        }
+        if (verb == std::string("stop") && unlink(DUSKVALE_FROZEN_MASTER_FILE) != 0 &&
+            errno != ENOENT) {
+            return report_fault(std::string("cannot remove " DUSKVALE_FROZEN_MASTER_FILE ": ") +
+                                std::strerror(errno) + "; the daemon is stopped" +
+                                "\nNext: systemctl start " DUSKVALE_IDENT);
+        }
+    }
+    print_line("the freeze is removed; this node elects itself within a second");
+    return Exit::ok;
+}
+
+} // namespace
+
 int command_unfreeze(const Options &options) {
+    if (options.alone) {
+        return unfreeze_alone(options);
+    }
     Request request;
     request.name = "unfreeze";
     request.call = client::unfreeze();

@@ -1,6 +1,7 @@
 #include "ctl/ask/bus.h"
 #include "ctl/ask/settle.h"
 #include "ctl/commands/commands.h"
+#include "ctl/print/nodes.h"
 #include "ctl/print/text.h"
 
 #include <cstdio>
@@ -41,6 +42,38 @@ std::optional<Result<client::Snapshot>> wait_for_daemon(Bus &bus, const Deadline
     return snapshot;
 }
 
+/* Nothing when the keeper sees the steps of no node run; else what is not done. Without a keeper
+   only this node is known. */
+std::string unsettled_elsewhere(Bus &bus) {
+    const KeeperView keeper = bus.read_keeper();
+    if (!keeper) {
+        std::fprintf(stderr, "duskvalectl: %s: the run steps of other nodes are not known\n",
+                     keeper.why_not.c_str());
+        return "";
+    }
+    for (const client::KeeperNode &node : keeper->nodes) {
+        if (node.member && node.heard && node.steps == "running") {
+            return "the run steps of " + node_text(node) + " are not done";
+        }
+    }
+    return "";
+}
+
+/* Until it is stable on all nodes. */
+int wait_for_others(Bus &bus, const Deadline &deadline) {
+    constexpr double look_again_s = 0.1;
+    while (true) {
+        const std::string state = unsettled_elsewhere(bus);
+        if (state.empty()) {
+            return Exit::ok;
+        }
+        if (passed(deadline)) {
+            return timed_out("stable", state);
+        }
+        bus.next(after(look_again_s));
+    }
+}
+
 int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
     while (true) {
         const std::optional<Result<client::Snapshot>> now = wait_for_daemon(bus, deadline);
@@ -75,7 +108,7 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
         }
         /* Otherwise the role was lost again meanwhile, or the daemon restarts. */
         if (settling.outcome == Settled::yes && fits(wanted, settling.last)) {
-            return Exit::ok;
+            return wanted == "stable" ? wait_for_others(bus, deadline) : int{Exit::ok};
         }
         if (settling.outcome == Settled::vanished && !settling.problem.is_absence()) {
             return report(settling.problem);

@@ -14,6 +14,7 @@ void check_corosync(const Facts &facts, Findings &findings);
 void check_bus(const Facts &facts, Findings &findings);
 void check_daemon(const Facts &facts, Findings &findings);
 void check_unit(const Facts &facts, Findings &findings);
+void check_keeper(const Facts &facts, Findings &findings);
 void check_settings(const Facts &facts, Findings &findings);
 void check_steps(const Facts &facts, Findings &findings);
 void check_devices(const Facts &facts, Findings &findings);

@@ -145,6 +145,7 @@ Facts gather_facts() {
     } else {
         facts.owner = bus.owner();
         facts.daemon = bus.read();
+        facts.keeper = bus.read_keeper();
     }
     return facts;
 }

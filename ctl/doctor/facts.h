@@ -48,6 +48,7 @@ struct Facts {
     std::optional<Problem> bus; /* why the bus cannot be reached */
     Result<Owner> owner = Problem{};
     Result<client::Snapshot> daemon = Problem{};
+    KeeperView keeper;
 };
 
 Facts gather_facts();

@@ -32,4 +32,9 @@ const LevelSpec &spec_of(Level level) {
     return *std::ranges::find(levels, level, &LevelSpec::level);
 }
 
+std::optional<Level> level_of_word(const std::string &word) {
+    const auto *found = std::ranges::find(levels, word, &LevelSpec::word);
+    return found != std::end(levels) ? std::optional(found->level) : std::nullopt;
+}
+
 } // namespace ctl

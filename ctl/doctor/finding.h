@@ -3,6 +3,7 @@
 
 #include "ctl/print/text.h"
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,5 +46,7 @@ struct LevelSpec {
 };
 
 const LevelSpec &spec_of(Level level);
+/* None for a word that is not one of theirs. */
+std::optional<Level> level_of_word(const std::string &word);
 
 } // namespace ctl

@@ -97,6 +97,21 @@ void take_topic(CLI::App &command, Options &options) {
     command.add_option("COMMAND", options.text)->check(utf8());
 }
 
+void take_node(CLI::App &command, Options &options) {
+    command.add_option("NODE", options.text)->check(utf8());
+}
+
+void take_alone(CLI::App &command, Options &options) {
+    command
+        .add_flag("--alone", options.alone,
+                  "on the only node left: restart its daemon without the freeze")
+        ->disable_flag_override();
+}
+
+void take_yes(CLI::App &command, Options &options) {
+    command.add_flag("--yes", options.yes, "with --alone: do not ask")->disable_flag_override();
+}
+
 void take_json(CLI::App &command, Options &options) {
     command.add_flag("--json", options.json, "print JSON, with a schema number")
         ->disable_flag_override();

@@ -11,10 +11,12 @@ struct Command;
 struct Options {
     const Command *command = nullptr; /* not null after parsing */
 
+    bool alone = false;
     bool json = false;
+    bool yes = false;
     std::optional<unsigned> last;
     std::string log;
-    unsigned members = 2; /* one member has no standby: that alone is worth a warning */
+    std::optional<unsigned> members;
     std::string since;
     std::optional<double> timeout; /* seconds, above 0 */
     std::optional<double> wait;    /* likewise */

@@ -2,6 +2,8 @@
 
 #include "version.h"
 
+#include <glib.h>
+
 namespace ctl {
 
 Json json_node(client::NodeId node) {
@@ -22,6 +24,36 @@ Json json_snapshot(const client::Snapshot &snapshot) {
         {"in_transition", snapshot.in_transition},
         {"devices", snapshot.devices},
     };
+}
+
+Json json_keeper(const client::KeeperState &keeper) {
+    Json nodes = Json::array();
+    const int64_t now = g_get_monotonic_time();
+    const auto age = [now](const std::optional<int64_t> &since) {
+        return since ? Json(static_cast<double>((now - *since) / 1000) / 1000) : Json();
+    };
+    for (const client::KeeperNode &node : keeper.nodes) {
+        nodes.push_back({
+            {"node", node.id},
+            {"name", node.name.empty() ? Json() : Json(node.name)},
+            {"role", node.role},
+            {"steps", node.steps},
+            {"step", node.step.empty() ? Json() : Json(node.step)},
+            {"step_status", node.step_status},
+            {"steps_age", age(node.since)},
+            {"heard_age", age(node.heard)},
+            {"unfit", node.unfit ? Json(*node.unfit) : Json()},
+            {"quorum", node.quorum},
+            {"member", node.member},
+            {"listed", node.listed},
+            {"preferred", node.preferred},
+        });
+    }
+    return {{"verdict", keeper.verdict},
+            {"causes", keeper.causes},
+            {"stay", keeper.stay},
+            {"quorum_guard", keeper.quorum_guard},
+            {"nodes", std::move(nodes)}};
 }
 
 std::string json_line(const Json &object) {

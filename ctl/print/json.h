@@ -1,6 +1,7 @@
 /* How things are written for programs: a JSON object on a line. */
 #pragma once
 
+#include "client/keeper.h"
 #include "client/snapshot.h"
 
 #include <nlohmann/json.hpp>
@@ -19,6 +20,8 @@ using Json = nlohmann::ordered_json;
 Json json_node(client::NodeId node);
 /* The members of a snapshot, and the version of this program. */
 Json json_snapshot(const client::Snapshot &snapshot);
+/* What the keeper knows of all nodes. */
+Json json_keeper(const client::KeeperState &keeper);
 
 /* The schema number and the members of `object`, as one line without the newline. Bytes that are
    not UTF-8 are replaced: texts of other nodes may hold anything. */

@@ -97,10 +97,11 @@ TEST_F(State, metricsAreWhatParsersOfBothTextFormatsRead) {
     EXPECT_EQ(shell(parsed).out,
               "duskvale_daemon{interface_version=1.0,node=7,program_version=" PROJECT_VERSION
               "} 1\nduskvale_devices 2\nduskvale_frozen_node 0\n"
-              "duskvale_in_transition 0\nduskvale_is_master 1\nduskvale_master_node 7\n"
+              "duskvale_in_transition 0\nduskvale_is_master 1\nduskvale_keeper_up 0\n"
+              "duskvale_master_node 7\n"
               "duskvale_members 3\nduskvale_preferred 0\nduskvale_up 1\n");
     stop();
-    EXPECT_EQ(shell(parsed).out, "duskvale_up 0\n");
+    EXPECT_EQ(shell(parsed).out, "duskvale_keeper_up 0\nduskvale_up 0\n");
 }
 
 TEST_F(State, thatCannotBeWrittenIsAFailureUnlessNobodyReadsIt) {

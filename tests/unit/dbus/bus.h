@@ -136,6 +136,7 @@ public:
     }
 
     std::vector<std::string> signals;
+    GDBusConnection *raw() { return connection; }
 
 private:
     static std::string text(GVariant *value) {

@@ -1,0 +1,41 @@
+#include "ctl/doctor/checks.h"
+
+namespace ctl {
+
+namespace {
+
+/* "on", or why not. */
+void check_policy(const std::string &state, const char *name, Findings &findings) {
+    if (state == "on") {
+        findings.add(Level::ok, std::string(name) + " is on");
+    } else {
+        findings.add(Level::note, std::string(name) + " does nothing: " + printable(state));
+    }
+}
+
+} // namespace
+
+void check_keeper(const Facts &facts, Findings &findings) {
+    if (facts.bus) {
+        findings.add(Level::unknown, "it could not be asked: see the bus");
+        return;
+    }
+    if (!facts.keeper) {
+        findings.add(facts.keeper.absent ? Level::note : Level::warning,
+                     facts.keeper.why_not +
+                         ": nobody watches the services, and a master that is cut "
+                         "off keeps serving",
+                     facts.keeper.absent ? "systemctl enable --now duskvale-keeper"
+                                         : "systemctl restart duskvale-keeper");
+        return;
+    }
+    Level level = level_of_word(facts.keeper->verdict).value_or(Level::unknown);
+    for (const std::string &cause : facts.keeper->causes) {
+        findings.add(level, printable(cause), level == Level::ok ? "" : "duskvalectl status");
+        level = Level::note;
+    }
+    check_policy(facts.keeper->stay, "stay", findings);
+    check_policy(facts.keeper->quorum_guard, "the quorum guard", findings);
+}
+
+} // namespace ctl
