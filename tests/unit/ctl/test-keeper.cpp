@@ -13,7 +13,8 @@ std::string properties(const std::string &alpha, const std::string &verdict) {
     return "({'LocalNode': <uint32 7>, 'Nodes': <[{'Id': <uint32 7>, 'Name': <'alpha'>, 'Role': "
            "<'master'>, 'Quorum': <'yes'>, 'Member': <true>, 'Listed': <true>, " +
            alpha +
-           "}, {'Id': <uint32 8>, 'Name': <'beta\\u001b[2J'>, 'Role': <'slave'>, 'Quorum': <'yes'>, "
+           "}, {'Id': <uint32 8>, 'Name': <'beta\\u001b[2J'>, 'Role': <'slave'>, 'Quorum': "
+           "<'yes'>, "
            "'Steps': <'running'>, 'Step': <'50-db.run'>, 'Since': <uint64 " +
            std::to_string(now - 12 * second) +
            ">, 'Unfit': <'its steps run'>, 'Member': <true>, 'Listed': <true>, 'Preferred': "
