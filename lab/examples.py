@@ -7,6 +7,7 @@ SERVICE = "50-service.run"
 VIRTUAL_ADDRESS = "90-virtual-address.run"
 
 ADDRESS = "192.0.2.100"
+ADDRESS_6 = "2001:db8::100"
 
 _SETTINGS = {
     STORAGE: "duskvale-storage",
@@ -22,5 +23,5 @@ def install(node, step, settings):
 
 
 def install_address(node):
-    """The step of the virtual address, set up for ADDRESS."""
-    install(node, VIRTUAL_ADDRESS, f"ADDRESS={ADDRESS}/32\nINTERFACE=eth0\n")
+    """The step of the virtual addresses, set up for ADDRESS and ADDRESS_6."""
+    install(node, VIRTUAL_ADDRESS, f'ADDRESS="{ADDRESS}/32 {ADDRESS_6}/128"\nINTERFACE=eth0\n')

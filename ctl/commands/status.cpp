@@ -4,6 +4,8 @@
 #include "ctl/print/nodes.h"
 #include "ctl/print/text.h"
 
+#include <algorithm>
+
 namespace ctl {
 
 namespace {
@@ -43,13 +45,20 @@ std::string members_line(const client::Snapshot &snapshot) {
     return std::to_string(snapshot.members);
 }
 
-void print_status(const client::Snapshot &snapshot) {
+void print_status(const client::Snapshot &snapshot, const KeeperView &keeper) {
     const char *role = snapshot.is_master          ? "master"
                        : snapshot.master_node != 0 ? "slave"
                                                    : "no role yet";
+    /* With a keeper, the daemon's preference is how it keeps the master where it is. */
+    const bool preferred =
+        keeper ? std::ranges::any_of(keeper->nodes,
+                                     [&snapshot](const auto &node) {
+                                         return node.preferred && node.id == snapshot.local_node;
+                                     })
+               : snapshot.preferred;
     print(label("master") + master_line(snapshot) + "\n");
     print(label("this node") + node_text(snapshot.local_node) + ", " + role +
-          (snapshot.preferred ? ", preferred as master" : "") + "\n");
+          (preferred ? ", preferred as master" : "") + "\n");
     print(label("members") + members_line(snapshot) + "\n");
     print(label("frozen") + frozen_line(snapshot) + "\n");
     print(label("transition") +
@@ -82,7 +91,7 @@ int command_status(const Options &options) {
         return snapshot ? int{Exit::ok} : problem_exit(snapshot.problem());
     }
     if (snapshot) {
-        print_status(*snapshot);
+        print_status(*snapshot, keeper);
     }
     if (keeper) {
         print("\n" + nodes_table(*keeper));

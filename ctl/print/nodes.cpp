@@ -16,7 +16,8 @@ using Row = std::array<std::string, 6>;
 const Row headings{"NODE", "ROLE", "RUN STEPS", "QUORUM", "LAST HEARD", "FIT"};
 
 std::string age_text(int64_t since) {
-    return duration_text(std::chrono::seconds((g_get_monotonic_time() - since) / G_USEC_PER_SEC));
+    const int64_t seconds = (g_get_monotonic_time() - since) / G_USEC_PER_SEC;
+    return seconds == 0 ? "0 s" : duration_text(std::chrono::seconds(seconds));
 }
 
 Row row_of(const client::KeeperNode &node, client::NodeId local) {
