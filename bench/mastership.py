@@ -65,7 +65,10 @@ def daemon_restarts(lab, runs):
         killed = _kill(dead)
         lab.wait_master()
         times.append(min(
-            line.time for node in lab.nodes for line in [node.journal.find("^INFO: MASTER: ", killed)] if line
+            line.time
+            for node in lab.nodes
+            for line in [node.journal.find("^INFO: MASTER: ", killed)]
+            if line
         ) - killed)
     return times
 

@@ -1,4 +1,5 @@
-"""A lab: N booted machines with corosync and the daemon, each in namespaces of its own, behind one switch.
+"""A lab: N booted machines with corosync and the daemon, each in namespaces of its own, behind one
+switch.
 
     with Lab(nodes=3) as lab:
         lab.start()
@@ -36,13 +37,13 @@ RESET_LIMIT = 60.0
 class Lab:
     """`nodes` is how many; `ids` maps a node's number to its corosync id where they differ.
 
-    The nodes run what is in the directory `build`, the first `packaged` of them the `package` (the path
-    of a .deb), if there is one; `token` is corosync's, in ms. Those in `keepers` (numbers) have the keeper
-    too; then corosync counts votes.
+    The nodes run what is in the directory `build`, the first `packaged` of them the `package` (the
+    path of a .deb), if there is one; `token` is corosync's, in ms. Those in `keepers` (numbers) also
+    have the keeper; then corosync counts votes.
     """
 
-    def __init__(self, name="lab", nodes=3, build=BUILD, ids=None, token=1000, package=None, packaged=2,
-                 keepers=()):
+    def __init__(self, name="lab", nodes=3, build=BUILD, ids=None, token=1000, package=None,
+                 packaged=2, keepers=()):
         if not re.fullmatch(r"[A-Za-z0-9_-]{1,40}", name):
             raise LabError(f"not a name for a lab: '{name}'")
         if not 1 <= nodes <= MAX_NODES:
@@ -126,7 +127,7 @@ class Lab:
             self.down()
 
     def reset(self):
-        """One ring of all nodes, and on each of them no daemon, no settings, no steps and no devices."""
+        """One ring of all nodes, and on each of them no daemon, settings, steps or devices."""
         for node in self.nodes:
             if self.host.cable(node.name) != [SWITCH, "up"]:
                 node.heal()
@@ -153,7 +154,7 @@ class Lab:
         return self._nodes[number]
 
     def client(self):
-        """A machine on the nodes' network without corosync and the daemon; made at the first call."""
+        """A machine on the nodes' network, without corosync and daemon; made at the first call."""
         client = self._nodes.get(CLIENT_NUMBER)
         if client is None:
             facts = {"id": 0, "name": "client", "address": address_of(CLIENT_NUMBER),
@@ -168,10 +169,10 @@ class Lab:
         return client
 
     def start(self, *arguments, numbers=None, drop_in=""):
-        """Starts the daemon on all nodes (or those of `numbers`); comes back when all are on their buses.
+        """Starts the daemon on all nodes (or on `numbers`) and waits until each is on its bus.
 
-        `arguments` follow those of the unit. They, and `drop_in`, which is added to the unit, hold until the
-        next reset.
+        `arguments` follow those of the unit. They, and `drop_in`, which is added to the unit, hold
+        until the next reset.
         """
         nodes = self._pick(numbers)
         command = ["systemctl", "start", DAEMON]
@@ -244,17 +245,19 @@ class Lab:
                 raise LabError(f"{self._sources[image]} is missing: build it first")
         if images & {"build", "keeper"}:
             options = pathlib.Path(self._sources["build"], "meson-info/intro-buildoptions.json")
-            prefixes = [option["value"] for option in json.loads(options.read_text(encoding="utf-8"))
-                        if option["name"] == "prefix"]
+            known = json.loads(options.read_text(encoding="utf-8"))
+            prefixes = [option["value"] for option in known if option["name"] == "prefix"]
             if prefixes != ["/usr"]:
+                build = options.parents[1]
                 raise LabError("the bus reads policies below /usr only; call: meson configure "
-                               f"{options.parents[1]} -Dprefix=/usr && ninja -C {options.parents[1]}")
+                               f"{build} -Dprefix=/usr && ninja -C {build}")
 
     def _make_disk(self, node, **more):
         """The node's disk, with what makes it another machine than those with the same image."""
         self.host.make_disk(node.name, node.image)
         self.host.set_cable(node.name, SWITCH, "up")
-        hosts = [("localhost", "127.0.0.1"), *((facts["name"], facts["address"]) for facts in self._facts)]
+        nodes = [(facts["name"], facts["address"]) for facts in self._facts]
+        hosts = [("localhost", "127.0.0.1"), *nodes]
         for path, text in {
             "/etc/hostname": f"{node.name}\n",
             "/etc/hosts": "".join(f"{address} {name}\n" for name, address in hosts),

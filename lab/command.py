@@ -15,8 +15,9 @@ DEFAULT_NAME = "lab"
 
 def up(options):
     build = options.build or next(filter(os.path.exists, (BUILD, DEMO_BUILD)), BUILD)
+    keepers = range(1, options.nodes + 1) if options.keepers else ()
     lab = Lab(options.name, options.nodes, build, token=options.token, package=options.package,
-              packaged=options.nodes, keepers=range(1, options.nodes + 1) if options.keepers else ())
+              packaged=options.nodes, keepers=keepers)
     with lab:
         if options.start:
             lab.wait_master()
@@ -73,10 +74,11 @@ _FOLLOW = (("-f", "--follow"), {"action": "store_true", "help": "go on as more a
 VERBS = {
     "up": (up, "start a lab and leave it running", [
         (("-n", "--nodes"), {"type": int, "default": 3, "help": "how many nodes (3)"}),
-        (("--build",), {"metavar": "DIRECTORY", "help": "the build directory to install from (build)"}),
+        (("--build",), {"metavar": "DIRECTORY", "help": "build directory to install from (build)"}),
         (("--package",), {"metavar": "FILE.deb", "help": "install this on the nodes instead"}),
         (("--keepers",), {"action": "store_true", "help": "with the keeper on each node"}),
-        (("--token",), {"type": int, "default": 1000, "metavar": "MS", "help": "corosync's (1000)"}),
+        (("--token",),
+         {"type": int, "default": 1000, "metavar": "MS", "help": "corosync's (1000)"}),
         (("--no-start",), {"dest": "start", "action": "store_false", "help": "stop the daemons"}),
     ]),
     "down": (down, "end a lab; nothing of it is left", []),
@@ -94,7 +96,9 @@ VERBS = {
     "kill": (_verb("kill"), "kill the daemon (SIGKILL); its unit starts it again", [_NODE]),
     "pause": (_verb("pause"), "stop the daemon in its tracks (SIGSTOP)", [_NODE]),
     "resume": (_verb("resume"), "let a paused daemon go on (SIGCONT)", [_NODE]),
-    "corosync-kill": (_verb("kill_corosync"), "kill corosync; the daemon's unit starts both again", [_NODE]),
+    "corosync-kill": (
+        _verb("kill_corosync"), "kill corosync; the daemon's unit starts both again", [_NODE]
+    ),
     "corosync-start": (_verb("start_corosync"), "start corosync, and with it the daemon", [_NODE]),
     "power-off": (_verb("power_off"), "end everything on the node at once", [_NODE]),
     "power-on": (_verb("power_on"), "boot the node", [_NODE]),

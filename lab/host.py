@@ -1,4 +1,4 @@
-"""The process that owns a lab (machine/host): starting it, finding it, working in its namespaces."""
+"""The process that owns a lab (machine/host): how to start, find and enter it."""
 
 import contextlib
 import json
@@ -63,7 +63,8 @@ class Host:
             if found == name:
                 with contextlib.suppress(ProcessLookupError):
                     host = cls(pid)
-                    if (pid, name) in _hosts():  # By now the handle keeps the pid from being used again.
+                    # By now the handle keeps the pid from being used again.
+                    if (pid, name) in _hosts():
                         return host
         return None
 
@@ -100,7 +101,7 @@ class Host:
         self.run(PROGRAMS / "image", f"{_DIRECTORY}/{name}", source)
 
     def make_disk(self, name, image):
-        """The node's root: over the files of this machine those of the image, and over them its own."""
+        """The node's root: over the files of this machine those of the image, and then its own."""
         self.run("sh", "-euc", _MAKE_DISK, f"{_DIRECTORY}/{name}", f"{_DIRECTORY}/{image}/upper:/")
 
     def boot(self, name, address, link_address):
@@ -132,7 +133,8 @@ class Host:
         """`side` is a bridge: nodes on different ones do not meet. A node may be off."""
         (self.directory / name / "cable").write_text(f"{side} {state}\n", encoding="ascii")
         if side not in self._links("type", "bridge"):
-            self.run("ip", "link", "add", side, "type", "bridge", "stp_state", "0", "mcast_snooping", "0")
+            bridge = ("type", "bridge", "stp_state", "0", "mcast_snooping", "0")
+            self.run("ip", "link", "add", side, *bridge)
             self.run("ip", "link", "set", side, "up")
         if f"port-{name}" in self._links():
             self.run("ip", "link", "set", f"port-{name}", "master", side, state)
@@ -143,7 +145,8 @@ class Host:
             self.run("ip", "link", "delete", f"port-{name}")
 
     def _links(self, *selection):
-        return [link["ifname"] for link in json.loads(self.run("ip", "-json", "link", "show", *selection))]
+        links = json.loads(self.run("ip", "-json", "link", "show", *selection))
+        return [link["ifname"] for link in links]
 
 
 def names():

@@ -1,4 +1,5 @@
-"""A node's journal, read from outside. All nodes have the same CLOCK_MONOTONIC, so their times compare."""
+"""A node's journal, read from outside. All nodes have the same CLOCK_MONOTONIC, so their times
+compare."""
 
 import bisect
 import json
@@ -66,7 +67,9 @@ class Journal:
             if entry.fields.get("UNIT") == unit:
                 if entry.fields.get("MESSAGE_ID") == _SUCCESS:
                     found.append(Exit(entry.time, "exited", 0))
-                elif (entry.fields.get("MESSAGE_ID"), entry.fields.get("COMMAND")) == (_FAILED_EXIT, "ExecStart"):
+                elif (entry.fields.get("MESSAGE_ID"), entry.fields.get("COMMAND")) == (
+                    _FAILED_EXIT, "ExecStart"
+                ):
                     status = int(entry.fields["EXIT_STATUS"])
                     found.append(Exit(entry.time, entry.fields["EXIT_CODE"], status))
         return found

@@ -1,4 +1,5 @@
-"""One node of a lab, seen from outside: its daemon and other units, its journal, files, power and cable."""
+"""One node of a lab, seen from outside: its daemon and other units, its journal, files, power and
+cable."""
 
 import os
 import pathlib
@@ -85,7 +86,7 @@ class Node:
         self.signal(signal.SIGCONT, unit)
 
     def exits(self, since=None, unit=DAEMON):
-        """How the unit's main process has ended since the time `since` (the last reset), each time."""
+        """How the unit's main process has ended since the time `since` (the last reset)."""
         return self.journal.exits(unit, self._since(since))
 
     def wait_exit(self, since=None, unit=DAEMON, limit=10.0):
@@ -94,8 +95,8 @@ class Node:
         return first
 
     def write_drop_in(self, text, arguments=()):
-        """Adds the lines `text` to the daemon's unit, and `arguments` to its command, from systemd's next
-        reload until the lab's next reset."""
+        """Adds the lines `text` to the daemon's unit, and `arguments` to its command, from the next
+        reload of systemd until the lab's next reset."""
         if arguments:
             unit = self.file(paths.UNIT_FILE).read_text(encoding="utf-8")
             shipped = re.search("^ExecStart=.*$", unit, re.MULTILINE)[0]
@@ -182,7 +183,7 @@ class Node:
         return self.run(["duskvalectl", *arguments], **options)
 
     def file(self, path):
-        """The pathlib.Path by which the node's file `path` is reached from here, also when it is off."""
+        """The pathlib.Path of the node's file `path` as seen from here, also when it is off."""
         root = self.root if self.is_on() else self._disk
         return pathlib.Path(root, path.lstrip("/"))
 
@@ -230,7 +231,7 @@ class Node:
         self.kill(unit=COROSYNC)
 
     def start_corosync(self):
-        """Starts corosync, and with it the daemon; Lab.wait_ring says when it has found the others."""
+        """Starts corosync, and with it the daemon; Lab.wait_ring says when it found the others."""
         self.systemctl("start", COROSYNC)
 
     def cut(self):
@@ -276,7 +277,7 @@ class Node:
         return self.lab.host.is_on(self.name)
 
     def wait_booted(self, since):
-        """Waits until the bus of a node that was booted after `since` can be used, and is recorded."""
+        """Waits until the bus of a node that was booted after `since` works, and is recorded."""
         def booted():
             if not self.is_on():
                 text = (self._directory / "boot.log").read_text(encoding="utf-8")

@@ -6,7 +6,9 @@ import subprocess
 
 from .waiting import LabError, Overdue
 
-TOOLS = ("unshare", "nsenter", "setpriv", "mount", "ip", "corosync", "dbus-daemon", "systemctl", "meson")
+TOOLS = (
+    "unshare", "nsenter", "setpriv", "mount", "ip", "corosync", "dbus-daemon", "systemctl", "meson"
+)
 SEARCH_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 

@@ -31,7 +31,9 @@ def tour(options):
     if options.keep and Host.find(NAME):
         raise LabError(f"the lab '{NAME}' is up already; end it with: lab/lab --name {NAME} down")
     paper = Paper()
-    paper.text("Booting three machines in memory, each with its own systemd, journal, bus and corosync ...")
+    paper.text(
+        "Booting three machines in memory, each with its own systemd, journal, bus and corosync ..."
+    )
     name = NAME if options.keep else f"{NAME}-{os.getpid()}"
     with Lab(name, nodes=3, build=options.build) as lab:
         Story(lab, paper).tell()

@@ -58,8 +58,9 @@ class Story:
     def _kill(self):
         node = self._master()
         with self._shown("The master's daemon is killed", f"SIGKILL on {node}: no time for a word. "
-                         "Its services would run on beside those of the next master; its unit stops them, "
-                         "and starts the daemon again. The others elect. A join is an election, too."):
+                         "Its services would run on beside those of the next master; its unit "
+                         "stops them, and starts the daemon again. The others elect. A join is an "
+                         "election, too."):
             node.kill()
             node.wait_log("INFO: Registered on dbus", since=self._act.start)
             self._lab.wait_master()
@@ -97,8 +98,8 @@ class Story:
 
     def _heal(self):
         with self._shown("The cable is repaired", "Two masters meet. A daemon that sees another "
-                         "master than its own ends itself (abort); their units stop the services and "
-                         "start the daemons again, and an election settles it."):
+                         "master than its own ends itself (abort); their units stop the services "
+                         "and start the daemons again, and an election settles it."):
             self._lab.heal()
             self._lab.wait_ring()
             self._lab.wait_master(limit=60)

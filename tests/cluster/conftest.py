@@ -1,4 +1,5 @@
-"""Cluster tests: the installed daemon on booted machines with corosync, in a lab (see lab/cluster.py).
+"""Cluster tests: the installed daemon on booted machines with corosync, in a lab (see
+lab/cluster.py).
 
     def test_survivors_elect(lab):
         lab.start()                                     # the daemon on all three nodes

@@ -45,8 +45,9 @@ def bring_back(lab, node):
 
 
 @pytest.mark.parametrize("role", ["master", "slave"])
-@pytest.mark.parametrize("lose", [pytest.param(Node.kill, marks=pytest.mark.packaged), Node.stop, lose_corosync, Node.power_off],
-                         ids=["kill", "stop", "corosync", "power"])
+@pytest.mark.parametrize("lose", [
+    pytest.param(Node.kill, marks=pytest.mark.packaged), Node.stop, lose_corosync, Node.power_off
+], ids=["kill", "stop", "corosync", "power"])
 def test_survivors_agree_and_the_lost_node_comes_back_as_a_slave(lab, lose, role):
     lab.start(*TRACE, drop_in=NO_RESTART)
     master = lab.wait_master()

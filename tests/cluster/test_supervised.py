@@ -11,14 +11,17 @@ from lab.waiting import now
 
 @pytest.fixture(name="four", scope="module")
 def _four(make_lab):
-    lab = make_lab(nodes=4, token=3000)  # Four find one another by twos; with this token well apart.
+    # Four find one another by twos; with this token well apart.
+    lab = make_lab(nodes=4, token=3000)
     yield lab
     lab.down()
 
 
 def aborted(nodes):
     """Those on which a daemon has aborted since the last reset, as when two masters meet."""
-    return [node for node in nodes if ("killed", signal.SIGABRT) in [exit[1:] for exit in node.exits()]]
+    return [
+        node for node in nodes if ("killed", signal.SIGABRT) in [exit[1:] for exit in node.exits()]
+    ]
 
 
 @pytest.mark.packaged

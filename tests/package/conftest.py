@@ -1,10 +1,11 @@
-"""Package tests: the Debian package on one booted machine (see lab/cluster.py), as an operator would use it.
+"""Package tests: the Debian package on one booted machine (see lab/cluster.py), as an operator
+would use it.
 
-Its unit is made to do all that it promises. The cluster is that one node, which is master as soon as its daemon
-runs.
+Its unit is made to do all that it promises. The cluster is that one node, which is master as soon
+as its daemon runs.
 
-`node` is the machine with the package installed and the daemon running, not enabled; two steps have been started,
-which note in a file what they are asked for (support.py).
+`node` is the machine with the package installed and the daemon running, not enabled; two steps have
+been started, which note in a file what they are asked for (support.py).
 
 Run as root:  /usr/bin/python3 -m pytest tests/package [--package FILE.deb]
 """

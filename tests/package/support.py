@@ -7,7 +7,7 @@ BUS_NAME = "com.norvel.DuskvaleCorosync"
 PACKAGE = "/srv/shared/package.deb"  # on the node
 LIMIT_S = 20.0
 
-# Notes what it was asked for, and whether another step was running then. Hangs where that is asked for.
+# Notes what it was asked for, and whether another step was running then. Hangs where asked to.
 STEP = """\
 #!/bin/sh
 name=${0##*/}

@@ -17,9 +17,11 @@ OF_OTHERS = re.compile(
 
 def changes(node):
     """The files and directories that the node has and this machine has not."""
-    layers = [node.lab.host.directory / "package/upper", node.lab.host.directory / node.name / "upper"]
+    layers = [node.lab.host.directory / name / "upper" for name in ("package", node.name)]
     names = {"/" + str(path.relative_to(layer)) for layer in layers for path in layer.rglob("*")}
-    return {name for name in names if not os.path.lexists(name) and os.path.lexists(node.file(name))}
+    return {
+        name for name in names if not os.path.lexists(name) and os.path.lexists(node.file(name))
+    }
 
 
 def test_lintian_finds_nothing(package):
@@ -87,7 +89,8 @@ def test_removal_stops_the_services_and_leaves_what_is_the_operators(node):
 
     assert "stay there" in node.run(["dpkg", "--purge", NAME]).stdout
     assert not node.file(SETTINGS).exists()
-    assert {step.name for step in node.file(RUN_DIRECTORY).iterdir()} == {"10-first.run", "20-last.run"}
+    left = {step.name for step in node.file(RUN_DIRECTORY).iterdir()}
+    assert left == {"10-first.run", "20-last.run"}
 
 
 def test_purge_leaves_nothing_behind(node):

@@ -3,8 +3,8 @@
 import json
 
 import pytest
-from support import (BUS_NAME, HEALED, LIMIT_S, NAME, STARTED, STEP, STOPPED, drop_in, errors, forget_steps,
-                     hang, steps, wait_shown, wait_steps, write)
+from support import (BUS_NAME, HEALED, LIMIT_S, NAME, STARTED, STEP, STOPPED, drop_in, errors,
+                     forget_steps, hang, steps, wait_shown, wait_steps, write)
 
 from lab.paths import COROSYNC, COROSYNC_CONFIG, DAEMON, EXAMPLES, RUN_DIRECTORY
 from lab.waiting import now, wait_until
@@ -45,7 +45,8 @@ def test_boot_brings_the_daemon_after_corosync(node):
 
 
 @pytest.mark.parametrize("signal, unit", [
-    ("KILL", DAEMON), ("ABRT", DAEMON), ("HUP", DAEMON), ("KILL", COROSYNC), ("KILL", "dbus.service"),
+    ("KILL", DAEMON), ("ABRT", DAEMON), ("HUP", DAEMON),
+    ("KILL", COROSYNC), ("KILL", "dbus.service"),
 ])
 def test_whatever_ends_it_the_steps_stop_and_it_starts_again(node, signal, unit):
     before = node.pid()
@@ -142,7 +143,8 @@ def test_start_that_takes_too_long_runs_the_steps_with_stop_and_begins_again(nod
     drop_in(node, "[Service]\nExecStartPre=\nExecStartPre=sleep 600\nTimeoutStartSec=1\n")
     node.systemctl("start", "--no-block", DAEMON)
     wait_until(lambda: steps(node) == STOPPED + STOPPED, LIMIT_S, "given up twice")
-    assert len([entry for entry in node.log if "the daemon did not start (timeout)" in entry.text]) == 2
+    failed = "the daemon did not start (timeout)"
+    assert len([entry for entry in node.log if failed in entry.text]) == 2
 
 
 def test_daemon_stops_before_corosync_and_starts_with_it(node):
@@ -175,7 +177,8 @@ def test_corosync_that_cannot_start_ends_the_attempts(node):
 
 def test_loop_of_failing_starts_ends_visibly(node):
     node.stop()
-    node.systemctl("daemon-reload")  # Forgets the starts so far; the stop alone does for a disabled unit.
+    # Forgets the starts so far; the stop alone does for a disabled unit.
+    node.systemctl("daemon-reload")
     node.run(["systemd-run", "--unit=second", f"/usr/sbin/{NAME}", "-f"])
     wait_until(node.bus.has_daemon, LIMIT_S, "the second daemon has the name")
     node.systemctl("start", DAEMON, check=False)
@@ -211,10 +214,13 @@ def test_doctor_knows_the_state_of_the_unit(node):
 
 def test_journal_has_the_lines_with_their_priorities(node):
     write(node, f"{RUN_DIRECTORY}/30-cannot-be-executed.run", STEP)
-    node.write_step("40-talks.run", "#!/bin/sh\n[ $1 != start ] || { echo said; echo lamented >&2; }\n")
+    talk = "#!/bin/sh\n[ $1 != start ] || { echo said; echo lamented >&2; }\n"
+    node.write_step("40-talks.run", talk)
     since = now()
     node.systemctl("restart", DAEMON)
-    for text, priority in ("INFO: Starting", 6), (r"ERR\(run_next\):", 3), ("said", 6), ("lamented", 5):
+    for text, priority in [
+        ("INFO: Starting", 6), (r"ERR\(run_next\):", 3), ("said", 6), ("lamented", 5)
+    ]:
         assert node.wait_log(f"^{text}", since=since).fields["PRIORITY"] == priority
 
 
