@@ -21,7 +21,7 @@ class Member:
         self._record = Record()
         self._process = node.popen([str(PROGRAM)], stdin=subprocess.PIPE, stdout=self._record.file)
 
-    def tell(self, command):
+    def send(self, command):
         self._process.stdin.write(command + "\n")
         self._process.stdin.flush()
 
@@ -56,7 +56,7 @@ def measure(lab, runs):
             for member in members.values():
                 member.wait_members(len(members))
             node = lab.nodes[run % len(members)]
-            members[node].tell("die")
+            members[node].send("die")
             died = members[node].time_of("dies")
             survivors = [member for other, member in members.items() if other is not node]
             reports = [member.time_of(f"left {node.id}", since=died) for member in survivors]
@@ -67,7 +67,7 @@ def measure(lab, runs):
             member.wait_members(len(members))
         pinger = members[lab.nodes[0]]
         for count in range(PINGS):
-            pinger.tell("ping")
+            pinger.send("ping")
             lab.wait(lambda: len(pinger.lines("ping")) > count, LIMIT, "the message came back")
         return deaths, [float(line.text.split()[1]) / 1e6 for line in pinger.lines("ping")]
     finally:

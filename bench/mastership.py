@@ -5,12 +5,10 @@ Times are those of the nodes' journals, which share a clock.
 
 import sys
 
+from lab.node import NO_RESTART
 from lab.waiting import now
 
 ELECTION_PERIOD = 0.5  # seconds for which the daemons collect proposals, by their protocol
-
-
-NO_RESTART = "[Service]\nRestart=no\n"
 
 
 _KILL = "import os, sys, time; print(time.monotonic()); os.kill(int(sys.argv[1]), 9)"
@@ -75,8 +73,8 @@ def daemon_restarts(lab, runs):
 
 def node_deaths(lab, runs):
     """The master's node loses its power. Seconds until the survivors have applied a new master, and
-    until corosync had told them."""
-    applied, told = [], []
+    until corosync had reported the loss."""
+    applied, reported = [], []
     for _ in range(runs):
         _started(lab)
         dead = lab.node(lab.wait_master())
@@ -84,10 +82,10 @@ def node_deaths(lab, runs):
         lost = now()
         dead.power_off()
         master = lab.node(lab.wait_master(agreed_on=[node.number for node in survivors]))
-        told.append(max(
+        reported.append(max(
             node.wait_signal("NotifyLeft", dead.id, since=lost).time for node in survivors) - lost)
         applied.append(_applied(survivors, master, lost) - lost)
-    return applied, told
+    return applied, reported
 
 
 def take_overs(lab, runs):

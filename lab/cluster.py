@@ -38,8 +38,8 @@ class Lab:
     """`nodes` is how many; `ids` maps a node's number to its corosync id where they differ.
 
     The nodes run what is in the directory `build`, the first `packaged` of them the `package` (the
-    path of a .deb), if there is one; `token` is corosync's, in ms. Those in `keepers` (numbers) also
-    have the keeper; then corosync counts votes.
+    path of a .deb), if there is one; `token` is corosync's, in ms. Those in `keepers` (numbers)
+    have the keeper, too; then corosync counts votes.
     """
 
     def __init__(self, name="lab", nodes=3, build=BUILD, ids=None, token=1000, package=None,

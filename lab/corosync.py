@@ -47,7 +47,7 @@ _SYNCED = "Completed service synchronization"
 
 
 def config_text(cluster, token, nodes):
-    """The text of corosync.conf; `token` in ms, `nodes` dicts with "id", "name", "address", "image"."""
+    """The corosync.conf; `token` in ms; `nodes`: the facts of each, as cluster.py has them."""
     transport = "knet" if all(node["id"] <= _KNET_MAX_ID for node in nodes) else "udpu"
     texts = "".join(_NODE.format(**node) for node in nodes)
     quorum = _QUORUM if any(node["image"] == "keeper" for node in nodes) else ""

@@ -20,6 +20,8 @@ BOOT_LIMIT = 60.0
 STOP_LIMIT = 60.0
 # Of a start: the unit may hold the daemon back until its corosync has run for 15 s.
 START_LIMIT = 40.0
+# For the unit (`drop_in`), when a daemon that has ended is to stay down.
+NO_RESTART = "[Service]\nRestart=no\n"
 _RECORDING = "^Monitoring bus message stream"
 
 
@@ -178,7 +180,7 @@ class Node:
         """Starts a command on the node beside the caller; see processes.start_inside."""
         return start_inside(self.init, argv, **options)
 
-    def ctl(self, *arguments, **options):
+    def duskvalectl(self, *arguments, **options):
         """Runs duskvalectl on the node; the options are those of `run`."""
         return self.run(["duskvalectl", *arguments], **options)
 
@@ -208,11 +210,6 @@ class Node:
         path = self._device_path(name)
         shutil.rmtree(self.file(path).parent)
         return path
-
-    def plug(self, name, location="", hardware_id=""):
-        """Attaches a device and reports it to the daemon."""
-        path = self.add_device(name, location, hardware_id)
-        self.call("LumacrateHotplug", True, path, hardware_id, location)
 
     def unplug(self, name):
         """Takes a device away and reports that to the daemon."""

@@ -36,7 +36,7 @@ def tour(options):
     )
     name = NAME if options.keep else f"{NAME}-{os.getpid()}"
     with Lab(name, nodes=3, build=options.build) as lab:
-        Story(lab, paper).tell()
+        Story(lab, paper).run()
         if options.keep:
             lab.detach()
             paper.title("The cluster stays up")

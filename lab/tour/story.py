@@ -29,7 +29,7 @@ class Story:
         self._client = Client(lab.client(), sys.executable, CHECKOUT)
         lab.wait(self._client.is_asking, ANSWER_LIMIT, "the client asks")
 
-    def tell(self):
+    def run(self):
         self._election()
         self._take_over()
         self._kill()
@@ -109,7 +109,8 @@ class Story:
         self._paper.title(f"{len(self._acts) + 1}. Who is master, and why?")
         self._paper.prose(f"An operator on {node} asks.")
         for command in "status", "why":
-            self._paper.text(f"$ duskvalectl {command}\n{node.ctl(command).stdout.rstrip()}\n")
+            output = node.duskvalectl(command).stdout.rstrip()
+            self._paper.text(f"$ duskvalectl {command}\n{output}\n")
 
     def _operate(self, node, *arguments, status=0):
         """An operator's command on the node: what it says is shown, and how it must end."""
@@ -160,7 +161,7 @@ class Story:
 
 
 class Act:
-    """When the act began, and what was done in it that no node tells of."""
+    """When the act began, and what was done in it that no node reports."""
 
     def __init__(self, start):
         self.start = start

@@ -10,9 +10,6 @@ from lab.waiting import now
 TRACE = ("-vvvvvvv", "-d", "0x20")
 TICK = r"sync_timer_callback: local\.sync_counter = [1-9]"
 
-# For the unit, when a daemon that has ended is to stay down.
-NO_RESTART = "[Service]\nRestart=no\n"
-
 HOLD = "/run/hold"
 AS_NOBODY = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
 
@@ -70,7 +67,7 @@ def steps_held(*nodes):
 
 def said(node, *arguments, status=0, **options):
     """What duskvalectl says, errors last, without how long it took. It must end with `status`."""
-    result = node.ctl(*arguments, check=False, **options)
+    result = node.duskvalectl(*arguments, check=False, **options)
     text = result.stdout + result.stderr
     assert result.returncode == status, text
     return re.sub(r", after [\d.]+ m?s$", "", text, flags=re.MULTILINE)

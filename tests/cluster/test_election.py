@@ -3,9 +3,9 @@
 import signal
 
 import pytest
-from support import NO_RESTART, TRACE, assert_idle, lines, others, wait_everywhere
+from support import TRACE, assert_idle, lines, others, wait_everywhere
 
-from lab.node import Node
+from lab.node import NO_RESTART, Node
 from lab.paths import SETTINGS
 from lab.waiting import now
 

@@ -4,10 +4,11 @@ import signal
 import sys
 
 import pytest
-from support import NO_RESTART, lines, others, steps_held, take_over
+from support import lines, others, steps_held, take_over
 
 from lab.examples import ADDRESS, ADDRESS_6, SERVICE, STORAGE, VIRTUAL_ADDRESS, install, install_address
 from lab.network import link_address_of
+from lab.node import NO_RESTART
 from lab.paths import EXAMPLES, RUN_DIRECTORY
 
 LIMIT = 10.0

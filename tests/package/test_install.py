@@ -39,7 +39,7 @@ def test_version_is_that_of_meson(node, package, pytestconfig):
     changes = (root / "CHANGELOG.md").read_text(encoding="utf-8")
     released = re.search(r"(?m)^## \[(\d.*?)\]", changes)[1]
     assert (built, released) == (version, version)
-    assert node.ctl("--version").stdout == f"duskvalectl {version}\n"
+    assert node.duskvalectl("--version").stdout == f"duskvalectl {version}\n"
 
 
 def newer(package, directory):

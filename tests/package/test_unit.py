@@ -14,7 +14,7 @@ ABSENT = "nodelist {\n  node {\n    nodeid: 2\n    ring0_addr: 192.0.2.2\n  }\n"
 
 def unit_findings(node):
     """What the doctor says of the unit."""
-    findings = json.loads(node.ctl("doctor", "--json", check=False).stdout)["findings"]
+    findings = json.loads(node.duskvalectl("doctor", "--json", check=False).stdout)["findings"]
     return [(entry["level"], entry["text"]) for entry in findings if entry["area"] == "unit"]
 
 
