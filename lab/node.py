@@ -207,13 +207,7 @@ class Node:
         return path
 
     def remove_device(self, name):
-        path = self._device_path(name)
-        shutil.rmtree(self.file(path).parent)
-        return path
-
-    def unplug(self, name):
-        """Takes a device away and reports that to the daemon."""
-        self.call("LumacrateHotplug", False, self.remove_device(name), "", "")
+        shutil.rmtree(self.file(self._device_path(name)).parent)
 
     # Corosync, power and the cable
 

@@ -12,4 +12,5 @@ DEVICES = "/sys/bus/lumacrates/devices"
 UNIT_FILE = f"/usr/lib/systemd/system/{DAEMON}"
 DROP_IN = f"/etc/systemd/system/{DAEMON}.d/lab.conf"
 EXAMPLES = "/usr/share/doc/duskvale-corosync-bridge/examples"
+PACKAGE = "/var/tmp/package.deb"  # on a node that has it installed
 BUS_SOCKET = "/run/dbus/system_bus_socket"

@@ -17,28 +17,37 @@ cables or kills corosync costs the next reset some seconds, and one that does no
 
 `make_lab(nodes=4, ids={1: 3232235777})` gives a lab of the test's own (some 3 s), ended with it.
 
+`node` is one node, which is master as soon as its daemon runs. It runs, is not enabled, and has
+started two steps that note what they are asked for (support.py).
+
 Every wait has a limit and ends with Overdue, which shows the state and the last lines of each node;
 a test that fails otherwise gets them as a section of its report.
 
 Run as root:  /usr/bin/python3 -m pytest tests/cluster [--build DIRECTORY] [--package FILE.deb]
 
-With --package nodes 1 and 2 of each lab have the package installed instead of the build tree.
+With --package `node` and the nodes 1 and 2 of the other labs have the package installed instead of
+the build. The tests that are marked "package" need it or are about what it installs; ./check runs
+them, and those that are marked "packaged", with the package, and all but the first without.
 """
 
 import os
+import pathlib
 
 import pytest
+from support import NAME, STARTED, STEP, forget_steps, wait_steps
 
 from lab.cluster import BUILD, Lab
+from lab.node import Node
+from lab.paths import DAEMON, PACKAGE
 
 
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(BUILD), help="the build directory to test")
-    parser.addoption("--package", help="test this .deb on the nodes 1 and 2")
+    parser.addoption("--package", type=pathlib.Path, help="test this .deb on the nodes 1 and 2")
 
 
-@pytest.fixture(name="make_lab", scope="session")
-def _make_lab(request):
+@pytest.fixture(scope="session")
+def make_lab(request):
     """A function that starts a lab; whatever it started ends with the session at the latest."""
     labs = []
 
@@ -73,10 +82,40 @@ def cluster(lab):
     return lab
 
 
+@pytest.fixture
+def package(request):
+    """The path of the package."""
+    path = request.config.getoption("--package")
+    if path is None:
+        pytest.skip("needs --package")
+    return path
+
+
+@pytest.fixture(name="_lab_of_one", scope="session")
+def _make_lab_of_one(make_lab):
+    return make_lab(nodes=1)
+
+
+@pytest.fixture
+def node(_lab_of_one):
+    node = _lab_of_one.node(1)
+    _lab_of_one.reset()
+    if not node.file(f"/usr/sbin/{NAME}").exists():
+        node.run(["dpkg", "--install", PACKAGE])
+    node.systemctl("disable", DAEMON)
+    for step in ("10-first.run", "20-last.run"):
+        node.write_step(step, STEP)
+    node.start()
+    wait_steps(node, STARTED)
+    forget_steps(node)
+    return node
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     report = (yield).get_result()
     if call.when == "call" and report.failed:
         for name, value in item.funcargs.items():
-            if isinstance(value, Lab):
-                report.sections.append((f"the lab '{name}'", value.diagnosis()))
+            if isinstance(value, (Lab, Node)):
+                lab = value if isinstance(value, Lab) else value.lab
+                report.sections.append((f"the lab of '{name}'", lab.diagnosis()))

@@ -1,14 +1,17 @@
-"""What the cluster tests share: tracing, signals on several nodes at once, the idle check."""
+"""What the cluster tests share: signals on several nodes at once, the idle check, noting steps."""
 
 import contextlib
 import os
 import re
+import time
 
-from lab.waiting import now
+from lab.waiting import now, wait_until
 
-# Debug lines of the coordinator: among them one for each tick of a master's sync timer.
+NAME = "duskvale-corosync-bridge"
+LIMIT_S = 20.0
+
+# Debug lines of the coordinator: among them one for each message of a master's sync timer.
 TRACE = ("-vvvvvvv", "-d", "0x20")
-TICK = r"sync_timer_callback: local\.sync_counter = [1-9]"
 
 HOLD = "/run/hold"
 AS_NOBODY = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
@@ -16,6 +19,21 @@ AS_NOBODY = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
 # Of an idle daemon, which wakes some 3 times a second; one that spins exceeds both a hundredfold.
 MAX_SWITCHES_PER_S = 50
 MAX_CPU_SHARE = 0.1
+IDLE_S = 2.0
+
+# Notes what it was asked for, and whether another step was running then. Hangs where asked to.
+STEP = """\
+#!/bin/sh
+name=${0##*/}
+pid=$(cat /run/hanging 2>/dev/null) && kill -0 "$pid" 2>/dev/null && name="$name beside another,"
+echo "$name $1" >>/run/steps
+hang=/run/hang-$1-${0##*/}
+[ ! -e "$hang" ] || { echo $$ >/run/hanging; exec sleep "$(cat "$hang")"; }
+"""
+
+STARTED = ["10-first.run start", "20-last.run start"]
+STOPPED = ["20-last.run stop", "10-first.run stop"]
+HEALED = STOPPED + STARTED
 
 
 def others(lab, *numbers):
@@ -78,18 +96,14 @@ def lines(node, text, since=0.0):
     return [entry.text for entry in node.log if entry.time >= since and text in entry.text]
 
 
-def assert_idle(nodes, ticker):
-    """The daemons of `nodes` sleep: measured while `ticker`, a master with TRACE, ticks twice."""
-    start = now()
+def assert_idle(nodes):
+    """The daemons of `nodes` sleep, for all but a small part of two seconds."""
     before = [_usage(node) for node in nodes]
-    for _ in range(2):
-        since = now()
-        ticker.wait_log(TICK, since=since)
+    time.sleep(IDLE_S)
     after = [_usage(node) for node in nodes]
-    elapsed = now() - start
     for node, (switches, cpu), (switches_before, cpu_before) in zip(nodes, after, before):
-        assert switches - switches_before < MAX_SWITCHES_PER_S * elapsed, f"{node} keeps waking"
-        assert cpu - cpu_before < MAX_CPU_SHARE * elapsed, f"{node} is busy"
+        assert switches - switches_before < MAX_SWITCHES_PER_S * IDLE_S, f"{node} keeps waking"
+        assert cpu - cpu_before < MAX_CPU_SHARE * IDLE_S, f"{node} is busy"
 
 
 def _usage(node):
@@ -97,5 +111,32 @@ def _usage(node):
     process = node.file(f"/proc/{node.pid()}")
     status = (process / "status").read_text(encoding="utf-8").splitlines()
     switches = sum(int(line.split()[1]) for line in status if "ctxt_switches" in line)
-    times = (process / "stat").read_text(encoding="utf-8").rpartition(")")[2].split()[11:13]
-    return switches, sum(map(int, times)) / os.sysconf("SC_CLK_TCK")
+    busy_ns, *_ = (process / "schedstat").read_text(encoding="ascii").split()
+    return switches, int(busy_ns) / 1e9
+
+
+def write(node, path, text, mode=0o644):
+    node.file(path).write_text(text, encoding="utf-8")
+    node.file(path).chmod(mode)
+
+
+def steps(node):
+    """What the steps were asked for so far."""
+    path = node.file("/run/steps")
+    return path.read_text(encoding="utf-8").splitlines() if path.exists() else []
+
+
+def forget_steps(node):
+    run = node.file("/run")
+    for file in *run.glob("steps"), *run.glob("hang*"):
+        file.unlink()
+
+
+def wait_steps(node, expected):
+    """Waits for exactly these steps, each "NAME ARGUMENT"."""
+    def done():
+        found = steps(node)
+        assert found == expected[: len(found)]
+        return found == expected
+
+    wait_until(done, LIMIT_S, f"steps: {expected}", explain=lambda: str(steps(node)))

@@ -50,15 +50,3 @@ def test_two_nodes_with_large_ids_keep_a_freeze_through_a_restart(make_lab):
         assert giver.call("TakeOver") is False
         assert lines(giver, f"WARN: FROZEN to {signed(master.id)} -- ignoring take-over", since)
         set_freeze(lab.nodes, 0, "done")
-
-
-def test_preferred_master_wins_elections_also_after_a_restart(cluster):
-    node, other = others(cluster, cluster.wait_master())
-    since = now()
-    node.set("PreferredMaster", True)
-    wait_everywhere(cluster.nodes, "NotifyNewMaster", node.id, since=since)
-    for member in cluster.nodes:
-        member.stop()
-    cluster.start()
-    assert cluster.wait_master() == node.number
-    assert (node.get("PreferredMaster"), other.get("PreferredMaster")) == (True, False)

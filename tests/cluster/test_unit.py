@@ -3,13 +3,38 @@
 import json
 
 import pytest
-from support import (BUS_NAME, HEALED, LIMIT_S, NAME, STARTED, STEP, STOPPED, drop_in, errors,
-                     forget_steps, hang, steps, wait_shown, wait_steps, write)
+from support import (HEALED, LIMIT_S, NAME, STARTED, STEP, STOPPED, forget_steps, steps,
+                     wait_steps, write)
 
+from lab.bus import NAME as BUS_NAME
 from lab.paths import COROSYNC, COROSYNC_CONFIG, DAEMON, EXAMPLES, RUN_DIRECTORY
 from lab.waiting import now, wait_until
 
+pytestmark = pytest.mark.package
+
 ABSENT = "nodelist {\n  node {\n    nodeid: 2\n    ring0_addr: 192.0.2.2\n  }\n"
+
+
+def wait_shown(node, name, value, unit=NAME):
+    """Waits for a property of a unit."""
+    what = f"{unit} has {name}={value}"
+    wait_until(lambda: node.show(name, unit) == value, LIMIT_S, what, pause=0.05)
+
+
+def drop_in(node, text):
+    """Adds lines to the daemon's unit, until the next reset."""
+    node.write_drop_in(text)
+    node.systemctl("daemon-reload")
+
+
+def hang(node, step, argument, seconds):
+    """What the step does when it is asked for that the next time."""
+    write(node, f"/run/hang-{argument}-{step}", f"{seconds}\n")
+
+
+def errors(node):
+    """The lines of the unit's programs with priority err and above, since the last reset."""
+    return [entry.text for entry in node.log if entry.fields["PRIORITY"] <= 3]
 
 
 def unit_findings(node):

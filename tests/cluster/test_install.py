@@ -5,9 +5,12 @@ import re
 import shutil
 import subprocess
 
-from support import NAME, PACKAGE, STOPPED, steps, write
+import pytest
+from support import NAME, STOPPED, steps, write
 
-from lab.paths import DAEMON, RUN_DIRECTORY, SETTINGS
+from lab.paths import DAEMON, PACKAGE, RUN_DIRECTORY, SETTINGS
+
+pytestmark = pytest.mark.package
 
 # Logs, the books of the package system and of systemd, and what the lab and these tests have made.
 OF_OTHERS = re.compile(
@@ -69,8 +72,8 @@ def test_upgrade_leaves_a_running_daemon_and_all_settings_alone(node, package, t
     node.systemctl("enable", DAEMON)
     write(node, f"{SETTINGS}/preferred_master", "1\n")
     before = node.pid()
-    shutil.copy(newer(package, tmp_path), node.file("/srv/shared/newer.deb"))
-    node.run(["dpkg", "--install", "/srv/shared/newer.deb"])
+    shutil.copy(newer(package, tmp_path), node.file("/var/tmp/newer.deb"))
+    node.run(["dpkg", "--install", "/var/tmp/newer.deb"])
     assert node.pid() == before
     assert steps(node) == []
     assert node.show("NeedDaemonReload") == "no"

@@ -1,4 +1,4 @@
-"""What the shipped unit makes of a cluster."""
+"""A ring that forms again, or that all nodes form at once: the daemons wait, and none aborts."""
 
 import re
 import signal
@@ -36,7 +36,11 @@ def test_killed_corosync_comes_back_with_its_daemon_and_ends_no_other(lab, role)
         lost = others(lab, master.number)[0]
     since = time_at(*lab.nodes)
     lost.kill_corosync()
+    assert lost.wait_exit(since).status == 1
     lost.wait_log("INFO: Registered on dbus", limit=30.0, since=since)
+    gone = "ERR(dvcpg_callback):corosync is gone (cpg_dispatch: 2) -- ending"
+    assert lines(lost, "ERR(", since)[-1] == gone
+    assert len(lines(lost, "ERR(", since)) < 10  # Each turn of a loop that spins would log one.
     lab.wait_ring()
     lab.wait_master(limit=30.0)
     assert aborted(lab.nodes) == []
