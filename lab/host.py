@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import pathlib
+import re
 import select
 import signal
 import subprocess
@@ -30,6 +31,14 @@ log=$1
 shift
 setsid "$@" </dev/null >>"$log" 2>&1 &
 """
+
+
+def _is_first(pid):
+    """Is it the first of its process namespace? The lab's programs are in the group, too."""
+    with contextlib.suppress(OSError):
+        status = pathlib.Path("/proc", pid, "status").read_text(encoding="utf-8")
+        return re.search(r"^NSpid:.*\s1$", status, re.MULTILINE) is not None
+    return False
 
 
 class Host:
@@ -119,8 +128,10 @@ class Host:
     def first_process(self, name):
         """The process id of the node's systemd, as seen from here, or None."""
         procs = self.directory / "cgroup" / name / "init.scope/cgroup.procs"
-        with contextlib.suppress(OSError, ValueError):
-            return min(map(int, procs.read_text().split()))
+        with contextlib.suppress(OSError):
+            for pid in procs.read_text(encoding="ascii").split():
+                if _is_first(pid):
+                    return int(pid)
         return None
 
     # The switch

@@ -6,6 +6,7 @@ import pathlib
 import re
 import shutil
 import signal
+import weakref
 
 from . import corosync, paths
 from .bus import Bus
@@ -37,6 +38,7 @@ class Node:
         self.image = facts["image"]
         self.bus = Bus(lambda: self.root)
         self._journal = None
+        self._programs = weakref.WeakSet()
 
     def __repr__(self):
         return self.name
@@ -178,7 +180,9 @@ class Node:
 
     def popen(self, argv, **options):
         """Starts a command on the node beside the caller; see processes.start_inside."""
-        return start_inside(self.init, argv, **options)
+        process = start_inside(self.init, argv, **options)
+        self._programs.add(process)
+        return process
 
     def duskvalectl(self, *arguments, **options):
         """Runs duskvalectl on the node; the options are those of `run`."""
@@ -255,8 +259,15 @@ class Node:
         """As its operator would do it."""
         since, before = now(), self.init
         self.systemctl("reboot", check=False)  # It may be cut short itself.
-        self._wait(lambda: self.lab.host.first_process(self.name) not in (None, before), BOOT_LIMIT,
-                   f"{self} has ended")
+
+        def ended():
+            # A shutdown stops all processes before it ends them. nsenter(1) stops with its child,
+            # and then leaves it a zombie, for which the shutdown waits 90 s.
+            for process in self._programs:
+                process.send_signal(signal.SIGCONT)
+            return self.lab.host.first_process(self.name) not in (None, before)
+
+        self._wait(ended, BOOT_LIMIT, f"{self} has ended")
         self.wait_booted(since)
 
     def begin_reset(self):
