@@ -5,98 +5,84 @@
 #include <glib.h>
 
 #include <cmath>
+#include <map>
 
 namespace keeper {
 
 namespace {
 
-using KeyFile = std::unique_ptr<GKeyFile, client::Release<g_key_file_unref>>;
-
-/* Takes the value over into `config`; false when it is not of the wanted kind. */
-using Take = bool (*)(Config &config, const std::string &value);
-
-template <bool Config::*field>
-bool take_flag(Config &config, const std::string &value) {
-    config.*field = value == "yes";
-    return value == "yes" || value == "no";
+/* These take the value over; false when it is not of the wanted kind. */
+bool flag(bool &field, const std::string &value) {
+    field = value == "yes";
+    return field || value == "no";
 }
 
-bool take_quorum(Config &config, const std::string &value) {
-    config.quorum = value == "yes" ? Switch::on : value == "no" ? Switch::off : Switch::automatic;
-    return value == "yes" || value == "no" || value == "auto";
-}
-
-/* None unless all of `value` is a number from `least` to `most`. */
-std::optional<double> number(const std::string &value, double least, double most) {
+bool number(double &field, const std::string &value, double least, double most) {
     gchar *end = nullptr;
-    const double read = g_ascii_strtod(value.c_str(), &end);
-    const bool good = !value.empty() && *end == '\0' && read >= least && read <= most;
-    return good ? std::optional(read) : std::nullopt;
+    field = g_ascii_strtod(value.c_str(), &end);
+    return !value.empty() && *end == '\0' && field >= least && field <= most;
 }
 
-template <Duration Config::*field>
-bool take_seconds(Config &config, const std::string &value) {
-    const std::optional<double> seconds = number(value, 0.1, 3600);
-    config.*field = Duration(std::lround(seconds.value_or(1) * 1000));
-    return seconds.has_value();
+bool seconds(Duration &field, const std::string &value) {
+    double read = 0;
+    const bool good = number(read, value, 0.1, 3600);
+    field = Duration(good ? std::lround(read * 1000) : 0);
+    return good;
 }
-
-bool take_failures(Config &config, const std::string &value) {
-    const double count = number(value, 1, 100).value_or(0);
-    config.watch_failures = static_cast<unsigned>(count);
-    return count > 0 && std::floor(count) == count;
-}
-
-constexpr const char *seconds_wanted = "seconds, from 0.1 to 3600";
 
 struct Key {
-    const char *group;
-    const char *name;
     const char *wanted;
-    Take take;
+    bool (*take)(Config &config, const std::string &value);
 };
-
-constexpr Key keys[] = {
-    {"keeper", "stay", "yes or no", take_flag<&Config::stay>},
-    {"keeper", "quorum", "auto, yes or no", take_quorum},
-    {"keeper", "stall", "yes or no", take_flag<&Config::stall>},
-    {"keeper", "step-limit", seconds_wanted, take_seconds<&Config::step_limit>},
-    {"watch", "interval", seconds_wanted, take_seconds<&Config::watch_interval>},
-    {"watch", "limit", seconds_wanted, take_seconds<&Config::watch_limit>},
-    {"watch", "failures", "a whole number from 1 to 100", take_failures},
+constexpr const char *seconds_wanted = "seconds, from 0.1 to 3600";
+const std::map<std::string, Key> keys = {
+    {"[keeper] stay", {"yes or no", [](auto &c, auto &v) { return flag(c.stay, v); }}},
+    {"[keeper] stall", {"yes or no", [](auto &c, auto &v) { return flag(c.stall, v); }}},
+    {"[keeper] quorum",
+     {"auto, yes or no",
+      [](auto &c, auto &v) {
+          bool on = false;
+          const bool given = flag(on, v);
+          c.quorum = !given ? Switch::automatic : on ? Switch::on : Switch::off;
+          return given || v == "auto";
+      }}},
+    {"[keeper] step-limit",
+     {seconds_wanted, [](auto &c, auto &v) { return seconds(c.step_limit, v); }}},
+    {"[watch] interval",
+     {seconds_wanted, [](auto &c, auto &v) { return seconds(c.watch_interval, v); }}},
+    {"[watch] limit", {seconds_wanted, [](auto &c, auto &v) { return seconds(c.watch_limit, v); }}},
+    {"[watch] failures",
+     {"a whole number from 1 to 100",
+      [](auto &c, auto &v) {
+          double count = 0;
+          const bool good = number(count, v, 1, 100) && std::floor(count) == count;
+          c.watch_failures = good ? static_cast<unsigned>(count) : 0;
+          return good;
+      }}},
 };
-
-/* What is wrong with the key; empty: nothing, and its value is in `config`. */
-std::string take_key(const std::string &group, const std::string &name, const std::string &value,
-                     Config &config) {
-    for (const Key &key : keys) {
-        if (group == key.group && name == key.name) {
-            return key.take(config, value) ? "" : "must be " + std::string(key.wanted);
-        }
-    }
-    return "is not a setting of duskvale-keeper";
-}
 
 } // namespace
 
 ConfigRead read_config(const std::string &path) {
     ConfigRead read;
-    const KeyFile file(g_key_file_new());
-    GError *error = nullptr;
-    g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, &error);
-    const client::Error owned(error);
+    g_autoptr(GKeyFile) file = g_key_file_new();
+    g_autoptr(GError) error = nullptr;
+    g_key_file_load_from_file(file, path.c_str(), G_KEY_FILE_NONE, &error);
     if (error != nullptr && !g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT)) {
         read.problems.push_back(path + ": " + error->message);
     }
-    g_auto(GStrv) groups = g_key_file_get_groups(file.get(), nullptr);
+    g_auto(GStrv) groups = g_key_file_get_groups(file, nullptr);
     for (gchar **group = groups; *group != nullptr; group++) {
-        g_auto(GStrv) names = g_key_file_get_keys(file.get(), *group, nullptr, nullptr);
+        g_auto(GStrv) names = g_key_file_get_keys(file, *group, nullptr, nullptr);
         for (gchar **name = names; *name != nullptr; name++) {
-            g_autofree gchar *value = g_key_file_get_value(file.get(), *group, *name, nullptr);
-            const std::string problem = take_key(*group, *name, value, read.config);
-            if (!problem.empty()) {
-                read.problems.push_back(path + ": [" + *group + "] " + *name + "=" + value + ": " +
-                                        problem);
+            g_autofree gchar *value = g_key_file_get_value(file, *group, *name, nullptr);
+            const std::string key = std::string("[") + *group + "] " + *name;
+            const auto known = keys.find(key);
+            if (known == keys.end() || !known->second.take(read.config, value)) {
+                read.problems.push_back(path + ": " + key + "=" + value +
+                                        (known == keys.end()
+                                             ? ": is not a setting of duskvale-keeper"
+                                             : std::string(": must be ") + known->second.wanted));
             }
         }
     }

@@ -2,27 +2,22 @@
 
 namespace keeper {
 
-namespace {
-
 using Answered = std::function<void(const Reply &)>;
+using Callback = std::function<void()>;
 
-void on_answer(GObject *bus, GAsyncResult *result, gpointer user_data) noexcept {
+static void on_answer(GObject *bus, GAsyncResult *result, gpointer user_data) noexcept {
     const std::unique_ptr<Answered> answered(static_cast<Answered *>(user_data));
-    GError *error = nullptr;
+    g_autoptr(GError) error = nullptr;
     const client::Variant arguments(
         g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, &error));
-    const client::Error owned(error);
     (*answered)({arguments.get(), error != nullptr ? error->message : ""});
 }
 
-gboolean on_main_loop(gpointer user_data) noexcept {
-    const std::unique_ptr<std::function<void()>> callback(
-        static_cast<std::function<void()> *>(user_data));
+static gboolean on_main_loop(gpointer user_data) noexcept {
+    const std::unique_ptr<Callback> callback(static_cast<Callback *>(user_data));
     (*callback)();
     return G_SOURCE_REMOVE;
 }
-
-} // namespace
 
 void call(GDBusConnection *bus, const char *name, const char *path, const client::Call &asked,
           Answered answered) {
@@ -33,10 +28,9 @@ void call(GDBusConnection *bus, const char *name, const char *path, const client
                            wanted ? new Answered(std::move(answered)) : nullptr);
 }
 
-void call_on_main_loop(std::function<void()> callback) {
+void call_on_main_loop(Callback callback) {
     /* Not g_idle_add(): what waits here is as urgent as what the bus brings. */
-    g_idle_add_full(G_PRIORITY_DEFAULT, on_main_loop,
-                    new std::function<void()>(std::move(callback)), nullptr);
+    g_idle_add_full(G_PRIORITY_DEFAULT, on_main_loop, new Callback(std::move(callback)), nullptr);
 }
 
 Time now() {

@@ -14,7 +14,7 @@ namespace keeper {
 
 /* Takes what an edge has found out; called by the main loop only. Edges live until the process
  * ends. */
-using Told = std::function<void(Input)>;
+using Told = std::function<void(const Input &)>;
 
 struct Reply {
     GVariant *arguments = nullptr; /* valid during the call only; null for an error */

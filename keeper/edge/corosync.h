@@ -17,6 +17,6 @@ namespace keeper {
  * first a CorosyncRead, and when the connection is lost, or the first attempt fails, one
  * QuorumChanged that says so; then it connects again. A frozen corosync has no changes to report.
  */
-void follow_corosync(Told told);
+void follow_corosync(const Told &told);
 
 } // namespace keeper

@@ -10,15 +10,27 @@
 
 namespace keeper {
 
-namespace {
-
 constexpr const char *signals[] = {"NotifyNewMaster",  "NotifyFrozenMaster", "NotifyJoined",
                                    "NotifyLeft",       "NotifyGotMessage",   "NotifyRunstepBegin",
                                    "NotifyRunstepEnd", "NotifyRunstepsDone"};
 
-} // namespace
-
 Daemon::Daemon(GDBusConnection *bus_, Told told_) : bus(bus_), told(std::move(told_)) {
+    const auto on_signal = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
+                              const gchar *name, GVariant *arguments, gpointer self) noexcept {
+        if (const auto read = client::read_announcement(name, arguments)) {
+            std::visit([self](const auto &news) { static_cast<Daemon *>(self)->told(news); },
+                       *read);
+        }
+    };
+    const auto on_appeared = [](GDBusConnection *, const gchar *, const gchar *,
+                                gpointer self) noexcept {
+        auto *daemon = static_cast<Daemon *>(self);
+        daemon->told(DaemonAppeared{.ran_before = !std::exchange(daemon->name_was_seen, true)});
+    };
+    const auto on_vanished = [](GDBusConnection *, const gchar *, gpointer self) noexcept {
+        static_cast<Daemon *>(self)->name_was_seen = true;
+        static_cast<Daemon *>(self)->told(DaemonVanished{});
+    };
     for (const char *signal : signals) {
         g_dbus_connection_signal_subscribe(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_INTERFACE, signal,
                                            DUSKVALE_BUS_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
@@ -28,33 +40,14 @@ Daemon::Daemon(GDBusConnection *bus_, Told told_) : bus(bus_), told(std::move(to
                                    on_appeared, on_vanished, this, nullptr);
 }
 
-void Daemon::on_appeared(GDBusConnection *, const gchar *, const gchar *, gpointer self) noexcept {
-    auto *daemon = static_cast<Daemon *>(self);
-    daemon->told(DaemonAppeared{.ran_before = !std::exchange(daemon->name_was_seen, true)});
-}
-
-void Daemon::on_vanished(GDBusConnection *, const gchar *, gpointer self) noexcept {
-    auto *daemon = static_cast<Daemon *>(self);
-    daemon->name_was_seen = true;
-    daemon->told(DaemonVanished{});
-}
-
-void Daemon::on_signal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                       const gchar *name, GVariant *arguments, gpointer self) noexcept {
-    if (std::optional<client::Announcement> read = client::read_announcement(name, arguments)) {
-        static_cast<Daemon *>(self)->told(Announced{std::move(*read)});
-    }
-}
-
 void Daemon::read_snapshot() {
     call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all(), [this](const Reply &reply) {
         std::string fault = reply.error;
-        std::optional<client::Snapshot> snapshot;
-        if (reply.arguments != nullptr) {
-            snapshot = client::read_snapshot(reply.arguments, &fault);
-        }
+        const auto snapshot = reply.arguments != nullptr
+                                  ? client::read_snapshot(reply.arguments, &fault)
+                                  : std::nullopt;
         if (snapshot) {
-            told(SnapshotRead{*snapshot});
+            told(*snapshot);
         } else {
             log_line(LOG_WARNING, "the daemon's state could not be read: " + fault);
         }

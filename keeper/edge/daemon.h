@@ -20,13 +20,6 @@ public:
     void send(const client::Call &asked) const;
 
 private:
-    static void on_appeared(GDBusConnection *, const gchar *, const gchar *,
-                            gpointer self) noexcept;
-    static void on_vanished(GDBusConnection *, const gchar *, gpointer self) noexcept;
-    static void on_signal(GDBusConnection *, const gchar *sender, const gchar *path,
-                          const gchar *interface, const gchar *name, GVariant *arguments,
-                          gpointer self) noexcept;
-
     GDBusConnection *bus;
     Told told;
     bool name_was_seen = false; /* with an owner or without one */

@@ -7,8 +7,6 @@ namespace keeper {
 
 namespace {
 
-using KeyFile = std::unique_ptr<GKeyFile, client::Release<g_key_file_unref>>;
-
 constexpr const char *group = "keeper";
 constexpr const char *unfit_key = "unfit";
 constexpr const char *reason_key = "unfit-reason";
@@ -17,18 +15,18 @@ constexpr const char *by_start = "start";
 constexpr const char *by_watch = "watch";
 
 std::string text_of(const Stored &stored) {
-    const KeyFile file(g_key_file_new());
-    g_key_file_set_comment(file.get(), nullptr, nullptr,
+    g_autoptr(GKeyFile) file = g_key_file_new();
+    g_key_file_set_comment(file, nullptr, nullptr,
                            " Written by duskvale-keeper; change it with duskvalectl.", nullptr);
     if (stored.unfit) {
-        const bool start = stored.unfit->cause == Unfit::Cause::start;
-        g_key_file_set_string(file.get(), group, unfit_key, start ? by_start : by_watch);
-        g_key_file_set_string(file.get(), group, reason_key, stored.unfit->reason.c_str());
+        const char *cause = stored.unfit->by_watch ? by_watch : by_start;
+        g_key_file_set_string(file, group, unfit_key, cause);
+        g_key_file_set_string(file, group, reason_key, stored.unfit->reason.c_str());
     }
     if (stored.preferred) {
-        g_key_file_set_boolean(file.get(), group, preferred_key, *stored.preferred ? TRUE : FALSE);
+        g_key_file_set_boolean(file, group, preferred_key, gboolean{*stored.preferred});
     }
-    g_autofree gchar *text = g_key_file_to_data(file.get(), nullptr, nullptr);
+    g_autofree gchar *text = g_key_file_to_data(file, nullptr, nullptr);
     return text;
 }
 
@@ -37,9 +35,8 @@ std::string write_file(const std::string &path, const std::string &text) {
     constexpr int mode = 0644;
     constexpr auto safely = static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT |
                                                                G_FILE_SET_CONTENTS_DURABLE);
-    GError *error = nullptr;
+    g_autoptr(GError) error = nullptr;
     g_file_set_contents_full(path.c_str(), text.c_str(), -1, safely, mode, &error);
-    const client::Error owned(error);
     return error != nullptr ? error->message : "";
 }
 
@@ -49,25 +46,21 @@ Disk::Disk(std::string path_, Told told_) : path(std::move(path_)), told(std::mo
 
 DiskRead Disk::read() const {
     DiskRead read;
-    const KeyFile file(g_key_file_new());
-    GError *error = nullptr;
-    g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, &error);
-    const client::Error owned(error);
+    g_autoptr(GKeyFile) file = g_key_file_new();
+    g_autoptr(GError) error = nullptr;
+    g_key_file_load_from_file(file, path.c_str(), G_KEY_FILE_NONE, &error);
     if (error != nullptr) {
         const bool missing = g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT) != FALSE;
         read.problem = missing ? "" : path + ": " + error->message;
         return read;
     }
-    g_autofree gchar *unfit = g_key_file_get_string(file.get(), group, unfit_key, nullptr);
-    g_autofree gchar *reason = g_key_file_get_string(file.get(), group, reason_key, nullptr);
+    g_autofree gchar *unfit = g_key_file_get_string(file, group, unfit_key, nullptr);
+    g_autofree gchar *reason = g_key_file_get_string(file, group, reason_key, nullptr);
     if (unfit != nullptr) {
-        const bool watch = g_str_equal(unfit, by_watch) != FALSE;
-        read.stored.unfit = Unfit{watch ? Unfit::Cause::watch : Unfit::Cause::start,
-                                  reason != nullptr ? reason : ""};
+        read.stored.unfit = Unfit{std::string(unfit) == by_watch, reason != nullptr ? reason : ""};
     }
-    if (g_key_file_has_key(file.get(), group, preferred_key, nullptr)) {
-        read.stored.preferred =
-            g_key_file_get_boolean(file.get(), group, preferred_key, nullptr) != FALSE;
+    if (g_key_file_has_key(file, group, preferred_key, nullptr)) {
+        read.stored.preferred = g_key_file_get_boolean(file, group, preferred_key, nullptr) != 0;
     }
     return read;
 }
@@ -82,7 +75,7 @@ void Disk::write(const Stored &stored) {
         call_on_main_loop([this, problem = write_file(path, text)] {
             writing = false;
             told(DiskWritten{problem});
-            if (const std::optional<Stored> next = std::exchange(waiting, std::nullopt)) {
+            if (const auto next = std::exchange(waiting, std::nullopt)) {
                 write(*next);
             }
         });

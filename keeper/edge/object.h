@@ -12,11 +12,13 @@ namespace keeper {
 
 class Object {
 public:
-    /* `told` gets an Asked for each call of a method. */
+    /* `told` gets an input for each call of a method. */
     Object(GDBusConnection *bus, Told told);
 
-    void publish(const Published &published);
-    void answer(const Answer &answer);
+    /* All properties by name, as they are now. */
+    using Properties = std::map<std::string, client::Variant>;
+    void publish(Properties news);
+    void answer(uint64_t call, bool ok, const std::string &text);
 
 private:
     static void on_method(GDBusConnection *, const gchar *, const gchar *, const gchar *,
@@ -27,10 +29,9 @@ private:
 
     GDBusConnection *bus;
     Told told;
-    std::optional<Published> last;
-    client::Variant properties;                        /* a{sv} */
+    Properties properties;
     std::map<uint64_t, GDBusMethodInvocation *> asked; /* not answered; an answer releases it */
-    uint64_t next_id = 1;
+    uint64_t calls = 0;
 };
 
 } // namespace keeper

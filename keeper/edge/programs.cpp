@@ -49,9 +49,6 @@ Programs::Programs(std::string directory_, Duration limit_, Told told_)
     : directory(std::move(directory_)), limit(limit_), told(std::move(told_)) {}
 
 void Programs::run() {
-    if (!children.empty()) {
-        return;
-    }
     glob_t found{};
     glob((directory + "/*.watch").c_str(), 0, nullptr, &found);
     for (size_t index = 0; index < found.gl_pathc; index++) {
@@ -68,7 +65,8 @@ void Programs::run() {
         }
     }
     globfree(&found);
-    end_round_if_over();
+    round_runs = true;
+    call_on_main_loop([this] { end_round_if_over(); });
 }
 
 void Programs::on_end(GPid process, gint wait_status, gpointer user_data) noexcept {
@@ -100,7 +98,7 @@ void Programs::report(Child &child, int wait_status) {
 }
 
 void Programs::end_round_if_over() {
-    if (children.empty()) {
+    if (children.empty() && std::exchange(round_runs, false)) {
         told(std::exchange(round, {}));
     }
 }

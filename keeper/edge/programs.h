@@ -14,10 +14,10 @@ namespace keeper {
 
 class Programs {
 public:
-    /* `told` gets a WatchRan for each round; without programs while run() is called. */
+    /* `told` gets a WatchRan for each round. */
     Programs(std::string directory, Duration limit, Told told);
 
-    /* Starts a round. Does nothing while one runs. */
+    /* Starts a round; not while one runs. */
     void run();
 
 private:
@@ -36,6 +36,7 @@ private:
     Told told;
     std::list<Child> children; /* those that still run */
     WatchRan round;
+    bool round_runs = false;
 };
 
 } // namespace keeper

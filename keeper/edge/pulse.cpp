@@ -20,7 +20,7 @@ Pulse::Pulse(Told told_) : told(std::move(told_)) {
 int Pulse::on_keep_alive(sd_bus_message *message, void *self, sd_bus_error *) noexcept {
     NodeId node = 0;
     if (sd_bus_message_read(message, "u", &node) > 0) {
-        static_cast<Pulse *>(self)->told(Announced{client::KeepAlive{node}});
+        static_cast<Pulse *>(self)->told(KeepAlive{node});
     }
     return 0;
 }

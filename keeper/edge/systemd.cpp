@@ -18,34 +18,20 @@ constexpr const char *manager = "org.freedesktop.systemd1.Manager";
 constexpr const char *service = "org.freedesktop.systemd1.Service";
 constexpr const char *properties = "org.freedesktop.DBus.Properties";
 
-client::Call get_all_of_service() {
-    return {properties, "GetAll", client::owned(g_variant_new("(s)", service))};
-}
-
-template <typename T>
-T value(GVariantDict *dict, const char *key, const char *type) {
-    T found{};
-    g_variant_dict_lookup(dict, key, type, &found);
-    return found;
-}
-
 /* The commands of ExecStopPost, each with its last run since the unit was started. */
-UnitChanged::StopSteps read_stop_steps(GVariant *commands) {
-    using enum UnitChanged::StopSteps;
-    UnitChanged::StopSteps worst = none;
+Phase read_stop_steps(GVariant *commands) {
+    Phase worst = Phase::none;
     GVariantIter iter;
     g_variant_iter_init(&iter, commands);
-    guint64 began_at = 0;
-    guint64 ended_at = 0;
-    gint32 code = 0;
-    gint32 status = 0;
+    guint64 began_at = 0, ended_at = 0;
+    gint32 code = 0, status = 0;
     while (g_variant_iter_next(&iter, "(sasbttttuii)", nullptr, nullptr, nullptr, nullptr,
                                &began_at, nullptr, &ended_at, nullptr, &code, &status)) {
         if (began_at > ended_at) {
-            return running;
+            return Phase::stopping;
         }
-        if (began_at != 0 && worst != failed) {
-            worst = code == CLD_EXITED && status == 0 ? done : failed;
+        if (began_at != 0 && worst != Phase::stop_failed) {
+            worst = code == CLD_EXITED && status == 0 ? Phase::stopped : Phase::stop_failed;
         }
     }
     return worst;
@@ -53,20 +39,17 @@ UnitChanged::StopSteps read_stop_steps(GVariant *commands) {
 
 UnitChanged read_unit(GVariant *reply) {
     const client::Variant all(g_variant_get_child_value(reply, 0));
-    GVariantDict dict;
-    g_variant_dict_init(&dict, all.get());
     UnitChanged read;
-    read.main_pid = value<guint32>(&dict, "MainPID", "u");
-    read.running = read.main_pid != 0;
-    const auto code = value<gint32>(&dict, "ExecMainCode", "i");
-    read.aborted = (code == CLD_KILLED || code == CLD_DUMPED) &&
-                   value<gint32>(&dict, "ExecMainStatus", "i") == SIGABRT;
+    gint32 code = 0, status = 0;
+    g_variant_lookup(all.get(), "MainPID", "u", &read.main_pid);
+    g_variant_lookup(all.get(), "ExecMainCode", "i", &code);
+    g_variant_lookup(all.get(), "ExecMainStatus", "i", &status);
+    read.aborted = (code == CLD_KILLED || code == CLD_DUMPED) && status == SIGABRT;
     const client::Variant commands(
-        g_variant_dict_lookup_value(&dict, "ExecStopPost", G_VARIANT_TYPE("a(sasbttttuii)")));
-    if (commands != nullptr && !read.running) {
+        g_variant_lookup_value(all.get(), "ExecStopPost", G_VARIANT_TYPE("a(sasbttttuii)")));
+    if (commands != nullptr && read.main_pid == 0) {
         read.stop_steps = read_stop_steps(commands.get());
     }
-    g_variant_dict_clear(&dict);
     return read;
 }
 
@@ -78,6 +61,10 @@ Unit::Unit(GDBusConnection *bus_, const char *name_, Told told_)
     sd_bus_path_encode("/org/freedesktop/systemd1/unit", name, &encoded);
     path = encoded;
     free(encoded);
+    /* The signal lacks what ExecStopPost has become, so all is read again. */
+    const auto on_changed = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
+                               const gchar *, GVariant *,
+                               gpointer self) noexcept { static_cast<Unit *>(self)->read(); };
     g_dbus_connection_signal_subscribe(bus, systemd_name, properties, "PropertiesChanged",
                                        path.c_str(), service, G_DBUS_SIGNAL_FLAGS_NONE, on_changed,
                                        this, nullptr);
@@ -86,24 +73,17 @@ Unit::Unit(GDBusConnection *bus_, const char *name_, Told told_)
     read();
 }
 
-void Unit::on_changed(GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *,
-                      GVariant *, gpointer self) noexcept {
-    static_cast<Unit *>(self)->read();
-}
-
-/* The signal lacks what ExecStopPost has become, so all is read again. */
 void Unit::read() {
-    call(bus, systemd_name, path.c_str(), get_all_of_service(), [this](const Reply &reply) {
-        if (reply.arguments == nullptr) {
-            log_line(LOG_ERR, std::string("systemd says nothing of ") + name + ": " + reply.error);
-            return;
-        }
-        const UnitChanged read = read_unit(reply.arguments);
-        if (last != read) {
-            last = read;
-            told(read);
-        }
-    });
+    call(bus, systemd_name, path.c_str(),
+         {properties, "GetAll", client::owned(g_variant_new("(s)", service))},
+         [this](const Reply &reply) {
+             if (reply.arguments == nullptr) {
+                 log_line(LOG_ERR, "systemd says nothing of the daemon's unit: " + reply.error);
+             } else if (const UnitChanged read = read_unit(reply.arguments); last != read) {
+                 last = read;
+                 told(read);
+             }
+         });
 }
 
 void Unit::kill(uint32_t main_pid) {
@@ -112,10 +92,9 @@ void Unit::kill(uint32_t main_pid) {
     }
     call(bus, systemd_name, systemd_path,
          {manager, "KillUnit", client::owned(g_variant_new("(ssi)", name, "main", SIGKILL))},
-         [this](const Reply &reply) {
+         [](const Reply &reply) {
              if (reply.arguments == nullptr) {
-                 log_line(LOG_ERR, std::string("systemd does not end the main process of ") + name +
-                                       ": " + reply.error);
+                 log_line(LOG_ERR, "systemd does not end the daemon: " + reply.error);
              }
          });
 }

@@ -14,8 +14,6 @@ public:
     void kill(uint32_t main_pid);
 
 private:
-    static void on_changed(GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                           const gchar *, GVariant *, gpointer self) noexcept;
     void read();
 
     GDBusConnection *bus;

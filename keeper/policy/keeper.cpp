@@ -2,97 +2,82 @@
 
 namespace keeper {
 
-void Keeper::change() {
-    known.changed_at = known.now;
-    known.calm_at = std::max(known.calm_at, known.now + calm_after);
-}
-
 /* The daemon is gone, or is another one: nothing that was known of it holds. */
-void Keeper::forget(bool daemon, bool ran_before) {
+static void forget(Known &known, bool daemon) {
     known.daemon = daemon;
     known.ready = known.leaving = false;
     known.current = {};
-    known.runner.reset(ran_before, known.now);
     known.peers.erase(known.local);
     for (auto &[node, peer] : known.peers) {
         peer.member = false;
     }
-    change();
+    known.change();
 }
 
-void Keeper::learn(const CorosyncRead &read) {
-    known.corosync = read;
-    known.local = read.local != 0 ? read.local : known.local;
-}
-
-void Keeper::learn(const UnitChanged &changed) {
-    known.aborts += changed.aborted && !known.unit.aborted ? 1 : 0;
-    known.unit = changed;
-}
-
-void Keeper::learn(const SnapshotRead &read) {
-    known.ready = known.daemon;
-    known.current = read.snapshot;
-    known.local = read.snapshot.local_node;
-}
-
-void Keeper::learn(const Asked &asked) {
-    const bool stop = std::holds_alternative<Asked::HandOver>(asked.what);
-    known.leaving = known.leaving || (stop && known.ready);
-}
-
-void Keeper::learn(const NewMaster &applied) {
-    known.master_changes += applied.node != known.current.master_node ? 1 : 0;
-    known.current.master_node = applied.node;
-    change();
-}
-
-void Keeper::learn(const FrozenMaster &frozen) {
-    known.current.frozen_node = frozen.node;
-    known.current.frozen_reason = frozen.node != 0 ? frozen.reason : "";
-    change();
-}
-
-void Keeper::learn(const Joined &joined) {
-    known.current.members = static_cast<int>(joined.members);
-    change();
-}
-
-void Keeper::learn(const Left &left) {
-    known.current.members = static_cast<int>(left.members);
-    known.left_at = known.now;
-    if (const auto peer = known.peers.find(left.node); peer != known.peers.end()) {
-        peer->second.member = false;
+/* What the daemon says of the group. */
+static void follow_daemon(Turn &turn) {
+    Known &known = turn.known;
+    client::Snapshot &current = known.current;
+    if (const auto *read = turn.get<SnapshotRead>()) {
+        known.ready = known.daemon;
+        known.local = read->local_node;
+        current = *read;
+        return;
     }
-    change();
+    if (const auto *applied = turn.get<NewMaster>()) {
+        known.master_changes += applied->node != current.master_node ? 1 : 0;
+        current.master_node = applied->node;
+    } else if (const auto *frozen = turn.get<FrozenMaster>()) {
+        current.frozen_node = frozen->node;
+        current.frozen_reason = frozen->node != 0 ? frozen->reason : "";
+    } else if (const auto *joined = turn.get<Joined>()) {
+        current.members = static_cast<int>(joined->members);
+    } else if (const auto *left = turn.get<Left>()) {
+        current.members = static_cast<int>(left->members);
+        known.left_at = known.now;
+        if (const auto peer = known.peers.find(left->node); peer != known.peers.end()) {
+            peer->second.member = false;
+        }
+    } else {
+        return;
+    }
+    known.change();
 }
 
-void Keeper::compare_masters() {
-    const bool agree = std::ranges::all_of(known.peers, [&](const auto &entry) {
-        return !known.present(entry.first) ||
-               entry.second.report.master == known.current.master_node;
-    });
-    known.disagree_since =
-        agree ? std::nullopt : std::optional(known.disagree_since.value_or(known.now));
+static void learn(Turn &turn) {
+    Known &known = turn.known;
+    if (const auto *read = turn.get<DiskRead>()) {
+        known.stored = read->stored;
+        known.disk_problem = read->problem;
+    } else if (const auto *written = turn.get<DiskWritten>()) {
+        known.disk_problem = written->problem;
+    } else if (const auto *quorum = turn.get<QuorumChanged>()) {
+        known.quorum = *quorum;
+    } else if (const auto *corosync = turn.get<CorosyncRead>()) {
+        known.corosync = *corosync;
+        known.local = corosync->local != 0 ? corosync->local : known.local;
+    } else if (const auto *unit = turn.get<UnitChanged>()) {
+        known.aborts += unit->aborted && !known.unit.aborted ? 1 : 0;
+        known.unit = *unit;
+    } else if (turn.get<DaemonVanished>() != nullptr) {
+        forget(known, false);
+    } else if (turn.get<DaemonAppeared>() != nullptr) {
+        forget(known, true);
+        turn.world.read_snapshot();
+    } else if (turn.get<HandOverAsked>() != nullptr) {
+        known.leaving = known.leaving || known.ready;
+    }
+    follow_daemon(turn);
 }
 
-Actions Keeper::handle(const Input &input, Time now) {
+void Keeper::handle(const Input &input, Time now) {
     known.now = now;
-    Turn turn{.known = known, .input = input};
-    std::visit([this](const auto &what) { learn(what); }, input);
-    if (const auto *line = turn.get<client::Text>()) {
-        view.receive(turn, line->text);
-    }
-    if (turn.said(Verb::settle) || turn.said(Verb::cleared)) {
-        known.calm_at = std::max(known.calm_at, now + calm_after);
-    }
-    if (turn.get<DaemonAppeared>() != nullptr) {
-        turn.act(ReadSnapshot{});
-    }
-    known.runner.take(turn);
+    Turn turn{.known = known, .world = world, .input = input};
+    learn(turn);
+    view.receive(turn);
+    runner.take(turn);
     Move::follow(turn);
     known.stay_off = Stay::why_off(known);
-    compare_masters();
 
     quorum.take(turn);
     stall.take(turn);
@@ -103,15 +88,8 @@ Actions Keeper::handle(const Input &input, Time now) {
     move.take(turn);
     stay.take(turn);
     view.take(turn);
-    shown = publish(turn, freeze.warning);
+    verdict = judge(turn, freeze.warning);
     wake = turn.wake;
-
-    Actions actions;
-    for (const auto &item : turn.todo) {
-        const auto *text = std::get_if<Text>(&item);
-        actions.push_back(text != nullptr ? view.send(known, *text) : std::get<Action>(item));
-    }
-    return actions;
 }
 
 } // namespace keeper

@@ -10,51 +10,30 @@ namespace keeper {
 
 class Keeper {
 public:
-    explicit Keeper(Config config) { known.config = std::move(config); }
+    Keeper(Config config, World &world_) : world(world_) { known.config = std::move(config); }
 
-    /* What to do, in this order. `now` never goes back from one input to the next. */
-    Actions handle(const Input &input, Time now);
+    /* `now` never goes back from one input to the next. */
+    void handle(const Input &input, Time now);
     /* When to give the next Tick if nothing else happens before; asked for after each input. */
     std::optional<Time> next_wake() const { return wake; }
-    /* What is known after the last input. It compares equal while nothing has changed. */
-    const Published &published() const { return shown; }
+    /* What is found after the last input. */
+    const Known &state() const { return known; }
+    const Verdict &judgement() const { return verdict; }
+    Properties properties() const { return publish(known, verdict, freeze.warning); }
 
 private:
-    /* What an input tells of the world; the rest is left to the policies. */
-    void learn(const auto &) {}
-    void learn(const DiskRead &disk) {
-        known.stored = disk.stored;
-        known.disk_problem = disk.problem;
-    }
-    void learn(const DiskWritten &disk) { known.disk_problem = disk.problem; }
-    void learn(const QuorumChanged &changed) { known.quorum = changed; }
-    void learn(const CorosyncRead &read);
-    void learn(const UnitChanged &changed);
-    void learn(const DaemonAppeared &appeared) { forget(true, appeared.ran_before); }
-    void learn(const DaemonVanished &) { forget(false, true); }
-    void learn(const SnapshotRead &read);
-    void learn(const Asked &asked);
-    void learn(const Announced &announced) {
-        std::visit([this](const auto &what) { learn(what); }, announced.announcement);
-    }
-    void learn(const NewMaster &applied);
-    void learn(const FrozenMaster &frozen);
-    void learn(const Joined &joined);
-    void learn(const Left &left);
-    void change();
-    void forget(bool daemon, bool ran_before);
-    void compare_masters();
-
+    World &world;
     Known known;
     View view;
+    Runner runner;
     QuorumGuard quorum;
     Stall stall;
     Freeze freeze;
     Start start;
     Watch watch;
-    Move move;
+    Move move{view};
     Stay stay;
-    Published shown;
+    Verdict verdict;
     std::optional<Time> wake;
 };
 

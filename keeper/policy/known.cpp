@@ -3,17 +3,16 @@
 namespace keeper {
 
 Report Known::report(NodeId node) const {
-    const auto peer = peers.find(node);
     if (node != local) {
+        const auto peer = peers.find(node);
         return peer != peers.end() ? peer->second.report : Report();
     }
-    using enum NodeStatus::Quorum;
     return {.master = current.master_node,
             .frozen = current.frozen_node,
-            .steps = runner.steps,
-            .quorum = !quorum.connected ? unknown
-                      : quorum.quorate  ? yes
-                                        : no,
+            .steps = daemon ? steps : Steps{.phase = unit.stop_steps},
+            .quorum = !quorum.connected ? Quorum::unknown
+                      : quorum.quorate  ? Quorum::yes
+                                        : Quorum::no,
             .unfit = stored.unfit ? stored.unfit->reason : "",
             .leaving = leaving,
             .wanted = stored.preferred.value_or(false),
@@ -28,12 +27,12 @@ bool Known::present(NodeId node) const {
 
 std::string Known::why_unfit(NodeId node) const {
     const Report last = report(node);
-    return !present(node)                          ? "its keeper is not heard"
-           : !last.unfit.empty()                   ? last.unfit
-           : last.quorum == NodeStatus::Quorum::no ? "it has no quorum"
-           : last.leaving                          ? "its daemon is being stopped"
-           : last.steps.phase == Phase::running    ? busy
-                                                   : "";
+    return !present(node)                       ? "its keeper is not heard"
+           : !last.unfit.empty()                ? last.unfit
+           : last.quorum == Quorum::no          ? "it has no quorum"
+           : last.leaving                       ? "its daemon is being stopped"
+           : last.steps.phase == Phase::running ? busy
+                                                : "";
 }
 
 NodeId Known::best_other() const {
@@ -47,17 +46,31 @@ NodeId Known::best_other() const {
     return best;
 }
 
-std::string Known::name(NodeId node) const {
-    std::string text = "node " + std::to_string(node);
-    for (const CorosyncRead::Node &listed : corosync.nodes) {
-        text += listed.id == node && !listed.name.empty() ? " (" + listed.name + ")" : "";
+std::map<NodeId, std::string> Known::nodes() const {
+    std::map<NodeId, std::string> all = corosync.nodes;
+    for (const auto &[node, peer] : peers) {
+        all.try_emplace(node);
     }
-    return text;
+    if (local != 0) {
+        all.try_emplace(local);
+    }
+    return all;
+}
+
+std::string Known::name(NodeId node) const {
+    const auto listed = corosync.nodes.find(node);
+    const bool named = listed != corosync.nodes.end() && !listed->second.empty();
+    return "node " + std::to_string(node) + (named ? " (" + listed->second + ")" : "");
 }
 
 std::string Known::frozen_text() const {
     return "mastership is frozen to " + name(current.frozen_node) + " (" + current.frozen_reason +
            ")";
+}
+
+void Known::change() {
+    changed_at = now;
+    wait_until_calm();
 }
 
 std::string seconds(Duration duration) {
@@ -68,13 +81,13 @@ std::string seconds(Duration duration) {
 
 void Turn::prefer(bool on) {
     known.current.preferred = on;
-    known.calm_at = std::max(known.calm_at, known.now + calm_after);
-    act(WritePreferred{on});
+    known.wait_until_calm();
+    world.write_preferred(on);
 }
 
 void Turn::mark(std::optional<Unfit> unfit) {
     known.stored.unfit = std::move(unfit);
-    act(Store{known.stored});
+    world.store(known.stored);
 }
 
 } // namespace keeper

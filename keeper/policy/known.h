@@ -1,19 +1,17 @@
 /* What all policies look at, and what they leave to be done. */
 #pragma once
 
-#include "keeper/policy/runner.h"
+#include "keeper/policy/text.h"
+
+#include <syslog.h>
 
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace keeper {
-
-using client::FrozenMaster;
-using client::Joined;
-using client::Left;
-using client::NewMaster;
 
 /* Take-overs wait this long after a change of master, membership or freeze and after a write of a
    preference. Within 500 ms of a write one was undone in 20 of 20 tries, and within 6 ms it can end
@@ -31,15 +29,24 @@ struct Peer {
     Report report;
     Time heard{};
     bool member = false; /* it did not leave the group since */
+    std::string boot;
+    uint64_t sequence = 0; /* of the last text */
+    std::string move;      /* the last one that it asked for; so a repeated request is known */
 };
 
 /* A move, and who asked for it. */
 struct Moving {
     NodeId by = {};
-    uint64_t number = 0;
     NodeId target = {};
     Why why = Why::asked;
     Time since{};
+};
+
+/* A sequence of run steps is over; one that waited for it has begun. */
+struct SequenceEnd {
+    bool start = false; /* the steps ran with "start" */
+    bool known = false; /* it was seen from its beginning to its end */
+    std::string failed; /* in words, such as "10-db.run failed with status 3"; empty: none has */
 };
 
 struct Known {
@@ -56,22 +63,25 @@ struct Known {
     bool daemon = false;      /* it is on the bus */
     bool ready = false;       /* and was read; `current` follows its signals from then on */
     client::Snapshot current; /* empty until then */
-    Runner runner;
-    bool leaving = false; /* the daemon is about to be stopped */
+    Steps steps;              /* of this node; see Runner */
+    bool leaving = false;     /* the daemon is about to be stopped */
 
     std::map<NodeId, Peer> peers;
     std::optional<Moving> moving; /* the same on all nodes, since texts arrive in one order */
     std::deque<Time> unfit_moves; /* away from nodes that could not serve, of late */
     std::string stay_off;         /* why stay does nothing; empty: it is at work */
 
-    Time left_at{-1'000'000};           /* the last leave */
-    Time changed_at{};                  /* the last change of master, membership or freeze */
-    Time calm_at{};                     /* not before then may a take-over be asked for */
-    std::optional<Time> disagree_since; /* the members name different masters */
-    uint64_t master_changes = 0, aborts = 0;
+    Time left_at{-1'000'000}; /* the last leave */
+    Time changed_at{};        /* the last change of master, membership or freeze */
+    Time calm_at{};           /* not before then may a take-over be asked for */
+    uint64_t failed_steps = 0, master_changes = 0, aborts = 0;
 
     bool master() const { return ready && current.master_node == local; }
+    bool member(NodeId node) const {
+        return node == local ? ready : peers.contains(node) && peers.at(node).member;
+    }
     bool frozen() const { return current.frozen_node != 0; }
+    bool running() const { return steps.phase == Phase::running; }
 
     /* What a node's keeper said last; of this node, what is known by now. */
     Report report(NodeId node) const;
@@ -81,55 +91,37 @@ struct Known {
     std::string why_unfit(NodeId node) const;
     /* The fit node that a hand-over goes to: one that the operator prefers, or else the first. */
     NodeId best_other() const;
+    /* Those of the node list, with their names, and those whose keepers were heard. */
+    std::map<NodeId, std::string> nodes() const;
     /* "node 2 (beta)", or "node 2" without a name in the node list. */
     std::string name(NodeId node) const;
     std::string frozen_text() const;
+
+    /* Takes what the daemon told, or that there is none, for a change. */
+    void change();
+    void wait_until_calm() { calm_at = std::max(calm_at, now + calm_after); }
 };
 
 /* "1.5 s" */
 std::string seconds(Duration duration);
 
-template <typename T, typename Variant>
-constexpr bool is_one_of = false;
-template <typename T, typename... Types>
-constexpr bool is_one_of<T, std::variant<Types...>> = (std::is_same_v<T, Types> || ...);
-
 /* An input on its way through the policies, what was found in it, and what is to be done, in
    order. */
 struct Turn {
     Known &known;
+    World &world;
     const Input &input;
     std::optional<Text> text = {};       /* a keeper's, perhaps our own come back */
+    Report before = {};                  /* what its sender had said until then */
     std::optional<SequenceEnd> end = {}; /* the run steps of this node are done */
     std::optional<Moving> moved = {};    /* a move ended with this input, by whatever came of it */
 
-    std::vector<std::variant<Action, Text>> todo = {};
     std::optional<Why> wanted = {}; /* a move that a policy wants; see Move */
     std::optional<Time> wake = {};  /* some policy waits for that time */
 
-    /* An input, an announcement, or a call of our bus object, of this type. */
     template <typename T>
     const T *get() const {
-        if constexpr (is_one_of<T, Input>) {
-            return std::get_if<T>(&input);
-        } else if constexpr (is_one_of<T, client::Announcement>) {
-            const auto *announced = std::get_if<Announced>(&input);
-            return announced != nullptr ? std::get_if<T>(&announced->announcement) : nullptr;
-        } else {
-            const auto *asked = std::get_if<Asked>(&input);
-            return asked != nullptr ? std::get_if<T>(&asked->what) : nullptr;
-        }
-    }
-    bool said(Verb verb) const { return text && text->verb == verb; }
-    bool own_text() const { return text && text->from == known.local; }
-
-    void act(Action action) { todo.emplace_back(std::in_place_index<0>, std::move(action)); }
-    void say(Text what) { todo.emplace_back(std::in_place_index<1>, std::move(what)); }
-    void info(std::string line) { act(Log{Log::Priority::info, std::move(line)}); }
-    void warn(std::string line) { act(Log{Log::Priority::warning, std::move(line)}); }
-    void fail(std::string line) { act(Log{Log::Priority::error, std::move(line)}); }
-    void answer(bool ok, std::string why) {
-        act(Answer{std::get<Asked>(input).id, ok, std::move(why)});
+        return std::get_if<T>(&input);
     }
     /* Whether `time` has come; if not, all policies are called again then. */
     bool due(Time time) {

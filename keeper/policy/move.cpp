@@ -5,8 +5,9 @@ namespace keeper {
 namespace {
 
 constexpr Duration under_way_for{2'000};
-/* A text with its repetitions, and the move itself. */
-constexpr Duration asked_for{1'300 + 2'000};
+/* A request that is not back was refused by corosync. */
+constexpr Duration back_within{300};
+constexpr unsigned ask_at_most = 4;
 /* The target's word, after it was applied: should corosync refuse that, the move was made anyway.
  */
 constexpr Duration word_within{400};
@@ -39,9 +40,10 @@ std::string nobody_fit(const Known &known) {
 
 /* Why a move to `target` cannot be asked for; `busy`: not yet; empty: it can. */
 std::string objection(const Known &known, Why why, NodeId target) {
-    return !known.ready         ? "the daemon of this node does not run"
-           : known.frozen()     ? known.frozen_text()
-           : known.moving       ? "another move is under way, " + describe(known, *known.moving)
+    return !known.ready                          ? "the daemon of this node does not run"
+           : known.frozen()                      ? known.frozen_text()
+           : known.moving && why == Why::leaving ? busy
+           : known.moving ? "another move is under way, " + Move::describe(known, *known.moving)
            : why == Why::again  ? ""
            : target == NodeId() ? nobody_fit(known)
                                 : known.why_unfit(target);
@@ -59,138 +61,144 @@ std::string refusal(const Known &known, Why why) {
 
 } // namespace
 
-std::string describe(const Known &known, const Moving &moving) {
+std::string Move::describe(const Known &known, const Moving &moving) {
     return "to " + known.name(moving.target) + ": " + because(known, moving.why, moving.by);
 }
 
 void Move::follow(Turn &turn) {
     Known &known = turn.known;
-    const auto &text = turn.text;
-    if (known.moving) {
-        const bool done = turn.said(Verb::done) && text->node == known.moving->by &&
-                          text->number == known.moving->number;
-        if (done || turn.get<NewMaster>() != nullptr || !known.ready ||
-            turn.due(known.moving->since + under_way_for)) {
-            turn.moved = std::exchange(known.moving, std::nullopt);
-        }
+    if (known.moving && (turn.get<NewMaster>() != nullptr || !known.ready ||
+                         turn.due(known.moving->since + under_way_for))) {
+        turn.moved = std::exchange(known.moving, std::nullopt);
     }
     std::erase_if(known.unfit_moves,
                   [&](Time time) { return known.now >= time + unfit_moves_within; });
-    if (turn.said(Verb::move) && known.ready && !known.moving) {
-        /* Whether the target is being stopped all nodes have heard in the same order. */
-        const auto target = known.peers.find(text->node);
-        if (target == known.peers.end() || !target->second.report.leaving) {
-            known.moving = Moving{text->from, text->sequence, text->node, text->why, known.now};
-            turn.due(known.now + under_way_for);
-        }
-        if (text->why == Why::unfit) {
-            known.unfit_moves.push_back(known.now);
-        }
+    if (!turn.text || turn.text->target == 0 || !known.ready) {
+        return;
+    }
+    const Text &text = *turn.text;
+    const std::string move = text.boot + " " + std::to_string(text.number);
+    if (std::exchange(known.peers[text.from].move, move) == move || known.moving) {
+        return; /* it is known, or comes second */
+    }
+    /* Whether the target is being stopped all nodes have heard in the same order. */
+    const auto target = known.peers.find(text.target);
+    if (target == known.peers.end() || !target->second.report.leaving) {
+        known.moving = Moving{text.from, text.target, text.why, known.now};
+        turn.due(known.now + under_way_for);
+    }
+    if (text.why == Why::unfit) {
+        known.unfit_moves.push_back(known.now);
     }
 }
 
 void Move::begin(Turn &turn) {
     const Known &known = turn.known;
-    const auto *asked = turn.get<Asked::Move>();
-    const NodeId target = asked != nullptr ? asked->target.value_or(NodeId()) : NodeId();
-    if (turn.get<Asked::HandOver>() != nullptr && leaving) {
-        turn.answer(false, "the hand-over was asked for already");
-    } else if (turn.get<Asked::HandOver>() != nullptr) {
-        leaving = Leaving{.call = std::get<Asked>(turn.input).id, .since = known.now};
-    } else if (asked != nullptr && asking) {
-        turn.answer(false, "this node is asking for another move");
-    } else if (asked != nullptr && target != 0 && target == known.current.master_node) {
-        turn.answer(true, known.name(target) + " is master already");
-    } else if (asked != nullptr) {
-        asking =
-            Asking{.target = target, .since = known.now, .call = std::get<Asked>(turn.input).id};
+    if (const auto *stop = turn.get<HandOverAsked>()) {
+        if (asking && asking->why == Why::leaving) {
+            turn.world.answer(stop->call, false, "the hand-over was asked for already");
+            return;
+        }
+        if (asking) {
+            finish(turn, "the daemon of this node is being stopped");
+        }
+        asking = Asking{.why = Why::leaving, .since = known.now, .call = stop->call};
+    } else if (const auto *asked = turn.get<MoveAsked>()) {
+        if (asking) {
+            turn.world.answer(asked->call, false, "this node is asking for another move");
+        } else if (asked->target != 0 && asked->target == known.current.master_node) {
+            turn.world.answer(asked->call, true, known.name(asked->target) + " is master already");
+        } else {
+            asking = Asking{.target = asked->target, .since = known.now, .call = asked->call};
+        }
     } else if (turn.wanted && !asking) {
         const NodeId again = turn.wanted == Why::again ? known.local : NodeId();
         asking = Asking{.why = *turn.wanted, .target = again, .since = known.now};
     }
 }
 
-/* What has come of our request: why it failed, or the empty text; none: it goes on. */
+void Move::request(Turn &turn) {
+    ++asking->tries;
+    asking->sent_at = turn.known.now;
+    turn.due(turn.known.now + back_within);
+    view.send(turn, {.target = asking->target, .why = asking->why, .number = number});
+}
+
+/* Before the request: whether it can be made by now. These two give what has come of it: why it
+   failed, or the empty text; none: it goes on. */
+std::optional<std::string> Move::prepare(Turn &turn) {
+    const Known &known = turn.known;
+    if (asking->why == Why::leaving) {
+        const auto self = known.peers.find(known.local);
+        if (!known.master()) {
+            return ""; /* it does not run, or there is nothing to hand over */
+        }
+        if (!asking->said && self != known.peers.end() && self->second.report.leaving) {
+            asking->said = known.now;
+        }
+        if (!asking->said || !turn.due(*asking->said + leave_after)) {
+            return std::nullopt;
+        }
+    }
+    const NodeId target = asking->target != 0 ? asking->target : known.best_other();
+    const std::string reason = objection(known, asking->why, target);
+    if (reason.empty()) {
+        asking->target = target;
+        ++number;
+        request(turn);
+        turn.world.log(LOG_INFO, "MOVE: asking " + known.name(target) +
+                                     " to take over: " + because(known, asking->why, known.local));
+        return std::nullopt;
+    }
+    const bool waits = reason == busy && !turn.due(asking->since + idle_within);
+    return waits ? std::nullopt : std::optional(reason);
+}
+
 std::optional<std::string> Move::outcome(Turn &turn) {
     const Known &known = turn.known;
     const auto &text = turn.text;
-    if (!asking->sent) {
-        const NodeId target = asking->target != 0 ? asking->target : known.best_other();
-        const std::string reason = objection(known, asking->why, target);
-        if (!reason.empty()) {
-            return reason == busy && !turn.due(asking->since + idle_within) ? std::nullopt
-                                                                            : std::optional(reason);
+    if (!asking->accepted && text && text->from == known.local && text->number == number) {
+        if (!known.moving || known.moving->by != known.local) {
+            return known.moving ? "another move is under way, " + describe(known, *known.moving)
+                                : "its daemon is being stopped";
         }
-        turn.info("MOVE: asking " + known.name(target) +
-                  " to take over: " + because(known, asking->why, known.local));
-        turn.say({.verb = Verb::move, .node = target, .why = asking->why});
-        asking->target = target;
-        asking->sent = known.now;
-    } else if (turn.said(Verb::done) && text->node == known.local) {
-        return text->reason;
-    } else if (turn.said(Verb::move) && turn.own_text() &&
-               !(known.moving && known.moving->by == known.local)) {
-        return known.moving ? "another move is under way, " + describe(known, *known.moving)
-                            : "its daemon is being stopped";
-    } else if (turn.moved && turn.moved->by == known.local && !asking->applied) {
+        asking->accepted = true;
+    }
+    if (asking->accepted && !asking->applied && turn.moved) {
         const auto *applied = turn.get<NewMaster>();
-        if (applied == nullptr) {
-            return "it did not take over within " + seconds(under_way_for);
+        if (applied == nullptr || applied->node != asking->target) {
+            return applied == nullptr
+                       ? "it did not take over within " + seconds(under_way_for) + "; see its log"
+                       : known.name(applied->node) + " became master";
         }
-        if (applied->node != asking->target) {
-            return known.name(applied->node) + " became master";
+        asking->applied = known.now;
+    }
+    if (asking->applied) {
+        /* Who hears of the target's preference has had the elections that it starts. */
+        const Report report = known.report(asking->target);
+        const bool word =
+            report.master == asking->target &&
+            (report.preferred || asking->why == Why::again || !known.stay_off.empty());
+        return word || turn.due(*asking->applied + word_within) ? std::optional("") : std::nullopt;
+    }
+    if (!asking->accepted && turn.due(asking->sent_at + back_within)) {
+        if (asking->tries == ask_at_most) {
+            return "corosync did not take the request";
         }
-        asking->applied = true;
-        asking->sent = known.now;
+        request(turn);
     }
-    if (!turn.due(*asking->sent + (asking->applied ? word_within : asked_for))) {
-        return std::nullopt;
-    }
-    return asking->applied ? "" : "corosync did not take the request";
+    return std::nullopt;
 }
 
-void Move::ask(Turn &turn) {
-    const auto failure = outcome(turn);
-    if (!failure) {
-        return;
-    }
+void Move::finish(Turn &turn, const std::string &failure) {
     const Asking asked = *std::exchange(asking, std::nullopt);
-    const std::string target = asked.target != 0 ? turn.known.name(asked.target) : "another node";
-    const bool ok = failure->empty();
-    const std::string text =
-        ok ? target + " is master" : "not moved to " + target + ": " + *failure;
-    ok ? turn.info("MOVE: " + text) : turn.warn("MOVE: " + text);
+    const bool ok = failure.empty();
+    const NodeId node = ok ? turn.known.current.master_node : asked.target;
+    const std::string name = node != 0 ? turn.known.name(node) : "another node";
+    const std::string text = ok ? name + " is master" : "not moved to " + name + ": " + failure;
+    turn.world.log(ok ? LOG_INFO : LOG_WARNING, "MOVE: " + text);
     if (asked.call != 0) {
-        turn.act(Answer{asked.call, ok, text});
-    }
-}
-
-void Move::leave(Turn &turn) {
-    const Known &known = turn.known;
-    const NodeId master = known.current.master_node;
-    const auto self = known.peers.find(known.local);
-    const std::string reason = objection(known, Why::leaving, known.best_other());
-    const auto answer = [&](bool ok, const std::string &text) {
-        turn.info("MOVE: the daemon of this node may stop: " + text);
-        turn.act(Answer{leaving->call, ok, text});
-        leaving.reset();
-    };
-    if (!leaving->said && self != known.peers.end() && self->second.report.leaving) {
-        leaving->said = known.now;
-    }
-    if (!known.ready) {
-        answer(true, "it does not run");
-    } else if (!known.master() && !asking) {
-        answer(true, master != 0 ? known.name(master) + " is master" : "no master is known");
-    } else if (turn.due(leaving->since + leave_within)) {
-        answer(false, "no node took over within " + seconds(leave_within));
-    } else if (leaving->said && !asking && !known.moving &&
-               turn.due(*leaving->said + leave_after)) {
-        if (reason.empty()) {
-            asking = Asking{.why = Why::leaving, .since = known.now};
-        } else if (reason != busy) {
-            answer(false, reason);
-        }
+        turn.world.answer(asked.call, ok, text);
     }
 }
 
@@ -199,28 +207,18 @@ void Move::take_over(Turn &turn) {
     const Known &known = turn.known;
     const Moving &moving = *known.moving;
     const std::string reason = refusal(known, moving.why);
-    const auto *answer = turn.get<TakeOverAnswered>();
-    const auto say = [&](const std::string &failure) {
-        turn.say(
-            {.verb = Verb::done, .node = moving.by, .number = moving.number, .reason = failure});
-        taking = Taking::over;
-    };
     taking = taking == Taking::no ? Taking::waiting : taking;
     if ((taking == Taking::waiting || taking == Taking::reading) && !reason.empty()) {
-        turn.warn("MOVE: not taking over, although " + because(known, moving.why, moving.by) +
-                  ": " + reason);
-        say(reason);
-    } else if (taking == Taking::waiting && known.master() && moving.why != Why::again) {
-        say("");
-    } else if (taking == Taking::waiting && !known.runner.running() && turn.due(known.calm_at)) {
-        turn.act(ReadSnapshot{});
+        turn.world.log(LOG_WARNING, "MOVE: not taking over, although " +
+                                        because(known, moving.why, moving.by) + ": " + reason);
+        taking = Taking::over;
+    } else if (taking == Taking::waiting && !known.running() && turn.due(known.calm_at)) {
+        turn.world.read_snapshot();
         taking = Taking::reading;
     } else if (taking == Taking::reading && turn.get<SnapshotRead>() != nullptr) {
-        turn.info("MOVE: taking over: " + because(known, moving.why, moving.by));
-        turn.act(CallTakeOver{});
+        turn.world.log(LOG_INFO, "MOVE: taking over: " + because(known, moving.why, moving.by));
+        turn.world.take_over();
         taking = Taking::called;
-    } else if (taking == Taking::called && answer != nullptr && !answer->accepted) {
-        say("its daemon refused the take-over");
     }
 }
 
@@ -229,29 +227,39 @@ void Move::take(Turn &turn) {
     const auto *applied = turn.get<NewMaster>();
     begin(turn);
     if (turn.moved && taking == Taking::called && applied != nullptr &&
-        applied->node == known.local) {
+        applied->node == known.local && turn.moved->why != Why::again && known.stay_off.empty()) {
         /* A hand-over that was followed by a stop ended on another node in 7 of 10 tries without
            this write. One write gains 10; but an old master whose last sync crossed the take-over
-           is ahead by 11 until the next one, and took the role back. So write twice. The word
+           is ahead by 11 until the next one, and took the role back. So write twice. The report
            follows: who hears it has had both election starts. */
-        if (turn.moved->why != Why::again && known.stay_off.empty()) {
-            turn.prefer(true);
-            turn.prefer(true);
-        }
-        turn.say({.verb = Verb::done, .node = turn.moved->by, .number = turn.moved->number});
+        turn.prefer(true);
+        turn.prefer(true);
+        view.send(turn);
     }
     taking = turn.moved || !known.moving ? Taking::no : taking;
     if (known.moving && known.moving->target == known.local) {
         take_over(turn);
     }
-    if (asking && asking->sent) {
-        ask(turn);
+    if (!asking) {
+        return;
     }
-    if (leaving) {
-        leave(turn);
+    const bool leaving = asking->why == Why::leaving;
+    auto result = asking->tries > 0 ? outcome(turn) : std::nullopt;
+    if (leaving && result && !result->empty()) { /* while there is time, another one */
+        *asking = {.why = Why::leaving,
+                   .since = asking->since,
+                   .call = asking->call,
+                   .said = asking->said};
+        result.reset();
     }
-    if (asking && !asking->sent) {
-        ask(turn);
+    if (!result && asking->tries == 0) {
+        result = prepare(turn);
+    }
+    if (leaving && !result && turn.due(asking->since + leave_within)) {
+        result = "no node took over within " + seconds(leave_within);
+    }
+    if (result) {
+        finish(turn, *result);
     }
 }
 

@@ -5,37 +5,50 @@
  */
 #pragma once
 
+#include "client/handle.h"
 #include "keeper/policy/known.h"
 
 namespace keeper {
 
 /*
- * View: the texts of this keeper on their way. Corosync refuses multicasts now and then, and the
- * daemon does not say so. But what corosync takes comes back: a text of our own that is not back
- * after 300 ms was refused and is sent again, at most three times.
+ * View: what the keepers know of each other. Each reports on every change, and every 10 s. Corosync
+ * refuses multicasts now and then, and the daemon does not say so. But what corosync takes comes
+ * back: a text of our own that is not back after 300 ms was refused, and another report follows, at
+ * most three times.
  */
-class View {
-public:
+struct View {
     /* Leaves Turn::text, before the policies. */
-    void receive(Turn &turn, const std::string &line);
-    /* The text as it goes to the daemon; from now on its return is waited for. */
-    SendText send(const Known &known, Text text);
+    void receive(Turn &turn);
+    void send(Turn &turn, Text text = {});
     void take(Turn &turn);
 
-private:
-    struct Sent {
-        std::string text;
-        Time at{};
-        unsigned times = 1;
-        bool report = false;
-    };
     uint64_t sequence = 0;
-    std::map<uint64_t, Sent> under_way;
+    unsigned tries = 0;             /* texts since the last that came back */
     std::optional<Report> reported; /* the last one since the daemon appeared */
-    Time reported_at{};
-    bool greeted = false; /* a text of ours came back, so the others have heard the hello */
+    Time sent_at{};
+    bool greeted = false; /* our hello came back, so the others have heard it */
     bool asked = false;   /* another keeper said hello */
-    std::map<NodeId, std::pair<std::string, std::set<uint64_t>>> heard; /* boot, last numbers */
+};
+
+/*
+ * The run steps of this node, followed from what the daemon announces. Its InTransition is of no
+ * use: it is false while a remembered sequence runs.
+ */
+struct Runner {
+    /* Keeps Known::steps, leaves Turn::end, and asks for the run directory when a sequence begins.
+     */
+    void take(Turn &turn);
+
+    void begin(Turn &turn, bool as_start);
+    void step(Turn &turn, const std::string &path, const std::string &action, bool begins);
+    void end(Turn &turn);
+    bool start = false;             /* the role of the sequence that runs */
+    bool partial = false;           /* its beginning was not seen */
+    std::optional<bool> pending;    /* the role that waits */
+    std::set<std::string> begun;    /* paths */
+    Steps failed;                   /* the first step that did, if any */
+    std::optional<uint32_t> errors; /* the sequence is over, with so many as the daemon counts */
+    std::optional<std::vector<std::string>> directory; /* as it was at the beginning */
 };
 
 /*
@@ -44,13 +57,11 @@ private:
  * stopped: nothing would start it again after a corosync that was killed. It looks at levels, not
  * at changes: so it also acts when the keeper starts late. A lost connection is not a lost quorum.
  */
-class QuorumGuard {
-public:
+struct QuorumGuard {
     void take(Turn &turn);
     /* Why nothing is done about a lost quorum; empty: the node's services are stopped. */
-    static std::string why_off(const Known &known);
+    static std::string why_off(const Config &config, const CorosyncRead &corosync);
 
-private:
     uint32_t killed = 0; /* this process */
     Time killed_at{};
 };
@@ -64,11 +75,9 @@ private:
  * when the bus does not answer: then nothing can be known of the daemon. So a node that is frozen
  * as a whole, and goes on later, serves until its corosync learns what happened.
  */
-class Stall {
-public:
+struct Stall {
     void take(Turn &turn);
 
-private:
     bool watching = false;
     Time sent_at{};
     std::optional<Time> missing_since; /* the first keep-alive after the last that came back */
@@ -81,12 +90,10 @@ private:
  * nodes when its word comes last. That is reported and not undone: a keeper cannot know what the
  * operator wants, and the keepers of two partitions would undo each other's.
  */
-class Freeze {
-public:
+struct Freeze {
     void take(Turn &turn);
-    std::string warning; /* what was changed, and the command that undoes it */
 
-private:
+    std::string warning; /* what was changed, and the command that undoes it */
     using Value = std::pair<NodeId, std::string>; /* 0: not frozen; the reason */
     Value last;
     std::optional<Value> before; /* a join was a moment ago */
@@ -99,11 +106,9 @@ private:
  * fails everywhere would go round for ever; so an unfit node never gets the role from a keeper, and
  * all nodes together make at most three such moves in ten minutes. Otherwise the role stays.
  */
-class Start {
-public:
+struct Start {
     void take(Turn &turn);
 
-private:
     Time tried_at{-1'000'000}; /* the last move that was asked for */
     std::string stays;         /* why the role stays here, as the log has it */
 };
@@ -116,21 +121,18 @@ private:
  * minutes, the node is marked unfit, which only an operator clears: a service that starts well and
  * dies later would go round for ever.
  */
-class Watch {
-public:
+struct Watch {
     void take(Turn &turn);
 
-private:
     void judge(Turn &turn, const WatchRan &round);
     void run_again(Turn &turn, const std::string &failure);
-
     bool armed = false;   /* the services were seen to run: a failure counts */
     bool running = false; /* a round is */
     bool stale = false;   /* the role has changed since the round began */
     bool none = false;    /* there are no programs */
     Time round_ended{};
     unsigned failures = 0;        /* consecutive rounds */
-    std::string told;             /* the failure that the log has */
+    std::string logged;           /* the failure that the log has */
     std::optional<Time> asked_at; /* the steps shall run again */
     std::optional<Time> again_at; /* they did */
 };
@@ -148,84 +150,69 @@ void take_preference(Turn &turn);
  * first, and then hands the role over: so nodes that stop together do not pass it around. A stop
  * that takes longer than the election of the others (0.5 s) and is not handed over is not covered.
  */
-class Move {
-public:
+struct Move {
+    explicit Move(View &view_) : view(view_) {}
     /* Keeps Known::moving and leaves Turn::moved, before the policies. */
     static void follow(Turn &turn);
     void take(Turn &turn);
+    /* "to node 2 (beta): an operator asked node 1 (alpha) for it" */
+    static std::string describe(const Known &known, const Moving &moving);
 
-private:
-    /* A move that this node asks for. */
+    /* A move that this node asks for; with Why::leaving the stop of its daemon waits for it. */
     struct Asking {
         Why why = Why::asked;
         NodeId target = {}; /* 0: the best other node, once there is one */
         Time since{};
         uint64_t call = 0;             /* of our bus object, which waits for it; 0: none */
-        std::optional<Time> sent = {}; /* not before the target is idle */
-        bool applied = false;          /* the target is master; only its word is missing */
+        std::optional<Time> said = {}; /* the others have heard that we are leaving */
+        unsigned tries = 0;            /* requests; none before the target is idle */
+        Time sent_at{};
+        bool accepted = false;            /* by all, when the request came back */
+        std::optional<Time> applied = {}; /* the target is master; only its word is missing */
     };
-    struct Leaving {
-        uint64_t call = 0;
-        Time since{};
-        std::optional<Time> said = {}; /* the others have heard it */
-    };
-
     void begin(Turn &turn);
-    void ask(Turn &turn);
+    void request(Turn &turn);
+    std::optional<std::string> prepare(Turn &turn);
     std::optional<std::string> outcome(Turn &turn);
-    void leave(Turn &turn);
     void take_over(Turn &turn);
-
+    void finish(Turn &turn, const std::string &failure);
+    View &view;
     std::optional<Asking> asking;
-    std::optional<Leaving> leaving;
+    uint64_t number = 0; /* of the last request */
     /* This node is the target of the move under way. */
     enum class Taking { no, waiting, reading, called, over } taking = Taking::no;
 };
+/* Within this time the cluster makes only so many moves away from nodes that could not serve. */
+constexpr Duration unfit_moves_within{600'000};
+constexpr size_t unfit_moves_most = 3;
 
 /*
  * Stay: nothing moves the role without need. In an election slaves tie with their master, and the
  * order of delivery decides; a preferred master gains 10 with every election that it starts. So the
  * master is preferred, and nobody else is. The order of the writes matters, since each starts an
  * election in which only the writer gains: when a slave cleared its preference after the master had
- * set its own, the role moved in 9 of 12 tries. So the master writes last: again after each slave
- * that had something to clear, within the half second for which that slave's election lasts.
+ * set its own, the role moved in 9 of 12 tries. So slaves clear theirs first, and the master writes
+ * last: again after each slave that had something to clear, within the half second for which that
+ * slave's election lasts. Its report says so at once.
  */
-class Stay {
-public:
+struct Stay {
     void take(Turn &turn);
     static std::string why_off(const Known &known);
 
-private:
-    void settle(Turn &turn);
-    void clear(Turn &turn);
-    /* The master has asked the others to clear their preference. */
-    struct Settling {
-        Time since{};
-        uint64_t number = 0; /* of the text; 0: it is not back yet */
-        std::set<NodeId> missing = {};
-    };
-    std::optional<Settling> settling;
-    std::optional<uint64_t> clearing; /* a slave: the master's text, until the daemon is read */
-    Time tried_at{};
-    std::string off = "unknown", told = off; /* why it does nothing, and what the log has */
+    bool clearing = false; /* a slave that is preferred: the daemon is read first */
+    std::string off = "unknown", logged = off; /* why it does nothing, and what the log has */
     Time off_since{};
 };
-
-/* What this node's keeper shows: all nodes as it knows them, and the verdict. */
-Published publish(Turn &turn, const std::string &freeze_changed);
 
 /*
  * Whether all is well, for all commands alike. CRITICAL: nobody serves, or a step of the master
  * failed or hangs. WARNING: another fault would be one too many. UNKNOWN: the keeper cannot know,
- * as when it was started beside a running master. `published` has everything else by now.
+ * as when it was started beside a running master.
  */
-Verdict judge(Turn &turn, const Published &published);
+Verdict judge(Turn &turn, const std::string &freeze_changed);
 
-/* "to node 2 (beta): an operator asked node 1 (alpha) for it" */
-std::string describe(const Known &known, const Moving &moving);
-
-/* Within this time the cluster makes only so many moves away from nodes that could not serve. */
-constexpr Duration unfit_moves_within{600'000};
-constexpr size_t unfit_moves_most = 3;
+/* The properties of the keeper's bus object, by name. */
+using Properties = std::map<std::string, client::Variant>;
+Properties publish(const Known &known, const Verdict &verdict, const std::string &freeze_changed);
 
 } // namespace keeper

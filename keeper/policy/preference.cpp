@@ -4,21 +4,21 @@ namespace keeper {
 
 void take_preference(Turn &turn) {
     Known &known = turn.known;
-    if (const auto *asked = turn.get<Asked::Prefer>()) {
+    if (const auto *asked = turn.get<PreferAsked>()) {
         std::string text = asked->on ? "this node is the first choice of a hand-over"
                                      : "this node is not preferred any more";
-        turn.info("PREFERENCE: " + text);
+        turn.world.log(LOG_INFO, "PREFERENCE: " + text);
         known.stored.preferred = asked->on;
-        turn.act(Store{known.stored});
+        turn.world.store(known.stored);
         if (!known.stay_off.empty() && known.ready) {
             text += "; the daemon has it, too, since stay does nothing: " + known.stay_off;
             turn.prefer(asked->on);
         }
-        turn.answer(true, text);
+        turn.world.answer(asked->call, true, text);
     } else if (turn.get<SnapshotRead>() != nullptr && !known.stored.preferred &&
                known.disk_problem.empty()) {
         known.stored.preferred = known.current.preferred; /* from before there was a keeper */
-        turn.act(Store{known.stored});
+        turn.world.store(known.stored);
     }
 }
 

@@ -1,4 +1,4 @@
-#include "keeper/policy/known.h"
+#include "keeper/policy/policies.h"
 
 #include <sys/wait.h>
 
@@ -8,88 +8,85 @@ static std::string file_name(const std::string &path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-void Runner::reset(bool ran_before, Time now) {
-    const uint64_t before = failures;
-    *this = {};
-    failures = before;
-    steps = {.phase = ran_before ? Phase::unknown : Phase::none, .since = now};
-}
-
 void Runner::begin(Turn &turn, bool as_start) {
-    reset(false, turn.known.now);
-    steps.phase = Phase::running;
+    *this = {};
     start = as_start;
-    turn.act(ReadRunDirectory{});
+    turn.known.steps = {.phase = Phase::running, .since = turn.known.now};
+    turn.world.read_run_directory();
 }
 
 /* A keeper that comes into a running sequence does not know of it: what it took for the beginning
    of one waits then. */
-void Runner::take_step(Turn &turn, const std::string &path, const std::string &action,
-                       bool begins) {
+void Runner::step(Turn &turn, const std::string &path, const std::string &action, bool begins) {
+    Known &known = turn.known;
     const bool as_start = action == "start";
-    if (!running() || as_start != start || (!begins && !begun.contains(path))) {
-        const auto waits = running() ? std::optional(start) : std::nullopt;
+    if (!known.running() || as_start != start || (!begins && !begun.contains(path))) {
+        const auto waits = known.running() ? std::optional(start) : std::nullopt;
         begin(turn, as_start);
         pending = waits;
         partial = true;
     }
     begun.insert(path);
-    steps.step = begins ? file_name(path) : "";
-    steps.since = begins ? turn.known.now : steps.since;
+    known.steps.step = begins ? file_name(path) : "";
+    known.steps.since = begins ? known.now : known.steps.since;
 }
 
 void Runner::take(Turn &turn) {
-    if (const auto *applied = turn.get<NewMaster>()) {
-        const bool as_start = applied->node == turn.known.local;
-        running() ? void(pending = as_start) : begin(turn, as_start);
-    } else if (const auto *step = turn.get<client::StepBegin>()) {
-        take_step(turn, step->step, step->action, true);
-    } else if (const auto *ended = turn.get<client::StepEnd>()) {
-        take_step(turn, ended->step, ended->action, false);
-        failures += ended->wait_status != 0 ? 1 : 0;
+    Known &known = turn.known;
+    if (const auto *appeared = turn.get<DaemonAppeared>()) {
+        *this = {};
+        known.steps = {.phase = appeared->ran_before ? Phase::unknown : Phase::none,
+                       .since = known.now};
+    } else if (const auto *applied = turn.get<NewMaster>()) {
+        const bool as_start = applied->node == known.local;
+        known.running() ? void(pending = as_start) : begin(turn, as_start);
+    } else if (const auto *began = turn.get<StepBegin>()) {
+        step(turn, began->step, began->action, true);
+    } else if (const auto *ended = turn.get<StepEnd>()) {
+        step(turn, ended->step, ended->action, false);
+        known.failed_steps += ended->wait_status != 0 ? 1 : 0;
         if (ended->wait_status != 0 && failed.phase != Phase::failed) {
             failed = {Phase::failed, file_name(ended->step), ended->wait_status};
         }
-    } else if (const auto *done = turn.get<client::StepsDone>()) {
+    } else if (const auto *done = turn.get<StepsDone>()) {
         errors = done->failed;
     } else if (const auto *read = turn.get<RunDirectoryRead>()) {
         directory = read->steps;
     }
-    if (running() && errors && (partial || directory)) {
+    if (known.running() && errors && (partial || directory)) {
         end(turn);
     }
 }
 
 void Runner::end(Turn &turn) {
-    SequenceEnd result{.start = start, .known = !partial, .failed = {}};
+    turn.end = SequenceEnd{.start = start, .known = !partial, .failed = {}};
     Steps after{.phase = partial ? Phase::unknown : Phase::settled};
+    std::string &words = turn.end->failed;
     if (failed.phase == Phase::failed) {
         after = failed;
-        const int status = failed.status;
-        result.failed =
-            failed.step + (WIFSIGNALED(status)
-                               ? " was killed by signal " + std::to_string(WTERMSIG(status))
-                               : " failed with status " + std::to_string(WEXITSTATUS(status)));
+        words = failed.step +
+                (WIFSIGNALED(failed.status)
+                     ? " was killed by signal " + std::to_string(WTERMSIG(failed.status))
+                     : " failed with status " + std::to_string(WEXITSTATUS(failed.status)));
     } else if (*errors > 0) {
         after.phase = Phase::failed;
-        result.failed = "a step failed";
+        words = "a step failed";
     } else if (!partial) {
         /* The daemon skips a step that it cannot run, and counts no error. */
         const auto skipped = std::ranges::find_if(
             *directory, [this](const std::string &path) { return !begun.contains(path); });
         if (skipped != directory->end()) {
-            ++failures;
+            ++turn.known.failed_steps;
             after = {Phase::not_runnable, file_name(*skipped)};
-            result.failed = after.step + " cannot be run";
+            words = after.step + " cannot be run";
         }
     }
-    turn.end = result;
-    const auto next = pending;
-    reset(false, turn.known.now);
-    steps = after;
-    steps.since = turn.known.now;
-    if (next) {
+    after.since = turn.known.now;
+    turn.known.steps = after;
+    if (const auto next = pending) {
         begin(turn, *next);
+    } else {
+        *this = {};
     }
 }
 

@@ -22,7 +22,7 @@ void Stall::take(Turn &turn) {
         sent_at = now - send_every;
         missing_since.reset();
     }
-    const auto *back = turn.get<client::KeepAlive>();
+    const auto *back = turn.get<KeepAlive>();
     if (back != nullptr && back->node == known.local) {
         missing_since.reset();
     } else if (missing_since && (now >= due_at + held_up || turn.get<QuorumChanged>() != nullptr)) {
@@ -34,19 +34,20 @@ void Stall::take(Turn &turn) {
     if (now >= sent_at + pause) {
         sent_at = now;
         missing_since = missing_since.value_or(now);
-        turn.act(SendKeepAlive{});
+        turn.world.send_keep_alive();
         if (missing) {
-            turn.act(PingBus{});
+            turn.world.ping_bus();
         }
     }
     const Duration limit = known.corosync.token + known.corosync.consensus +
                            known.corosync.device_sync + beyond_corosync;
-    due_at = sent_at + (missing ? send_missing_every : send_every);
+    due_at = sent_at + pause;
     if (missing && turn.due(*missing_since + limit) && now < bus_at + held_up) {
-        turn.fail("STALL: no keep-alive of this node came back for " + seconds(limit) +
-                  ", the daemon or corosync hangs; ending the daemon (process " +
-                  std::to_string(known.unit.main_pid) + ")");
-        turn.act(KillDaemon{known.unit.main_pid});
+        turn.world.log(LOG_ERR, "STALL: no keep-alive of this node came back for " +
+                                    seconds(limit) +
+                                    ", the daemon or corosync hangs; ending the daemon (process " +
+                                    std::to_string(known.unit.main_pid) + ")");
+        turn.world.kill_daemon(known.unit.main_pid);
         missing_since = now;
     } else if (missing) {
         due_at = std::min(due_at, *missing_since + limit);

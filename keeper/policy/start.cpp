@@ -7,27 +7,29 @@ constexpr Duration tries_apart{5'000};
 
 static void take_end(Turn &turn, const SequenceEnd &end) {
     const auto &unfit = turn.known.stored.unfit;
-    const auto cause = unfit ? unfit->cause : Unfit::Cause::start;
+    const bool by_watch = unfit && unfit->by_watch;
     if (!end.failed.empty()) {
-        turn.fail("START: " + end.failed + ", this node is marked unfit");
-        turn.mark(Unfit{cause, end.failed});
-    } else if (end.known && unfit && cause == Unfit::Cause::start) {
-        turn.info("START: all steps succeeded, this node is not marked unfit any more");
+        turn.world.log(LOG_ERR, "START: " + end.failed + ", this node is marked unfit");
+        turn.mark(Unfit{by_watch, end.failed});
+    } else if (end.known && unfit && !by_watch) {
+        turn.world.log(LOG_INFO,
+                       "START: all steps succeeded, this node is not marked unfit any more");
         turn.mark({});
     }
 }
 
 /* An operator says that the node can serve. */
-static void clear(Turn &turn) {
+static void clear(Turn &turn, uint64_t call) {
     const Known &known = turn.known;
+    const auto &unfit = known.stored.unfit;
     const std::string text =
-        known.stored.unfit
-            ? "this node is not marked unfit any more; it was: " + known.stored.unfit->reason
-            : "this node was not marked unfit";
-    turn.info("START: " + text);
+        unfit ? "this node is not marked unfit any more; it was: " + unfit->reason
+              : "this node was not marked unfit";
+    const std::string next =
+        known.master() ? "; to run its steps again: duskvalectl take-over" : "";
+    turn.world.log(LOG_INFO, "START: " + text);
     turn.mark({});
-    turn.answer(true,
-                known.master() ? text + "; to run its steps again: duskvalectl take-over" : text);
+    turn.world.answer(call, true, text + next);
 }
 
 /* Why the role stays on this unfit master; empty: it can be moved. */
@@ -42,19 +44,19 @@ static std::string why_stays(const Known &known) {
 
 void Start::take(Turn &turn) {
     const Known &known = turn.known;
-    if (turn.get<Asked::Fit>() != nullptr) {
-        clear(turn);
+    if (const auto *asked = turn.get<FitAsked>()) {
+        clear(turn, asked->call);
     } else if (turn.end && turn.end->start) {
         take_end(turn, *turn.end);
     }
-    if (!known.master() || !known.stored.unfit || known.runner.running() || known.leaving ||
+    if (!known.master() || !known.stored.unfit || known.running() || known.leaving ||
         known.moving) {
         stays = known.stored.unfit ? stays : "";
         return;
     }
     const std::string reason = why_stays(known);
     if (std::exchange(stays, reason) != reason && !reason.empty()) {
-        turn.fail("START: the role stays on this unfit node: " + reason);
+        turn.world.log(LOG_ERR, "START: the role stays on this unfit node: " + reason);
     }
     if (!reason.empty() && !known.unfit_moves.empty()) {
         turn.due(known.unfit_moves.front() + unfit_moves_within);

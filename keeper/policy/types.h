@@ -1,10 +1,10 @@
 /*
- * What the keeper's machine is told and what it asks for, as values. The edges turn the world into
- * inputs and actions into calls; nothing here does I/O or reads a clock.
+ * What the keeper's machine hears of and what it asks for, as values. The edges turn the world into
+ * inputs and carry out what is asked for; nothing here does I/O or reads a clock.
  *
- * Order matters in both directions. What the daemon announces and its answer to ReadSnapshot are
- * given in the order in which the bus delivered them. Actions are carried out in their order, and
- * all calls to the daemon go over one connection, so that it handles them in that order, too.
+ * Order matters in both directions. What the daemon announces and its answer to read_snapshot() are
+ * given in the order in which the bus delivered them. All calls to the daemon go over one
+ * connection, so that it handles them in their order, too.
  */
 #pragma once
 
@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <variant>
@@ -21,7 +22,15 @@
 
 namespace keeper {
 
+using client::FrozenMaster;
+using client::Joined;
+using client::KeepAlive;
+using client::Left;
+using client::NewMaster;
 using client::NodeId;
+using client::StepBegin;
+using client::StepEnd;
+using client::StepsDone;
 using Duration = std::chrono::milliseconds;
 /* A point of time: since an arbitrary start, on CLOCK_MONOTONIC. */
 using Time = std::chrono::milliseconds;
@@ -42,8 +51,8 @@ struct Config {
 
 /* Why a node must not become master: on its disk, so that a restart does not forget it. */
 struct Unfit {
-    enum class Cause { start, watch } cause = Cause::start;
-    std::string reason; /* in words, such as "10-db.run failed with status 3" */
+    bool by_watch = false; /* the watch programs found it, and not a step that failed */
+    std::string reason;    /* in words, such as "10-db.run failed with status 3" */
     bool operator==(const Unfit &) const = default;
 };
 
@@ -54,21 +63,56 @@ struct Stored {
     bool operator==(const Stored &) const = default;
 };
 
-/* ---- Inputs ---- */
+/* What a node's run steps are doing; while its daemon does not run: what its stop-steps did. */
+enum class Phase {
+    unknown,
+    none, /* the daemon has not applied a master yet */
+    running,
+    settled,
+    failed,
+    not_runnable,
+    stopping,
+    stopped,
+    stop_failed,
+    last = stop_failed
+};
+struct Steps {
+    Phase phase = Phase::unknown;
+    std::string step = {}; /* the name of the one that runs, failed or cannot run */
+    int status = 0;        /* the wait status of the one that failed */
+    Time since{};          /* as an age on its way */
+    bool operator==(const Steps &) const = default;
+};
+
+enum class Quorum { unknown, yes, no, last = no };
+
+/* What a keeper says of its node, in each text. */
+struct Report {
+    NodeId master = {};
+    NodeId frozen = {};
+    Steps steps;
+    Quorum quorum = Quorum::unknown;
+    std::string unfit;      /* the reason of the mark; empty: not marked */
+    bool leaving = false;   /* its daemon is being stopped */
+    bool wanted = false;    /* preferred by the operator */
+    bool preferred = false; /* the daemon's PreferredMaster */
+    bool stay = false;      /* takes part in stay */
+    bool operator==(const Report &) const = default;
+};
+
+/* ---- Inputs, besides what the daemon announces ---- */
 
 /* The timer asked for with next_wake() is due. */
 struct Tick {};
 
-/* The first input: what the disk held. */
+/* The first input: what the disk held, and why it could not be read. */
 struct DiskRead {
     Stored stored;
-    std::string problem =
-        {}; /* why it could not be read; empty: it was, or there was nothing yet */
+    std::string problem = {};
 };
-
-/* The answer to Store. */
+/* The answer to store(): why it is not on the disk. */
 struct DiskWritten {
-    std::string problem; /* empty: it is on the disk */
+    std::string problem;
 };
 
 /* The daemon's bus name has an owner, or another one. */
@@ -77,25 +121,17 @@ struct DaemonAppeared {
 };
 struct DaemonVanished {};
 
-/* The answer to ReadSnapshot. An answer with an error is not given: the name then vanishes, or the
-   next reading succeeds. */
-struct SnapshotRead {
-    client::Snapshot snapshot;
-};
+/* The answer to read_snapshot(). An answer with an error is not given: the name then vanishes, or
+   the next reading succeeds. */
+using SnapshotRead = client::Snapshot;
 
-struct Announced {
-    client::Announcement announcement;
-};
-
-/* The answer to CallTakeOver: false when the daemon refused, or could not be called. */
+/* The answer to take_over(): false when the daemon refused, or could not be called. */
 struct TakeOverAnswered {
     bool accepted = false;
 };
-
-/* The answer to PingBus, from the bus itself. */
+/* The answer to ping_bus(), from the bus itself. */
 struct BusAnswered {};
-
-/* The answer to ReadRunDirectory: the *.run entries of the run directory, as paths. */
+/* The answer to read_run_directory(): the *.run entries of the run directory, as paths. */
 struct RunDirectoryRead {
     std::vector<std::string> steps;
 };
@@ -108,15 +144,10 @@ struct QuorumChanged {
     bool operator==(const QuorumChanged &) const = default;
 };
 
-/* From libcmap, at each connection and on each change of these keys. */
+/* From libcmap, at each connection and when these keys have changed. */
 struct CorosyncRead {
-    struct Node {
-        NodeId id = {};
-        std::string name; /* empty when the node list has none */
-        bool operator==(const Node &) const = default;
-    };
     NodeId local = {};
-    std::vector<Node> nodes; /* of the node list */
+    std::map<NodeId, std::string> nodes; /* the node list; names may be empty */
     bool votequorum = false;
     bool two_node = false;
     bool tie_breaker = false; /* auto_tie_breaker */
@@ -129,15 +160,13 @@ struct CorosyncRead {
 
 /* From systemd, on each change of the daemon's unit. */
 struct UnitChanged {
-    bool running = false;  /* it has a main process */
-    uint32_t main_pid = 0; /* 0: none */
-    enum class StopSteps { none, running, done, failed };
-    StopSteps stop_steps = StopSteps::none; /* since the last main process ended */
-    bool aborted = false;                   /* the last main process ended with SIGABRT */
+    uint32_t main_pid = 0;          /* 0: it has no main process */
+    Phase stop_steps = Phase::none; /* since the last main process ended */
+    bool aborted = false;           /* the last main process ended with SIGABRT */
     bool operator==(const UnitChanged &) const = default;
 };
 
-/* The answer to RunWatchPrograms, when the last of them has ended or was ended at its limit. */
+/* The answer to run_watch_programs(), when the last of them has ended or was ended at its limit. */
 struct WatchRan {
     struct Result {
         std::string program; /* its file name */
@@ -148,104 +177,58 @@ struct WatchRan {
     std::vector<Result> results; /* empty: there are no programs */
 };
 
-/* A method of the keeper's own bus object; each is answered once, with Answer. */
-struct Asked {
-    struct Move {
-        std::optional<NodeId> target; /* none: the keeper chooses */
-    };
-    struct HandOver {}; /* the daemon is about to be stopped */
-    struct Fit {};
-    struct Prefer {
-        bool on = false;
-    };
-    uint64_t id = 0;
-    std::variant<Move, HandOver, Fit, Prefer> what;
+/* The methods of the keeper's own bus object; each `call` is answered once. */
+struct MoveAsked {
+    uint64_t call = 0;
+    NodeId target = {}; /* 0: the keeper chooses */
 };
-
-using Input = std::variant<Tick, DiskRead, DiskWritten, DaemonAppeared, DaemonVanished,
-                           SnapshotRead, Announced, TakeOverAnswered, BusAnswered, RunDirectoryRead,
-                           QuorumChanged, CorosyncRead, UnitChanged, WatchRan, Asked>;
-
-/* ---- Actions ---- */
-
-struct SendText { /* the daemon's SendMessage */
-    std::string text;
+struct HandOverAsked { /* the daemon is about to be stopped */
+    uint64_t call = 0;
 };
-struct SendKeepAlive {}; /* the daemon's KeepAlive; no answer is wanted */
-struct PingBus {};       /* a call to the bus itself, not to the daemon */
-struct CallTakeOver {};
-struct WritePreferred {
+struct FitAsked {
+    uint64_t call = 0;
+};
+struct PreferAsked {
+    uint64_t call = 0;
     bool on = false;
 };
-struct ReadSnapshot {};
-struct ReadRunDirectory {};
-struct RunWatchPrograms {};
-/* SIGKILL to the daemon's main process, through systemd. */
-struct KillDaemon {
-    uint32_t main_pid = 0; /* which one; nothing is done when the unit has another by now */
-};
-struct Store {
-    Stored stored;
-};
-struct Answer {
-    uint64_t id = 0;
-    bool ok = false;
-    std::string text; /* what was done, or why not */
-};
-/* For the journal: one line, without a newline. */
-struct Log {
-    enum class Priority { error = 3, warning = 4, info = 6 } priority = Priority::info;
-    std::string text;
+
+using Input =
+    std::variant<Tick, DiskRead, DiskWritten, DaemonAppeared, DaemonVanished, SnapshotRead,
+                 NewMaster, FrozenMaster, Joined, Left, KeepAlive, client::Text, client::Hotplug,
+                 StepBegin, StepEnd, StepsDone, TakeOverAnswered, BusAnswered, RunDirectoryRead,
+                 QuorumChanged, CorosyncRead, UnitChanged, WatchRan, MoveAsked, HandOverAsked,
+                 FitAsked, PreferAsked>;
+
+/* ---- What can be done ---- */
+
+/* The calls are carried out in their order, and lead to inputs only later. */
+class World {
+public:
+    virtual ~World() = default;
+    virtual void send_text(const std::string &text) = 0; /* the daemon's SendMessage */
+    virtual void send_keep_alive() = 0; /* the daemon's KeepAlive; no answer is wanted */
+    virtual void ping_bus() = 0;        /* a call to the bus itself, not to the daemon */
+    virtual void take_over() = 0;
+    virtual void write_preferred(bool on) = 0;
+    virtual void read_snapshot() = 0;
+    virtual void read_run_directory() = 0;
+    virtual void run_watch_programs() = 0;
+    /* SIGKILL to the daemon's main process if that is still this one, through systemd. */
+    virtual void kill_daemon(uint32_t main_pid) = 0;
+    virtual void store(const Stored &stored) = 0;
+    /* What was done, or why not. */
+    virtual void answer(uint64_t call, bool ok, const std::string &text) = 0;
+    /* One line for the journal; the priority as in syslog(3). */
+    virtual void log(int priority, const std::string &text) = 0;
 };
 
-using Action =
-    std::variant<SendText, SendKeepAlive, PingBus, CallTakeOver, WritePreferred, ReadSnapshot,
-                 ReadRunDirectory, RunWatchPrograms, KillDaemon, Store, Answer, Log>;
-using Actions = std::vector<Action>;
+/* ---- What is found ---- */
 
-/* ---- What is published ---- */
-
-/* A node as this node's keeper knows it. */
-struct NodeStatus {
-    NodeId id = {};
-    std::string name = {}; /* empty when the node list has none */
-    enum class Role { unknown, master, slave, down } role = Role::unknown;
-    /* What its run steps are doing: "settled", "running", "failed", "not-runnable" or "unknown";
-       and while its daemon does not run "stopping", "stopped" or "stop-failed". */
-    std::string steps = "unknown";
-    std::string step;                 /* the name of the step that runs, failed or cannot run */
-    int status = 0;                   /* the wait status of the one that failed */
-    std::optional<Time> since;        /* of `steps` */
-    std::optional<std::string> unfit; /* why the role cannot be moved to it; none: it is fit */
-    enum class Quorum { unknown, yes, no, last = no } quorum = Quorum::unknown;
-    bool member = false;    /* of the daemons' group, as far as it is known */
-    bool listed = false;    /* in corosync's node list */
-    bool preferred = false; /* by the operator */
-    bool leaving = false;
-    std::optional<Time> heard; /* its keeper's last text; none: never, or it is this node */
-    bool operator==(const NodeStatus &) const = default;
-};
-
+enum class Level { ok, warning, critical, unknown };
 struct Verdict {
-    enum class Level { ok, warning, critical, unknown } level = Level::unknown;
-    std::vector<std::string> causes; /* the worst first; one that is OK says who is master */
-    bool operator==(const Verdict &) const = default;
-};
-
-struct Published {
-    NodeId local = {};             /* 0 while neither corosync nor the daemon has named it */
-    std::vector<NodeStatus> nodes; /* by id */
-    Verdict verdict;
-    NodeId master = {};         /* 0: none known */
-    NodeId frozen = {};         /* 0: not frozen */
-    std::string freeze_changed; /* what a join did to the freeze, with the command that undoes it */
-    std::string stay;           /* "on", or why it does nothing */
-    std::string quorum;         /* "on", or why the keeper does nothing about a lost quorum */
-    std::string moving;         /* the move under way, in words; empty: none */
-    uint64_t failed_steps = 0;  /* these three: on this node, since the keeper started */
-    uint64_t master_changes = 0;
-    uint64_t aborts = 0;
-    bool operator==(const Published &) const = default;
+    Level level = Level::unknown;
+    std::vector<std::string> causes = {}; /* the worst first; if OK, who is master */
 };
 
 } // namespace keeper

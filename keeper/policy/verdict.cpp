@@ -4,136 +4,132 @@ namespace keeper {
 
 namespace {
 
-using enum Verdict::Level;
-
-/* Reports of a change arrive one after the other. */
-constexpr Duration agree_within{3'000};
+using enum Level;
 
 /* The worst first. */
-using Causes = std::map<int, std::vector<std::string>>;
-constexpr Verdict::Level by_rank[] = {critical, warning, unknown, ok};
-
-void add(Causes &causes, Verdict::Level level, const std::string &cause) {
-    const auto rank = std::ranges::find(by_rank, level) - by_rank;
-    causes[static_cast<int>(rank)].push_back(cause);
-}
+constexpr Level by_rank[] = {critical, warning, unknown, ok};
+struct Causes {
+    std::map<int64_t, std::vector<std::string>> by_level;
+    void add(Level level, const std::string &cause) {
+        by_level[std::ranges::find(by_rank, level) - by_rank].push_back(cause);
+    }
+};
 
 /* Why nothing is to be expected of the node; empty: it takes part, as far as is known. */
 std::string why_gone(const Known &known, NodeId node) {
-    if (std::ranges::find(known.quorum.ring, node) == known.quorum.ring.end()) {
-        return "is missing";
-    }
     const auto peer = known.peers.find(node);
-    const bool left = peer != known.peers.end() && !peer->second.member;
-    return left ? "does not take part, its daemon does not run" : "";
+    return std::ranges::find(known.quorum.ring, node) == known.quorum.ring.end() ? "is missing"
+           : peer != known.peers.end() && !peer->second.member
+               ? "does not take part, its daemon does not run"
+               : "";
 }
 
 /* Its steps must have succeeded. */
-void judge_master(Turn &turn, const NodeStatus &master, Causes &causes) {
+void judge_master(Turn &turn, NodeId master, Causes &causes) {
     const Known &known = turn.known;
-    const std::string name = known.name(master.id) + " is master";
-    const std::string but =
-        name + ", but " + (master.step.empty() ? "a step" : "step " + master.step);
-    const std::string unfit = known.report(master.id).unfit;
-    const bool heard = master.id == known.local || known.present(master.id);
-    const Phase phase = heard ? known.report(master.id).steps.phase : Phase::unknown;
-    const std::string gone = why_gone(known, master.id);
+    const Report report = known.report(master);
+    const bool heard = master == known.local || known.present(master);
+    const std::string name = known.name(master) + " is master";
+    const std::string step = report.steps.step.empty() ? "a step" : "step " + report.steps.step;
+    const std::string gone = why_gone(known, master);
+    const auto but = [&](Level level, const std::string &what) {
+        causes.add(level, name + ", but " + what);
+    };
     if (!gone.empty()) {
-        add(causes, critical, "nobody serves: " + name + ", but " + gone);
-    } else if (phase == Phase::failed) {
-        add(causes, critical, but + " failed");
-    } else if (phase == Phase::not_runnable) {
-        add(causes, critical, but + " cannot be run");
-    } else if (phase == Phase::running) {
-        const bool hangs = turn.due(*master.since + known.config.step_limit);
-        add(causes, hangs ? critical : warning, but + (hangs ? " hangs" : " is running"));
-    } else if (phase == Phase::settled) {
-        add(causes, ok, name);
+        causes.add(critical, "nobody serves: " + name + ", but " + gone);
+    } else if (!heard) {
+        but(unknown, "its keeper is not heard");
+    } else if (report.steps.phase == Phase::failed) {
+        but(critical, step + " failed");
+    } else if (report.steps.phase == Phase::not_runnable) {
+        but(critical, step + " cannot be run");
+    } else if (report.steps.phase == Phase::running) {
+        const bool hangs = turn.due(report.steps.since + known.config.step_limit);
+        but(hangs ? critical : warning, step + (hangs ? " hangs" : " is running"));
+    } else if (report.steps.phase == Phase::settled) {
+        causes.add(ok, name);
     } else {
-        add(causes, unknown,
-            name + ", but " +
-                (heard ? "it is not known whether its steps succeeded"
-                       : "its keeper is not heard"));
+        but(unknown, "it is not known whether its steps succeeded");
     }
-    if (!unfit.empty()) {
-        add(causes, critical,
-            name + " and is not fit: " + unfit + "; when that is repaired: duskvalectl fit");
+    if (!report.unfit.empty()) {
+        causes.add(critical, name + " and is not fit: " + report.unfit +
+                                 "; when that is repaired: duskvalectl fit");
     }
 }
 
 /* It must be able to take over. */
-void judge_other(const Known &known, const NodeStatus &node, Causes &causes) {
-    const Phase phase = known.report(node.id).steps.phase;
-    const std::string name = known.name(node.id);
-    const std::string gone = why_gone(known, node.id);
+void judge_other(const Known &known, NodeId node, Causes &causes) {
+    const Steps steps = known.report(node).steps;
+    const std::string name = known.name(node);
+    const std::string gone = why_gone(known, node);
+    const std::string unfit = known.why_unfit(node);
     if (!gone.empty()) {
-        add(causes, warning, name + " " + gone);
-    } else if (node.unfit && node.unfit != busy) {
-        add(causes, warning, name + " could not take over: " + *node.unfit);
+        causes.add(warning, name + " " + gone);
+    } else if (!unfit.empty() && unfit != busy) {
+        causes.add(warning, name + " could not take over: " + unfit);
     }
-    if (phase == Phase::failed || phase == Phase::not_runnable) {
-        add(causes, warning,
-            name + " is slave, but may still serve: step " + node.step + " failed with stop");
+    if (steps.phase == Phase::failed || steps.phase == Phase::not_runnable) {
+        causes.add(warning, name + " is slave, but may still serve: step " + steps.step +
+                                " failed with stop");
     }
 }
 
 /* Why this node's keeper cannot see the cluster; empty: it can. */
 std::string blind(const Known &known) {
+    const bool guarded = QuorumGuard::why_off(known.config, known.corosync).empty();
     return !known.quorum.connected ? "corosync does not answer on this node"
-           : !known.quorum.quorate && QuorumGuard::why_off(known).empty()
+           : !known.quorum.quorate && guarded
                ? "this node has no quorum and does not serve; if the others are lost for good: "
                  "corosync-quorumtool -e 1, or after a start without them: "
                  "corosync-cmapctl -s quorum.cancel_wait_for_all u8 1"
+           : known.unit.stop_steps == Phase::stop_failed && !known.ready
+               ? "the daemon does not run on this node, and its steps failed with stop"
            : !known.ready                   ? "the daemon does not run on this node"
            : known.current.master_node == 0 ? "nobody serves: no master is known"
                                             : "";
 }
 
-void judge_cluster(Turn &turn, const Published &published, Causes &causes) {
+void judge_cluster(Turn &turn, const std::string &freeze_changed, Causes &causes) {
     const Known &known = turn.known;
+    const NodeId frozen = known.current.frozen_node;
     const bool alone = known.current.members < 2;
-    for (const NodeStatus &node : published.nodes) {
-        if (node.id == published.master) {
+    for (const auto &[node, name] : known.nodes()) {
+        if (node == known.current.master_node) {
             judge_master(turn, node, causes);
-        } else if (node.listed || node.member) {
+        } else if (known.corosync.nodes.contains(node) || known.member(node)) {
             judge_other(known, node, causes);
         }
     }
-    if (known.frozen() && !why_gone(known, published.frozen).empty()) {
-        add(causes, critical,
-            known.frozen_text() + ", which is lost; to go on without it: duskvalectl unfreeze" +
-                (alone ? " --alone" : ""));
-    } else if (known.frozen()) {
-        add(causes, warning, known.frozen_text());
+    if (frozen != 0 && !why_gone(known, frozen).empty()) {
+        causes.add(critical, known.frozen_text() +
+                                 ", which is lost; to go on without it: duskvalectl unfreeze" +
+                                 (alone ? " --alone" : ""));
+    } else if (frozen != 0) {
+        causes.add(warning, known.frozen_text());
     }
     if (alone) {
-        add(causes, warning, "this node is alone in the group: nobody could take over");
+        causes.add(warning, "this node is alone in the group: nobody could take over");
     }
-    if (known.disagree_since && turn.due(*known.disagree_since + agree_within)) {
-        add(causes, critical,
-            "the nodes name different masters; to end that: duskvalectl take-over on one of them");
-    }
-    if (!published.freeze_changed.empty()) {
-        add(causes, warning, published.freeze_changed);
+    if (!freeze_changed.empty()) {
+        causes.add(warning, freeze_changed);
     }
 }
 
 } // namespace
 
-Verdict judge(Turn &turn, const Published &published) {
+Verdict judge(Turn &turn, const std::string &freeze_changed) {
+    const Known &known = turn.known;
     Causes causes;
-    const std::string reason = blind(turn.known);
-    if (reason.empty()) {
-        judge_cluster(turn, published, causes);
+    if (const std::string reason = blind(known); !reason.empty()) {
+        causes.add(critical, reason);
     } else {
-        add(causes, critical, reason);
+        judge_cluster(turn, freeze_changed, causes);
     }
-    if (!turn.known.disk_problem.empty()) {
-        add(causes, warning,
-            "the marks of this node are not on its disk: " + turn.known.disk_problem);
+    if (!known.disk_problem.empty()) {
+        causes.add(warning, "the marks of this node are not on its disk: " + known.disk_problem);
     }
     Verdict verdict;
-    for (const auto &[rank, list] : causes) {
+    for (const auto &[rank, list] : causes.by_level) {
         verdict.level = verdict.causes.empty() ? by_rank[rank] : verdict.level;
         verdict.causes.insert(verdict.causes.end(), list.begin(), list.end());
     }

@@ -14,20 +14,23 @@ constexpr Duration look_every{10'000};
 void Watch::run_again(Turn &turn, const std::string &failure) {
     const Known &known = turn.known;
     if (again_at && known.now < *again_at + again_within) {
-        turn.fail("WATCH: failed again " + seconds(known.now - *again_at) +
-                  " after the steps ran again, this node is marked unfit: " + failure);
-        turn.mark(Unfit{Unfit::Cause::watch, failure});
+        turn.world.log(LOG_ERR,
+                       "WATCH: failed again " + seconds(known.now - *again_at) +
+                           " after the steps ran again, this node is marked unfit: " + failure);
+        turn.mark(Unfit{true, failure});
         armed = false;
     } else if (known.frozen() || known.current.members < 2 ||
                (asked_at && known.now >= *asked_at + request_within)) {
-        turn.fail("WATCH: " + failure + "; ending the daemon (process " +
-                  std::to_string(known.unit.main_pid) + "), whose restart runs the steps again");
-        turn.act(KillDaemon{known.unit.main_pid});
+        turn.world.log(LOG_ERR, "WATCH: " + failure + "; ending the daemon (process " +
+                                    std::to_string(known.unit.main_pid) +
+                                    "), whose restart runs the steps again");
+        turn.world.kill_daemon(known.unit.main_pid);
         asked_at.reset();
         again_at = known.now;
         armed = false;
     } else if (!asked_at) {
-        turn.fail("WATCH: " + failure + "; taking over again, which runs the steps again");
+        turn.world.log(LOG_ERR,
+                       "WATCH: " + failure + "; taking over again, which runs the steps again");
         turn.wanted = Why::again;
         asked_at = known.now;
     }
@@ -41,16 +44,17 @@ void Watch::judge(Turn &turn, const WatchRan &round) {
         }
     }
     none = round.results.empty();
-    const std::string tell = failure.empty() ? not_run : failure;
-    if (!tell.empty() && tell != told) {
-        turn.warn("WATCH: " + tell +
-                  (failure.empty() ? " (it cannot be run, which counts for nothing)"
-                   : !armed        ? " (the services were not seen to run yet: it does not count)"
-                                   : ""));
-    } else if (tell.empty() && !told.empty()) {
-        turn.info("WATCH: all programs succeed again");
+    const std::string news = failure.empty() ? not_run : failure;
+    if (!news.empty() && news != logged) {
+        turn.world.log(LOG_WARNING,
+                       "WATCH: " + news +
+                           (failure.empty() ? " (it cannot be run, which counts for nothing)"
+                            : !armed ? " (the services were not seen to run yet: it does not count)"
+                                     : ""));
+    } else if (news.empty() && !logged.empty()) {
+        turn.world.log(LOG_INFO, "WATCH: all programs succeed again");
     }
-    told = tell;
+    logged = news;
     if (failure.empty()) {
         failures = 0;
         armed = armed || not_run.empty();
@@ -61,7 +65,7 @@ void Watch::judge(Turn &turn, const WatchRan &round) {
 
 void Watch::take(Turn &turn) {
     const Known &known = turn.known;
-    const Phase phase = known.runner.steps.phase;
+    const Phase phase = known.steps.phase;
     if (turn.get<NewMaster>() != nullptr || turn.get<DaemonAppeared>() != nullptr) {
         again_at = asked_at && known.master() ? known.now : again_at;
         asked_at.reset();
@@ -72,24 +76,24 @@ void Watch::take(Turn &turn) {
     if (turn.end && turn.end->start && turn.end->known && turn.end->failed.empty()) {
         armed = true;
     }
-    if (turn.get<Asked::Fit>() != nullptr) {
+    if (turn.get<FitAsked>() != nullptr) {
         armed = true;
         again_at.reset();
     }
     if (const auto *round = turn.get<WatchRan>()) {
         running = false;
         round_ended = known.now;
-        if (!std::exchange(stale, false) && known.master() && !known.runner.running()) {
+        if (!std::exchange(stale, false) && known.master() && !known.running()) {
             judge(turn, *round);
         }
     }
-    const bool marked = known.stored.unfit && known.stored.unfit->cause == Unfit::Cause::watch;
+    const bool marked = known.stored.unfit && known.stored.unfit->by_watch;
     const Time next = round_ended + (none ? look_every : known.config.watch_interval);
     if (known.master() && (phase == Phase::settled || phase == Phase::unknown) && !marked &&
         !known.leaving && !running &&
         (known.now + std::min(early, known.config.watch_interval / 2) >= next || turn.due(next))) {
         running = true;
-        turn.act(RunWatchPrograms{});
+        turn.world.run_watch_programs();
     }
 }
 

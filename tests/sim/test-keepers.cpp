@@ -5,7 +5,6 @@
  */
 #include "cluster.h"
 
-#include "client/overloaded.h"
 #include "keeper/policy/keeper.h"
 
 #include <gmock/gmock.h>
@@ -20,18 +19,18 @@ uint64_t keepers_seed = 0; /* 0: all */
 
 namespace {
 
-using keeper::Asked;
+using keeper::Level;
 using keeper::NodeId;
 using keeper::Time;
-using Level = keeper::Verdict::Level;
 
 constexpr uint64_t never = UINT64_MAX;
 
 struct Machine {
+    std::unique_ptr<keeper::World> hands;
     std::unique_ptr<keeper::Keeper> keeper; /* null: none runs */
     keeper::Stored disk;
     std::deque<std::pair<uint64_t, keeper::Input>> inputs; /* when each arrives */
-    std::optional<keeper::Answer> answer;                  /* to the last call of its bus object */
+    std::optional<bool> answer;                            /* to the last call of its bus object */
     bool down = false;
     keeper::QuorumChanged quorum;
     const void *daemon = nullptr; /* the one that the keeper knows of */
@@ -63,14 +62,16 @@ public:
         corosync.local = key;
         corosync.votequorum = true;
         for (const auto &[id, node] : nodes) {
-            corosync.nodes.push_back({id, ""});
+            corosync.nodes[id] = "";
             ++corosync.votes;
         }
-        machine.keeper =
-            std::make_unique<keeper::Keeper>(keeper::Config{.boot = std::to_string(random())});
+        keeper::Config config;
+        config.boot = std::to_string(random());
+        machine.hands = std::make_unique<Hands>(*this, key);
+        machine.keeper = std::make_unique<keeper::Keeper>(config, *machine.hands);
         machine.inputs.clear();
         machine.daemon = nullptr;
-        give(key, keeper::DiskRead{machine.disk});
+        give(key, keeper::DiskRead{.stored = machine.disk});
         give(key, corosync);
         give(key, machine.quorum);
         if (nodes[key].daemon != nullptr) {
@@ -95,15 +96,16 @@ public:
         end_daemon(key, ms);
     }
 
-    void ask(uint32_t key, decltype(Asked::what) what) {
+    template <typename Asked>
+    void ask(uint32_t key, Asked asked) {
         machines[key].answer.reset();
         if (machines[key].keeper) {
-            give(key, Asked{++calls, what});
+            give(key, asked);
         }
     }
 
     void systemctl_stop(uint32_t key, uint64_t down_for) {
-        ask(key, Asked::HandOver{});
+        ask(key, keeper::HandOverAsked{.call = 1});
         machines[key].stop = {now + 2000, down_for};
     }
 
@@ -153,6 +155,54 @@ public:
     std::deque<std::pair<uint64_t, uint32_t>> take_overs; /* by keepers: when, on which node */
 
 private:
+    /* What a keeper asks for is done at once; what comes of it, it hears later. */
+    struct Hands : keeper::World {
+        Hands(Kept &cluster, uint32_t key_) : c(cluster), key(key_) {}
+        void send_text(const std::string &text) override {
+            c.call(key, &DuskvaleDBusAgents::text_message, text.c_str());
+        }
+        void send_keep_alive() override { c.call(key, &DuskvaleDBusAgents::keep_alive, key); }
+        void ping_bus() override { c.give(key, keeper::BusAnswered{}); }
+        void take_over() override {
+            for (const auto &[when, who] : c.take_overs) {
+                const Node &other = c.nodes[who];
+                EXPECT_TRUE(when + 1000 <= c.now || who == key || other.daemon == nullptr ||
+                            other.island != c.nodes[key].island || other.bus.master_node == who)
+                    << "two moves at a time";
+            }
+            c.take_overs.emplace_back(c.now, key);
+            c.give(key, keeper::TakeOverAnswered{c.Cluster::take_over(key).accepted});
+        }
+        void write_preferred(bool on) override { c.prefer(key, on); }
+        void read_snapshot() override {
+            if (c.nodes[key].daemon != nullptr) {
+                c.give(key, c.read(key));
+            }
+        }
+        void read_run_directory() override {
+            c.give(key, keeper::RunDirectoryRead{{c.nodes[key].steps[0].name}});
+        }
+        void run_watch_programs() override {
+            c.give(key, keeper::WatchRan{{{"service.watch", c.machines[key].serves, "status 1"}}});
+        }
+        void kill_daemon(uint32_t main_pid) override {
+            if (main_pid == c.machines[key].process && c.nodes[key].daemon != nullptr) {
+                c.end_daemon(key, 200);
+            }
+        }
+        void store(const keeper::Stored &stored) override { c.machines[key].disk = stored; }
+        void answer(uint64_t, bool ok, const std::string &) override {
+            c.machines[key].answer = ok;
+        }
+        void log(int, const std::string &text) override {
+            if (trace) {
+                printf("%8" PRIu64 " keeper %u: %s\n", c.now, key, text.c_str());
+            }
+        }
+        Kept &c;
+        uint32_t key;
+    };
+
     void give(uint32_t key, keeper::Input input) {
         std::deque<std::pair<uint64_t, keeper::Input>> &inputs = machines[key].inputs;
         const uint64_t late = pick(3) == 0 ? pick(8) : 0;
@@ -172,12 +222,12 @@ private:
             machine.dies_at =
                 machine.serves && machine.dies_after != never ? now + machine.dies_after : never;
         }
-        give(key, keeper::Announced{news});
+        std::visit([&](const auto &what) { give(key, what); }, news);
     }
 
     void meet(uint32_t key, bool ran_before) {
         machines[key].daemon = nodes[key].daemon;
-        give(key, keeper::UnitChanged{.running = true, .main_pid = ++machines[key].process});
+        give(key, keeper::UnitChanged{.main_pid = ++machines[key].process});
         give(key, keeper::DaemonAppeared{ran_before});
     }
 
@@ -221,7 +271,7 @@ private:
         if (machine.daemon != nullptr) {
             machine.serves = false;
             machine.daemon = nullptr;
-            give(key, keeper::UnitChanged{.stop_steps = keeper::UnitChanged::StopSteps::done});
+            give(key, keeper::UnitChanged{.stop_steps = keeper::Phase::stopped});
             give(key, keeper::DaemonVanished{});
         } else {
             meet(key, false);
@@ -241,60 +291,8 @@ private:
         } else if (machine.keeper->next_wake().value_or(Time(now + 1)) > Time(now)) {
             return false;
         }
-        for (const keeper::Action &action : machine.keeper->handle(input, Time(now))) {
-            carry_out(key, action);
-        }
+        machine.keeper->handle(input, Time(now));
         return true;
-    }
-
-    void carry_out(uint32_t key, const keeper::Action &action) {
-        Machine &machine = machines[key];
-        Node &node = nodes[key];
-        std::visit(
-            client::Overloaded{
-                [&](const keeper::SendText &send) {
-                    call(key, &DuskvaleDBusAgents::text_message, send.text.c_str());
-                },
-                [&](const keeper::SendKeepAlive &) {
-                    call(key, &DuskvaleDBusAgents::keep_alive, key);
-                },
-                [&](const keeper::PingBus &) { give(key, keeper::BusAnswered{}); },
-                [&](const keeper::CallTakeOver &) {
-                    for (const auto &[when, who] : take_overs) {
-                        const Node &other = nodes[who];
-                        EXPECT_TRUE(when + 1000 <= now || who == key || other.daemon == nullptr ||
-                                    other.island != node.island || other.bus.master_node == who)
-                            << "two moves at a time";
-                    }
-                    take_overs.emplace_back(now, key);
-                    give(key, keeper::TakeOverAnswered{take_over(key).accepted});
-                },
-                [&](const keeper::WritePreferred &write) { prefer(key, write.on); },
-                [&](const keeper::ReadSnapshot &) {
-                    if (node.daemon != nullptr) {
-                        give(key, keeper::SnapshotRead{read(key)});
-                    }
-                },
-                [&](const keeper::ReadRunDirectory &) {
-                    give(key, keeper::RunDirectoryRead{{node.steps[0].name}});
-                },
-                [&](const keeper::RunWatchPrograms &) {
-                    give(key, keeper::WatchRan{{{"service.watch", machine.serves, "status 1"}}});
-                },
-                [&](const keeper::KillDaemon &kill) {
-                    if (kill.main_pid == machine.process && node.daemon != nullptr) {
-                        end_daemon(key, 200);
-                    }
-                },
-                [&](const keeper::Store &store) { machine.disk = store.stored; },
-                [&](const keeper::Answer &answer) { machine.answer = answer; },
-                [&](const keeper::Log &line) {
-                    if (trace) {
-                        printf("%8" PRIu64 " keeper %u: %s\n", now, key, line.text.c_str());
-                    }
-                },
-            },
-            action);
     }
 
     uint64_t next() const {
@@ -311,7 +309,6 @@ private:
     }
 
     std::mt19937_64 random;
-    uint64_t calls = 0;
 };
 
 /* A schedule with one fault or request at a time, or (`turbulent`) with many at once. */
@@ -350,18 +347,16 @@ private:
         EXPECT_EQ(c.take_overs.size(), take_overs) << "the role bounces";
         EXPECT_EQ(c.master(), master);
         for (auto &[key, machine] : c.machines) {
-            const keeper::Published &shown = machine.keeper->published();
-            EXPECT_TRUE(c.nodes[key].bus.master_node == master ||
-                        shown.verdict.level == Level::critical)
+            const keeper::Known &known = machine.keeper->state();
+            EXPECT_TRUE(known.current.master_node == master ||
+                        machine.keeper->judgement().level == Level::critical)
                 << "masters " << c.masters() << ", and keeper " << key << " says nothing";
             EXPECT_TRUE(turbulent || c.nodes[key].aborts == 0);
-            for (const keeper::NodeStatus &status : shown.nodes) {
-                EXPECT_EQ(status.unfit.value_or(""),
-                          c.machines[status.id].disk.unfit.value_or(keeper::Unfit()).reason)
-                    << "of node " << status.id << " as keeper " << key << " has it";
-                EXPECT_TRUE(turbulent ||
-                            status.role == (status.id == master ? keeper::NodeStatus::Role::master
-                                                                : keeper::NodeStatus::Role::slave));
+            for (const auto &[other, its] : c.machines) {
+                EXPECT_EQ(known.report(other).unfit,
+                          its.disk.unfit.value_or(keeper::Unfit()).reason)
+                    << "of node " << other << " as keeper " << key << " has it";
+                EXPECT_TRUE(turbulent || known.report(other).master == master);
             }
         }
     }
@@ -377,9 +372,9 @@ private:
             };
         };
         asked = 0;
-        const auto move = [&](uint32_t by, std::optional<NodeId> to) {
-            c.ask(asked = by, Asked::Move{to});
-            expect = to.value_or(0);
+        const auto move = [&](uint32_t by, NodeId to) {
+            c.ask(asked = by, keeper::MoveAsked{.call = 1, .target = to});
+            expect = to;
         };
         const std::function<void()> acts[] = {
             [&] { c.end_daemon(key, 200 + c.pick(2000)), unless_master(); },
@@ -387,7 +382,7 @@ private:
             [&] { c.systemctl_stop(key, 1000 + c.pick(3000)), unless_master(); },
             [&] { move(caller, key); },
             [&] { move(caller, key); },
-            [&] { move(key, {}); },
+            [&] { move(key, 0); },
             [&] {
                 c.stop_keeper(key);
                 c.run(c.pick(3000));
@@ -395,7 +390,7 @@ private:
             },
             [&] { c.machines[key].start_fails = !c.machines[key].start_fails; },
             [&] { c.machines[std::max(c.master(), 1U)].serves = false, expect = 0; },
-            [&] { c.ask(key, Asked::Fit{}), expect = 0; },
+            [&] { c.ask(key, keeper::FitAsked{}), expect = 0; },
             [&] { refuse('T'); },
             [&] { refuse(0), expect = 0; },
             [&] { c.cut({{key}}); },
@@ -420,9 +415,9 @@ private:
             unfit = unfit || machine.start_fails || machine.disk.unfit;
         }
         if (asked != 0) {
-            const std::optional<keeper::Answer> answer = c.machines[asked].answer;
-            ASSERT_TRUE(answer) << story;
-            expect = answer->ok ? expect : before;
+            const std::optional<bool> accepted = c.machines[asked].answer;
+            ASSERT_TRUE(accepted) << story;
+            expect = *accepted ? expect : before;
         }
         if (!unfit) {
             EXPECT_TRUE(expect == 0 || expect == c.master()) << expect << " was master;" << story;
@@ -469,13 +464,13 @@ TEST(KeptService, DoesNotGoRoundForEver) {
         c.run(1'800'000);
         EXPECT_EQ(c.take_overs.size(), moves);
         const uint32_t master = c.master();
-        EXPECT_EQ(c.machines[master].keeper->published().verdict.level, Level::critical);
+        EXPECT_EQ(c.machines[master].keeper->judgement().level, Level::critical);
         for (uint32_t key = 1; key <= 3; ++key) {
             EXPECT_TRUE(c.machines[key].disk.unfit);
             c.machines[key].start_fails = false;
             c.machines[key].dies_after = never;
         }
-        c.ask(master % 3 + 1, Asked::Fit{});
+        c.ask(master % 3 + 1, keeper::FitAsked{});
         c.run(20'000);
         EXPECT_EQ(c.service(), std::to_string(master % 3 + 1) + " serves");
     }

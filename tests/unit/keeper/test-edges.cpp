@@ -4,6 +4,7 @@
 #include "keeper/edge/object.h"
 #include "keeper/edge/programs.h"
 #include "keeper/paths.h"
+#include "keeper/policy/policies.h"
 
 #include "dbus/bus.h"
 #include "support/file.h"
@@ -42,7 +43,7 @@ void write(const fs::path &path, const std::string &text, fs::perms mode = fs::p
 template <typename T>
 struct Heard {
     std::vector<T> list;
-    Told told = [this](Input input) { list.push_back(std::get<T>(input)); };
+    Told told = [this](const Input &input) { list.push_back(std::get<T>(input)); };
     bool wait(size_t count) {
         return loop_until([&] { return list.size() >= count; });
     }
@@ -99,8 +100,8 @@ TEST(KeeperDisk, RemembersTheLastOfManyWrites) {
     Disk disk(file, heard.told);
     EXPECT_EQ(disk.read().stored, Stored{});
     EXPECT_EQ(disk.read().problem, "");
-    const Stored last{Unfit{Unfit::Cause::watch, "a=b\n[c] \\ \xc3\xa4"}, true};
-    disk.write({Unfit{Unfit::Cause::start, "x"}, false});
+    const Stored last{Unfit{true, "a=b\n[c] \\ \xc3\xa4"}, true};
+    disk.write({Unfit{false, "x"}, false});
     disk.write({});
     disk.write(last);
     ASSERT_TRUE(heard.wait(2));
@@ -223,13 +224,13 @@ TEST(KeeperLog, WaitsForNoJournalAndCountsWhatItDidNotTake) {
 
 TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
     Bus bus;
-    std::vector<Asked> asked;
+    std::vector<Input> asked;
     Object *answering = nullptr;
     GDBusConnection *connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
     Object object(connection, [&](const Input &input) {
-        asked.push_back(std::get<Asked>(input));
-        const bool fit = std::holds_alternative<Asked::Fit>(asked.back().what);
-        answering->answer({asked.back().id, !fit, fit ? "not now" : "done"});
+        asked.push_back(input);
+        const bool fit = std::holds_alternative<FitAsked>(input);
+        answering->answer(asked.size(), !fit, fit ? "not now" : "done");
     });
     answering = &object;
     g_bus_own_name_on_connection(connection, DUSKVALE_KEEPER_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
@@ -237,13 +238,11 @@ TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
     Client root(bus, 0, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
     Client nobody(bus, 65534, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
 
-    Published published;
-    published.master = 3232235777;
-    published.nodes.resize(1);
-    published.nodes[0].id = 3232235777;
-    published.nodes[0].name = "alpha\xff";
-    published.verdict = {Verdict::Level::critical, {"nobody serves"}};
-    object.publish(published);
+    Known known;
+    object.publish(publish(known, {}, ""));
+    known.local = known.current.master_node = 3232235777;
+    known.corosync.nodes = {{3232235777, "alpha\xff"}, {7, "beta"}};
+    object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
     EXPECT_THAT(nobody.signal(), testing::AllOf(HasSubstr("PropertiesChanged"),
                                                 HasSubstr("'Master': <uint32 3232235777>"),
                                                 HasSubstr("'Verdict': <'critical'>"),
@@ -252,28 +251,26 @@ TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
     EXPECT_THAT(nobody.properties("GetAll"), HasSubstr("'Causes': <['nobody serves']>"));
 
     /* What changes every few seconds wakes nobody. */
-    published.nodes.at(0).heard = Time(5);
-    object.publish(published);
-    published.frozen = 1;
-    object.publish(published);
+    known.peers[7].heard = Time(5);
+    object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
+    known.current.frozen_node = 1;
+    object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
     EXPECT_EQ(nobody.signal(), "PropertiesChanged('com.norvel.DuskvaleKeeper', {'Frozen': "
                                "<uint32 1>}, @as [])");
-    EXPECT_EQ(nobody.get("LastHeard"), "(<{uint32 3232235777: uint64 5000}>,)");
+    EXPECT_EQ(nobody.get("LastHeard"), "(<{uint32 7: uint64 5000}>,)");
 
     for (const char *method : {"Move", "HandOver", "Fit", "Prefer"}) {
         EXPECT_EQ(nobody.method(method), "org.freedesktop.DBus.Error.AccessDenied");
     }
     EXPECT_EQ(nobody.set("Master", "1"), "org.freedesktop.DBus.Error.AccessDenied");
     EXPECT_THAT(asked, testing::IsEmpty());
-    EXPECT_EQ(root.method("Move", "(uint32 0,)"), "('done',)");
     EXPECT_EQ(root.method("Move", "(uint32 7,)"), "('done',)");
     EXPECT_EQ(root.method("Prefer", "(true,)"), "('done',)");
     EXPECT_EQ(root.method("Fit"), "com.norvel.DuskvaleKeeper.Error.Refused");
     EXPECT_EQ(root.method("Move", "('beta',)"), "org.freedesktop.DBus.Error.InvalidArgs");
-    ASSERT_EQ(asked.size(), 4U);
-    EXPECT_FALSE(std::get<Asked::Move>(asked.at(0).what).target);
-    EXPECT_EQ(std::get<Asked::Move>(asked.at(1).what).target, 7U);
-    EXPECT_TRUE(std::get<Asked::Prefer>(asked.at(2).what).on);
+    ASSERT_EQ(asked.size(), 3U);
+    EXPECT_EQ(std::get<MoveAsked>(asked.at(0)).target, 7U);
+    EXPECT_TRUE(std::get<PreferAsked>(asked.at(1)).on);
 }
 
 } // namespace
