@@ -201,6 +201,13 @@ class Node:
         new.chmod(0o755)
         new.rename(step)
 
+    def write_watch(self, name, script):
+        """Gives the keeper a watch program."""
+        program = self.file(f"{paths.WATCH_DIRECTORY}/{name}")
+        program.parent.mkdir(parents=True, exist_ok=True)
+        program.write_text(script, encoding="utf-8")
+        program.chmod(0o755)
+
     def add_device(self, name, location="", hardware_id=""):
         """Makes the entry of a device in the device tree and returns its path; reports nothing."""
         path = self._device_path(name)

@@ -2,11 +2,13 @@
 
 DAEMON = "duskvale-corosync-bridge.service"
 COROSYNC = "corosync.service"
+KEEPER = "duskvale-keeper.service"
 SIGNALS = "lab-signals.service"
 
 COROSYNC_CONFIG = "/etc/corosync/corosync.conf"
 SETTINGS = "/etc/duskvale"
 RUN_DIRECTORY = "/usr/share/duskvale/run.d"
+WATCH_DIRECTORY = "/etc/duskvale/watch.d"
 BUS_POLICIES = "/usr/share/dbus-1/system.d"
 DEVICES = "/sys/bus/lumacrates/devices"
 UNIT_FILE = f"/usr/lib/systemd/system/{DAEMON}"

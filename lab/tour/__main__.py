@@ -35,7 +35,7 @@ def tour(options):
         "Booting three machines in memory, each with its own systemd, journal, bus and corosync ..."
     )
     name = NAME if options.keep else f"{NAME}-{os.getpid()}"
-    with Lab(name, nodes=3, build=options.build) as lab:
+    with Lab(name, nodes=3, build=options.build, keepers=(1, 2, 3)) as lab:
         Story(lab, paper).run()
         if options.keep:
             lab.detach()

@@ -1,4 +1,4 @@
-"""What the tour puts on each node: two step programs, the virtual address and the web server."""
+"""What the tour puts on each node: the steps of the web server and its address, and its watch."""
 
 import pathlib
 import shlex
@@ -26,9 +26,16 @@ esac
 """
 
 
+_WEB_WATCH = """\
+#!/bin/sh
+kill -0 "$(cat /run/tour-web.pid)" 2>/dev/null || { echo "it does not run"; exit 1; }
+"""
+
+
 def install(node):
     """The address comes last and goes first: whoever reaches it finds the server running."""
     install_address(node)
     web = pathlib.Path(__file__).with_name("web.py")
     server = shlex.join([sys.executable, "-I", "-S", str(web)])
+    node.write_watch("50-web.watch", _WEB_WATCH)
     node.write_step(_WEB_STEP, _WEB.replace("{server}", server).replace("{port}", str(PORT)))

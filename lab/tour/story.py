@@ -7,6 +7,7 @@ import sys
 
 from ..cluster import CHECKOUT
 from ..examples import ADDRESS
+from ..paths import DAEMON
 from ..waiting import LabError, now
 from . import timeline
 from .outages import Client, longest_silence
@@ -31,10 +32,13 @@ class Story:
 
     def run(self):
         self._election()
-        self._take_over()
+        self._move()
+        self._restart_a_slave()
         self._kill()
+        self._kill_the_service()
         self._freeze()
         self._device()
+        self._reboot()
         self._cut()
         self._heal()
         self._why()
@@ -49,26 +53,41 @@ class Story:
             self._lab.start()
             self._lab.wait_master()
 
-    def _take_over(self):
-        node = self._a_slave()
-        with self._shown("A planned take-over", f"An operator on {node} makes it the master."):
-            self._operate(node, "take-over", "--wait")
+    def _move(self):
+        target, other = self._slaves()
+        with self._shown("A planned move", f"An operator on {other} makes {target} the master."):
+            self._operate(other, "move", target.name, "--wait")
+            self._lab.wait_master()
+
+    def _restart_a_slave(self):
+        node = self._slaves()[0]
+        with self._shown("A slave is restarted", "Each join is an election, a tie that the order of "
+                         "messages would decide. The keepers keep the master where it is."):
+            node.systemctl("restart", DAEMON)
             self._lab.wait_master()
 
     def _kill(self):
         node = self._master()
-        with self._shown("The master's daemon is killed", f"SIGKILL on {node}: no time for a word. "
-                         "Its services would run on beside those of the next master; its unit "
-                         "stops them, and starts the daemon again. The others elect. A join is an "
-                         "election, too."):
+        with self._shown("The master's daemon is killed", f"SIGKILL on {node}. Its unit stops the "
+                         "services, which would run on beside those of the next master, and starts "
+                         "the daemon again. The others elect."):
             node.kill()
             node.wait_log("INFO: Registered on dbus", since=self._act.start)
             self._lab.wait_master()
 
+    def _kill_the_service(self):
+        node = self._master()
+        with self._shown("The service is killed", f"SIGKILL to the web server on {node}. A watch "
+                         "program notices, and the keeper has the steps run again."):
+            node.run(["sh", "-c", "kill -KILL $(cat /run/tour-web.pid)"])
+            self._lab.wait(lambda: any(change.answer is None
+                                       for change in self._client.changes(self._act.start)),
+                           ANSWER_LIMIT, "the client has no answer")
+
     def _freeze(self):
-        master, other = self._master(), self._a_slave()
+        master, other = self._master(), self._slaves()[0]
         with self._shown("Freeze", f"Mastership is frozen to {master}; a take-over is refused. "
-                         "Lifting the freeze is an election: the mastership may stay or move."):
+                         "Lifting the freeze is an election, which moves nothing."):
             self._operate(master, "freeze", "repairs in rack 2", "--wait")
             other.wait_signal("NotifyFrozenMaster", master.id, since=self._act.start)
             self._operate(other, "take-over", "--wait", status=REFUSED)
@@ -76,7 +95,7 @@ class Story:
             self._lab.wait_master()
 
     def _device(self):
-        node = self._a_slave()
+        node = self._slaves()[0]
         with self._shown("A device is plugged in", f"On {node}, where udev would report it; all "
                          "nodes learn of it."):
             path = node.add_device("crate7", location="rack 2, bay 7", hardware_id="LC-7")
@@ -84,22 +103,27 @@ class Story:
             for other in self._lab.nodes:
                 other.wait_signal("NotifyLumacrateHotplug", node.id, since=self._act.start)
 
+    def _reboot(self):
+        node = self._master()
+        with self._shown("The master's node is rebooted", "Its keeper hands the role over before the "
+                         "daemon stops. When the node is back, it leaves the role where it is."):
+            node.reboot()
+            self._lab.wait_ring()
+            self._lab.wait_master()
+
     def _cut(self):
         master = self._master()
-        rest = [node for node in self._lab.nodes if node is not master]
-        with self._shown("The master's cable is cut", f"{master} cannot know that it is the one "
-                         "cut off, and stays master of itself; the others elect. Two masters now, "
-                         "one of whom nobody can reach."):
+        rest = self._slaves()
+        with self._shown("The master's cable is cut", f"{master} loses quorum: its keeper ends the "
+                         "daemon, and its unit stops the services. The others elect."):
             master.cut()
             self._lab.wait_ring([node.number for node in rest])
             self._lab.wait_ring([master.number])
             self._lab.wait_master(agreed_on=[node.number for node in rest])
-            self._lab.wait_master(agreed_on=[master.number])
 
     def _heal(self):
-        with self._shown("The cable is repaired", "Two masters meet. A daemon that sees another "
-                         "master than its own ends itself (abort); their units stop the services "
-                         "and start the daemons again, and an election settles it."):
+        with self._shown("The cable is repaired", "The daemon starts again when its node has quorum. "
+                         "The master stays where it is."):
             self._lab.heal()
             self._lab.wait_ring()
             self._lab.wait_master(limit=60)
@@ -108,7 +132,7 @@ class Story:
         node = self._master()
         self._paper.title(f"{len(self._acts) + 1}. Who is master, and why?")
         self._paper.prose(f"An operator on {node} asks.")
-        for command in "status", "why":
+        for command in "status", "check", "why":
             output = node.duskvalectl(command).stdout.rstrip()
             self._paper.text(f"$ duskvalectl {command}\n{output}\n")
 
@@ -155,9 +179,9 @@ class Story:
     def _master(self):
         return self._lab.node(self._lab.wait_master())
 
-    def _a_slave(self):
+    def _slaves(self):
         master = self._master()
-        return next(node for node in self._lab.nodes if node is not master)
+        return [node for node in self._lab.nodes if node is not master]
 
 
 class Act:

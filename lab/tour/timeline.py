@@ -5,7 +5,7 @@ import signal
 from typing import NamedTuple
 
 from .. import corosync
-from ..paths import COROSYNC, DAEMON
+from ..paths import COROSYNC, DAEMON, KEEPER
 
 # The same text from several nodes within this time is one line.
 TOGETHER = 0.05
@@ -72,6 +72,9 @@ def _units(node, since):
             yield entry.time, f"its unit ran the steps with stop{failed}"
         elif entry.text == "INFO: Starting":
             yield entry.time, "daemon started"
+    for entry in node.journal.entries(since, KEEPER):
+        if re.match("[A-Z]+: ", entry.text):
+            yield entry.time, f"keeper: {entry.text}"
     for end in node.exits(since):
         how = signal.Signals(end.status).name if end.how != "exited" else f"status {end.status}"
         yield end.time, f"daemon ended ({how})"
