@@ -61,8 +61,8 @@ class Story:
 
     def _restart_a_slave(self):
         node = self._slaves()[0]
-        with self._shown("A slave is restarted", "Each join is an election, a tie that the order of "
-                         "messages would decide. The keepers keep the master where it is."):
+        with self._shown("A slave is restarted", "Each join is an election, a tie that the order "
+                         "of messages would decide. The keepers keep the master where it is."):
             node.systemctl("restart", DAEMON)
             self._lab.wait_master()
 
@@ -105,8 +105,8 @@ class Story:
 
     def _reboot(self):
         node = self._master()
-        with self._shown("The master's node is rebooted", "Its keeper hands the role over before the "
-                         "daemon stops. When the node is back, it leaves the role where it is."):
+        with self._shown("The master's node is rebooted", "Its keeper hands the role over before "
+                         "the daemon stops. When the node is back, it leaves the role alone."):
             node.reboot()
             self._lab.wait_ring()
             self._lab.wait_master()
@@ -122,8 +122,8 @@ class Story:
             self._lab.wait_master(agreed_on=[node.number for node in rest])
 
     def _heal(self):
-        with self._shown("The cable is repaired", "The daemon starts again when its node has quorum. "
-                         "The master stays where it is."):
+        with self._shown("The cable is repaired", "The daemon starts again when its node has "
+                         "quorum. The master stays where it is."):
             self._lab.heal()
             self._lab.wait_ring()
             self._lab.wait_master(limit=60)
