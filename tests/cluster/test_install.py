@@ -40,9 +40,16 @@ def test_version_is_that_of_meson(node, package, pytestconfig):
         ["dpkg-deb", "--field", package, "Version"], stdout=subprocess.PIPE, text=True, check=True,
     ).stdout.strip()
     changes = (root / "CHANGELOG.md").read_text(encoding="utf-8")
-    released = re.search(r"(?m)^## \[(\d.*?)\]", changes)[1]
-    assert (built, released) == (version, version)
+    # The last release, or the one that is being prepared.
+    named = re.search(r"(?m)^## \[(\d.*?)\]|^.*The next release is (\S+)\.$", changes)
+    assert (built, named[1] or named[2]) == (version, version)
     assert node.duskvalectl("--version").stdout == f"duskvalectl {version}\n"
+
+
+def test_package_passes_the_test_that_it_brings(node, pytestconfig):
+    node.stop()
+    script = pytestconfig.rootpath.parents[1] / "debian/tests/election"
+    assert re.search("^this node +.*, master$", node.run([script]).stdout, re.MULTILINE)
 
 
 def newer(package, directory):
