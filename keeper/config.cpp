@@ -1,7 +1,5 @@
 #include "keeper/config.h"
 
-#include "client/handle.h"
-
 #include <glib.h>
 
 #include <cmath>
@@ -9,59 +7,42 @@
 
 namespace keeper {
 
-namespace {
+/* Where a value goes. The type of the field says what is wanted. */
+using Field =
+    std::variant<bool Config::*, Switch Config::*, Duration Config::*, unsigned Config::*>;
+static const std::map<std::string, Field> keys = {
+    {"[keeper] stay", &Config::stay},
+    {"[keeper] stall", &Config::stall},
+    {"[keeper] quorum", &Config::quorum},
+    {"[keeper] step-limit", &Config::step_limit},
+    {"[watch] interval", &Config::watch_interval},
+    {"[watch] limit", &Config::watch_limit},
+    {"[watch] failures", &Config::watch_failures},
+};
 
-/* These take the value over; false when it is not of the wanted kind. */
-bool flag(bool &field, const std::string &value) {
-    field = value == "yes";
-    return field || value == "no";
-}
-
-bool number(double &field, const std::string &value, double least, double most) {
+/* What is wrong with the value; empty: nothing, and it is in `config`. */
+static std::string take(Config &config, const Field &field, const std::string &value) {
+    const bool yes = value == "yes", no = value == "no";
     gchar *end = nullptr;
-    field = g_ascii_strtod(value.c_str(), &end);
-    return !value.empty() && *end == '\0' && field >= least && field <= most;
+    const double number = g_ascii_strtod(value.c_str(), &end);
+    const bool is_number = !value.empty() && *end == '\0';
+    if (const auto *flag = std::get_if<bool Config::*>(&field)) {
+        config.**flag = yes;
+        return yes || no ? "" : "must be yes or no";
+    }
+    if (const auto *choice = std::get_if<Switch Config::*>(&field)) {
+        config.**choice = yes ? Switch::on : no ? Switch::off : Switch::automatic;
+        return yes || no || value == "auto" ? "" : "must be auto, yes or no";
+    }
+    if (const auto *seconds = std::get_if<Duration Config::*>(&field)) {
+        const bool good = is_number && number >= 0.1 && number <= 3600;
+        config.**seconds = Duration(good ? std::lround(number * 1000) : 0);
+        return good ? "" : "must be seconds, from 0.1 to 3600";
+    }
+    const bool good = is_number && number >= 1 && number <= 100 && std::floor(number) == number;
+    config.*std::get<unsigned Config::*>(field) = good ? static_cast<unsigned>(number) : 0;
+    return good ? "" : "must be a whole number from 1 to 100";
 }
-
-bool seconds(Duration &field, const std::string &value) {
-    double read = 0;
-    const bool good = number(read, value, 0.1, 3600);
-    field = Duration(good ? std::lround(read * 1000) : 0);
-    return good;
-}
-
-struct Key {
-    const char *wanted;
-    bool (*take)(Config &config, const std::string &value);
-};
-constexpr const char *seconds_wanted = "seconds, from 0.1 to 3600";
-const std::map<std::string, Key> keys = {
-    {"[keeper] stay", {"yes or no", [](auto &c, auto &v) { return flag(c.stay, v); }}},
-    {"[keeper] stall", {"yes or no", [](auto &c, auto &v) { return flag(c.stall, v); }}},
-    {"[keeper] quorum",
-     {"auto, yes or no",
-      [](auto &c, auto &v) {
-          bool on = false;
-          const bool given = flag(on, v);
-          c.quorum = !given ? Switch::automatic : on ? Switch::on : Switch::off;
-          return given || v == "auto";
-      }}},
-    {"[keeper] step-limit",
-     {seconds_wanted, [](auto &c, auto &v) { return seconds(c.step_limit, v); }}},
-    {"[watch] interval",
-     {seconds_wanted, [](auto &c, auto &v) { return seconds(c.watch_interval, v); }}},
-    {"[watch] limit", {seconds_wanted, [](auto &c, auto &v) { return seconds(c.watch_limit, v); }}},
-    {"[watch] failures",
-     {"a whole number from 1 to 100",
-      [](auto &c, auto &v) {
-          double count = 0;
-          const bool good = number(count, v, 1, 100) && std::floor(count) == count;
-          c.watch_failures = good ? static_cast<unsigned>(count) : 0;
-          return good;
-      }}},
-};
-
-} // namespace
 
 ConfigRead read_config(const std::string &path) {
     ConfigRead read;
@@ -78,17 +59,15 @@ ConfigRead read_config(const std::string &path) {
             g_autofree gchar *value = g_key_file_get_value(file, *group, *name, nullptr);
             const std::string key = std::string("[") + *group + "] " + *name;
             const auto known = keys.find(key);
-            if (known == keys.end() || !known->second.take(read.config, value)) {
-                read.problems.push_back(path + ": " + key + "=" + value +
-                                        (known == keys.end()
-                                             ? ": is not a setting of duskvale-keeper"
-                                             : std::string(": must be ") + known->second.wanted));
+            const std::string problem = known == keys.end()
+                                            ? "is not a setting of duskvale-keeper"
+                                            : take(read.config, known->second, value);
+            if (!problem.empty()) {
+                read.problems.push_back(path + ": " + key + "=" + value + ": " + problem);
             }
         }
     }
-    if (!read.problems.empty()) {
-        read.config = {};
-    }
+    read.config = read.problems.empty() ? read.config : Config();
     return read;
 }
 

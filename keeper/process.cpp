@@ -39,8 +39,8 @@ gboolean on_watchdog(gpointer) noexcept {
 
 class Process : public World {
 public:
-    Process(const Config &config, GDBusConnection *bus)
-        : machine(config, *this), daemon(bus, told), pulse(told),
+    Process(const Config &config, GDBusConnection *bus_)
+        : bus(bus_), machine(config, *this), daemon(bus, told), pulse(told),
           unit(bus, DUSKVALE_DAEMON_UNIT, told), object(bus, told),
           disk(DUSKVALE_KEEPER_STATE_FILE, told),
           programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, told) {
@@ -54,8 +54,12 @@ private:
 
     void send_text(const std::string &text) override { daemon.send(client::send_message(text)); }
     void send_keep_alive() override { pulse.send(); }
-    void ping_bus() override { daemon.ping_bus(); }
-    void take_over() override { daemon.take_over(); }
+    void ping_bus() override {
+        call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+             {"org.freedesktop.DBus.Peer", "Ping", nullptr},
+             [this](const Reply &) { take(BusAnswered{}); });
+    }
+    void take_over() override { daemon.send(client::take_over()); }
     void write_preferred(bool on) override { daemon.send(client::set_preferred(on)); }
     void read_snapshot() override { daemon.read_snapshot(); }
     void read_run_directory() override {
@@ -69,6 +73,7 @@ private:
     }
     void log(int priority, const std::string &text) override { log_line(priority, text); }
 
+    GDBusConnection *bus;
     Keeper machine;
     Told told = [this](const Input &input) { take(input); };
     Daemon daemon;

@@ -4,8 +4,6 @@
 
 #include "base/paths.h"
 
-#include <syslog.h>
-
 #include <utility>
 
 namespace keeper {
@@ -54,22 +52,12 @@ void Daemon::read_snapshot() {
     });
 }
 
-void Daemon::take_over() {
-    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::take_over(),
-         [this](const Reply &reply) {
-             told(TakeOverAnswered{reply.arguments != nullptr &&
-                                   client::read_status(reply.arguments).value_or(false)});
-         });
-}
-
-void Daemon::ping_bus() {
-    call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-         {"org.freedesktop.DBus.Peer", "Ping", nullptr},
-         [this](const Reply &) { told(BusAnswered{}); });
-}
-
 void Daemon::send(const client::Call &asked) const {
-    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, asked);
+    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, asked, [](const Reply &reply) {
+        if (reply.arguments == nullptr || client::read_status(reply.arguments) == false) {
+            log_line(LOG_WARNING, "the daemon refused a call: " + reply.error);
+        }
+    });
 }
 
 } // namespace keeper

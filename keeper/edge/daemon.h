@@ -11,12 +11,9 @@ public:
        keep-alives (see pulse.h) and devices. */
     Daemon(GDBusConnection *bus, Told told);
 
-    /* Each leads to one input, SnapshotRead, TakeOverAnswered or BusAnswered; but a state that
-       cannot be read is only logged. */
+    /* Leads to a SnapshotRead; but a state that cannot be read is only logged. */
     void read_snapshot();
-    void take_over();
-    void ping_bus();
-    /* Any other call, whose answer says nothing. */
+    /* Any other call. A refusal is logged. */
     void send(const client::Call &asked) const;
 
 private:

@@ -5,22 +5,17 @@
 
 namespace keeper {
 
-namespace {
-
 constexpr const char *group = "keeper";
-constexpr const char *unfit_key = "unfit";
+constexpr const char *unfit_key = "unfit"; /* by "start" or "watch" */
 constexpr const char *reason_key = "unfit-reason";
 constexpr const char *preferred_key = "preferred";
-constexpr const char *by_start = "start";
-constexpr const char *by_watch = "watch";
 
-std::string text_of(const Stored &stored) {
+static std::string text_of(const Stored &stored) {
     g_autoptr(GKeyFile) file = g_key_file_new();
     g_key_file_set_comment(file, nullptr, nullptr,
                            " Written by duskvale-keeper; change it with duskvalectl.", nullptr);
     if (stored.unfit) {
-        const char *cause = stored.unfit->by_watch ? by_watch : by_start;
-        g_key_file_set_string(file, group, unfit_key, cause);
+        g_key_file_set_string(file, group, unfit_key, stored.unfit->by_watch ? "watch" : "start");
         g_key_file_set_string(file, group, reason_key, stored.unfit->reason.c_str());
     }
     if (stored.preferred) {
@@ -31,7 +26,7 @@ std::string text_of(const Stored &stored) {
 }
 
 /* What went wrong; empty: nothing. */
-std::string write_file(const std::string &path, const std::string &text) {
+static std::string write_file(const std::string &path, const std::string &text) {
     constexpr int mode = 0644;
     constexpr auto safely = static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT |
                                                                G_FILE_SET_CONTENTS_DURABLE);
@@ -40,24 +35,18 @@ std::string write_file(const std::string &path, const std::string &text) {
     return error != nullptr ? error->message : "";
 }
 
-} // namespace
-
-Disk::Disk(std::string path_, Told told_) : path(std::move(path_)), told(std::move(told_)) {}
-
 DiskRead Disk::read() const {
-    DiskRead read;
     g_autoptr(GKeyFile) file = g_key_file_new();
     g_autoptr(GError) error = nullptr;
-    g_key_file_load_from_file(file, path.c_str(), G_KEY_FILE_NONE, &error);
-    if (error != nullptr) {
-        const bool missing = g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT) != FALSE;
-        read.problem = missing ? "" : path + ": " + error->message;
-        return read;
+    DiskRead read;
+    if (!g_key_file_load_from_file(file, path.c_str(), G_KEY_FILE_NONE, &error) &&
+        !g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT)) {
+        read.problem = path + ": " + error->message;
     }
     g_autofree gchar *unfit = g_key_file_get_string(file, group, unfit_key, nullptr);
     g_autofree gchar *reason = g_key_file_get_string(file, group, reason_key, nullptr);
     if (unfit != nullptr) {
-        read.stored.unfit = Unfit{std::string(unfit) == by_watch, reason != nullptr ? reason : ""};
+        read.stored.unfit = Unfit{std::string(unfit) == "watch", reason != nullptr ? reason : ""};
     }
     if (g_key_file_has_key(file, group, preferred_key, nullptr)) {
         read.stored.preferred = g_key_file_get_boolean(file, group, preferred_key, nullptr) != 0;
@@ -66,11 +55,10 @@ DiskRead Disk::read() const {
 }
 
 void Disk::write(const Stored &stored) {
-    if (writing) {
+    if (std::exchange(writing, true)) {
         waiting = stored;
         return;
     }
-    writing = true;
     std::thread([this, text = text_of(stored)] {
         call_on_main_loop([this, problem = write_file(path, text)] {
             writing = false;

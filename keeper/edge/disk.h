@@ -11,7 +11,7 @@ namespace keeper {
 class Disk {
 public:
     /* `told` gets a DiskWritten after each attempt to write. */
-    Disk(std::string path, Told told);
+    Disk(std::string path_, Told told_) : path(std::move(path_)), told(std::move(told_)) {}
 
     /* Reads it at once. A file that is not there holds nothing. */
     DiskRead read() const;

@@ -1,11 +1,11 @@
 /*
- * The keeper's log. A line goes to journald by its native protocol, over a datagram socket that is
- * never waited for: a journald that is stopped or overrun must not stop the keeper. What the socket
- * does not take is counted, and the count is logged as soon as it takes lines again. Where standard
- * error is not the journal's, lines go there instead. See
- * https://systemd.io/JOURNAL_NATIVE_PROTOCOL/.
+ * The keeper's log: standard error, which is the journal's under systemd. A journald that is
+ * stopped or overrun must not stop the keeper, so nothing here waits. What the journal does not
+ * take is counted, and the count is logged as soon as it takes lines again.
  */
 #pragma once
+
+#include <syslog.h>
 
 #include <string>
 
@@ -18,7 +18,7 @@ void log_line(int priority, std::string text);
    starts the keeper again, and ends what its programs have left. */
 [[noreturn]] void give_up(const std::string &reason);
 
-/* What GLib itself warns of goes the same way; its own writer may wait for the journal. */
+/* What GLib itself warns of goes the same way. */
 void log_for_glib();
 
 } // namespace keeper

@@ -7,31 +7,13 @@
 
 namespace keeper {
 
-namespace {
-
 constexpr const char *refused = DUSKVALE_KEEPER_BUS_NAME ".Error.Refused";
 /* Changes with every text of another keeper; who wants it reads it. */
 constexpr const char *not_announced = "LastHeard";
-
-/* GDBus lets in what the interface describes, so whatever is not named here is Prefer. */
-Input read_method(uint64_t call, const std::string &method, GVariant *arguments) {
-    if (method == "HandOver") {
-        return HandOverAsked{call};
-    }
-    if (method == "Fit") {
-        return FitAsked{call};
-    }
-    if (method == "Move") {
-        MoveAsked move{.call = call};
-        g_variant_get(arguments, "(u)", &move.target);
-        return move;
-    }
-    gboolean on = FALSE;
-    g_variant_get(arguments, "(b)", &on);
-    return PreferAsked{call, on != FALSE};
-}
-
-} // namespace
+static const std::map<std::string, Asked::What> methods = {{"Move", Asked::move},
+                                                           {"HandOver", Asked::hand_over},
+                                                           {"Fit", Asked::fit},
+                                                           {"Prefer", Asked::prefer}};
 
 Object::Object(GDBusConnection *bus_, Told told_) : bus(bus_), told(std::move(told_)) {
     g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(keeper_interface_xml, nullptr);
@@ -44,8 +26,16 @@ void Object::on_method(GDBusConnection *, const gchar *, const gchar *, const gc
                        const gchar *method, GVariant *arguments, GDBusMethodInvocation *invocation,
                        gpointer self) noexcept {
     auto *object = static_cast<Object *>(self);
-    object->asked.emplace(++object->calls, invocation);
-    object->told(read_method(object->calls, method, arguments));
+    Asked asked{.what = methods.at(method), .call = ++object->calls};
+    if (asked.what == Asked::move) {
+        g_variant_get(arguments, "(u)", &asked.target);
+    } else if (asked.what == Asked::prefer) {
+        gboolean on = FALSE;
+        g_variant_get(arguments, "(b)", &on);
+        asked.on = on != FALSE;
+    }
+    object->asked.emplace(asked.call, invocation);
+    object->told(asked);
 }
 
 void Object::answer(uint64_t call, bool ok, const std::string &text) {

@@ -15,7 +15,8 @@ namespace keeper {
 class Programs {
 public:
     /* `told` gets a WatchRan for each round. */
-    Programs(std::string directory, Duration limit, Told told);
+    Programs(std::string directory_, Duration limit_, Told told_)
+        : directory(std::move(directory_)), limit(limit_), told(std::move(told_)) {}
 
     /* Starts a round; not while one runs. */
     void run();
@@ -23,20 +24,17 @@ public:
 private:
     struct Child {
         Programs *owner;
-        std::string name;
+        WatchRan::Result result;
         int output; /* a file in memory: nobody needs to read along for the program to go on */
     };
-
     static void on_end(GPid process, gint wait_status, gpointer child) noexcept;
-    void report(Child &child, int wait_status);
     void end_round_if_over();
 
     std::string directory;
     Duration limit;
     Told told;
-    std::list<Child> children; /* those that still run */
-    WatchRan round;
-    bool round_runs = false;
+    std::list<Child> round;
+    size_t running = 0; /* of them */
 };
 
 } // namespace keeper

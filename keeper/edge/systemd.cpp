@@ -10,8 +10,6 @@
 
 namespace keeper {
 
-namespace {
-
 constexpr const char *systemd_name = "org.freedesktop.systemd1";
 constexpr const char *systemd_path = "/org/freedesktop/systemd1";
 constexpr const char *manager = "org.freedesktop.systemd1.Manager";
@@ -19,7 +17,7 @@ constexpr const char *service = "org.freedesktop.systemd1.Service";
 constexpr const char *properties = "org.freedesktop.DBus.Properties";
 
 /* The commands of ExecStopPost, each with its last run since the unit was started. */
-Phase read_stop_steps(GVariant *commands) {
+static Phase read_stop_steps(GVariant *commands) {
     Phase worst = Phase::none;
     GVariantIter iter;
     g_variant_iter_init(&iter, commands);
@@ -37,7 +35,7 @@ Phase read_stop_steps(GVariant *commands) {
     return worst;
 }
 
-UnitChanged read_unit(GVariant *reply) {
+static UnitChanged read_unit(GVariant *reply) {
     const client::Variant all(g_variant_get_child_value(reply, 0));
     UnitChanged read;
     gint32 code = 0, status = 0;
@@ -52,8 +50,6 @@ UnitChanged read_unit(GVariant *reply) {
     }
     return read;
 }
-
-} // namespace
 
 Unit::Unit(GDBusConnection *bus_, const char *name_, Told told_)
     : bus(bus_), name(name_), told(std::move(told_)) {

@@ -40,7 +40,7 @@ void Freeze::take(Turn &turn) {
     warning = "a join changed the freeze: mastership was " + was + ", and now " +
               (last.first != 0 ? known.frozen_text() : "it is not frozen") +
               "; to undo that: " + command;
-    turn.world.log(LOG_WARNING, "FREEZE: " + warning);
+    turn.warn("FREEZE: " + warning);
 }
 
 } // namespace keeper

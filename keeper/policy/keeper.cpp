@@ -64,7 +64,7 @@ static void learn(Turn &turn) {
     } else if (turn.get<DaemonAppeared>() != nullptr) {
         forget(known, true);
         turn.world.read_snapshot();
-    } else if (turn.get<HandOverAsked>() != nullptr) {
+    } else if (turn.asked(Asked::hand_over) != nullptr) {
         known.leaving = known.leaving || known.ready;
     }
     follow_daemon(turn);

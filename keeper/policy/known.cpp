@@ -46,6 +46,12 @@ NodeId Known::best_other() const {
     return best;
 }
 
+bool Known::some_other(const std::string &reason) const {
+    return std::ranges::any_of(peers, [&](const auto &entry) {
+        return entry.first != local && why_unfit(entry.first) == reason;
+    });
+}
+
 std::map<NodeId, std::string> Known::nodes() const {
     std::map<NodeId, std::string> all = corosync.nodes;
     for (const auto &[node, peer] : peers) {

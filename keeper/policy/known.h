@@ -91,6 +91,7 @@ struct Known {
     std::string why_unfit(NodeId node) const;
     /* The fit node that a hand-over goes to: one that the operator prefers, or else the first. */
     NodeId best_other() const;
+    bool some_other(const std::string &reason) const; /* has this reason against it */
     /* Those of the node list, with their names, and those whose keepers were heard. */
     std::map<NodeId, std::string> nodes() const;
     /* "node 2 (beta)", or "node 2" without a name in the node list. */
@@ -119,9 +120,17 @@ struct Turn {
     std::optional<Why> wanted = {}; /* a move that a policy wants; see Move */
     std::optional<Time> wake = {};  /* some policy waits for that time */
 
+    void info(const std::string &line) { world.log(LOG_INFO, line); }
+    void warn(const std::string &line) { world.log(LOG_WARNING, line); }
+    void error(const std::string &line) { world.log(LOG_ERR, line); }
     template <typename T>
     const T *get() const {
         return std::get_if<T>(&input);
+    }
+    /* The call of our bus object, if it is this one. */
+    const Asked *asked(Asked::What what) const {
+        const auto *call = get<Asked>();
+        return call != nullptr && call->what == what ? call : nullptr;
     }
     /* Whether `time` has come; if not, all policies are called again then. */
     bool due(Time time) {

@@ -2,8 +2,6 @@
 
 namespace keeper {
 
-namespace {
-
 constexpr Duration under_way_for{2'000};
 /* A request that is not back was refused by corosync. */
 constexpr Duration back_within{300};
@@ -18,48 +16,24 @@ constexpr Duration leave_within{1'800};
 /* Nodes that are stopped together hear of each other before one passes the role on. */
 constexpr Duration leave_after{200};
 
-std::string because(const Known &known, Why why, NodeId by) {
+static std::string because(const Known &known, Why why, NodeId by) {
     return why == Why::leaving ? "the daemon of " + known.name(by) + " is being stopped"
            : why == Why::unfit ? known.name(by) + " is not fit"
            : why == Why::again ? "its run steps have to run again"
                                : "an operator asked " + known.name(by) + " for it";
 }
 
-/* Why no node can take over; `busy`: one can in a moment. */
-std::string nobody_fit(const Known &known) {
-    std::string text = "no other node is fit";
-    for (const auto &[node, peer] : known.peers) {
-        const std::string reason = known.why_unfit(node);
-        if (node != known.local && reason == busy) {
-            return busy;
-        }
-        text += node != known.local ? "; " + known.name(node) + ": " + reason : "";
-    }
-    return text;
-}
-
 /* Why a move to `target` cannot be asked for; `busy`: not yet; empty: it can. */
-std::string objection(const Known &known, Why why, NodeId target) {
+static std::string objection(const Known &known, Why why, NodeId target) {
     return !known.ready                          ? "the daemon of this node does not run"
            : known.frozen()                      ? known.frozen_text()
            : known.moving && why == Why::leaving ? busy
            : known.moving ? "another move is under way, " + Move::describe(known, *known.moving)
-           : why == Why::again  ? ""
-           : target == NodeId() ? nobody_fit(known)
-                                : known.why_unfit(target);
+           : why == Why::again      ? ""
+           : target != NodeId()     ? known.why_unfit(target)
+           : known.some_other(busy) ? busy
+                                    : "no other node is fit";
 }
-
-/* Why this node does not take over; empty: it does. */
-std::string refusal(const Known &known, Why why) {
-    const std::string unfit = known.why_unfit(known.local);
-    return known.frozen()              ? known.frozen_text()
-           : known.current.members < 2 ? "it is alone in the group"
-           : why == Why::again         ? (known.master() ? "" : "it is not master any more")
-           : unfit == busy             ? ""
-                                       : unfit;
-}
-
-} // namespace
 
 std::string Move::describe(const Known &known, const Moving &moving) {
     return "to " + known.name(moving.target) + ": " + because(known, moving.why, moving.by);
@@ -94,7 +68,7 @@ void Move::follow(Turn &turn) {
 
 void Move::begin(Turn &turn) {
     const Known &known = turn.known;
-    if (const auto *stop = turn.get<HandOverAsked>()) {
+    if (const auto *stop = turn.asked(Asked::hand_over)) {
         if (asking && asking->why == Why::leaving) {
             turn.world.answer(stop->call, false, "the hand-over was asked for already");
             return;
@@ -103,7 +77,7 @@ void Move::begin(Turn &turn) {
             finish(turn, "the daemon of this node is being stopped");
         }
         asking = Asking{.why = Why::leaving, .since = known.now, .call = stop->call};
-    } else if (const auto *asked = turn.get<MoveAsked>()) {
+    } else if (const auto *asked = turn.asked(Asked::move)) {
         if (asking) {
             turn.world.answer(asked->call, false, "this node is asking for another move");
         } else if (asked->target != 0 && asked->target == known.current.master_node) {
@@ -146,8 +120,8 @@ std::optional<std::string> Move::prepare(Turn &turn) {
         asking->target = target;
         ++number;
         request(turn);
-        turn.world.log(LOG_INFO, "MOVE: asking " + known.name(target) +
-                                     " to take over: " + because(known, asking->why, known.local));
+        turn.info("MOVE: asking " + known.name(target) +
+                  " to take over: " + because(known, asking->why, known.local));
         return std::nullopt;
     }
     const bool waits = reason == busy && !turn.due(asking->since + idle_within);
@@ -206,17 +180,20 @@ void Move::finish(Turn &turn, const std::string &failure) {
 void Move::take_over(Turn &turn) {
     const Known &known = turn.known;
     const Moving &moving = *known.moving;
-    const std::string reason = refusal(known, moving.why);
+    const std::string unfit = known.why_unfit(known.local);
+    const std::string reason = moving.why != Why::again ? (unfit == busy ? "" : unfit)
+                               : known.master()         ? ""
+                                                        : "it is not master any more";
     taking = taking == Taking::no ? Taking::waiting : taking;
     if ((taking == Taking::waiting || taking == Taking::reading) && !reason.empty()) {
-        turn.world.log(LOG_WARNING, "MOVE: not taking over, although " +
-                                        because(known, moving.why, moving.by) + ": " + reason);
+        turn.warn("MOVE: not taking over, although " + because(known, moving.why, moving.by) +
+                  ": " + reason);
         taking = Taking::over;
     } else if (taking == Taking::waiting && !known.running() && turn.due(known.calm_at)) {
         turn.world.read_snapshot();
         taking = Taking::reading;
     } else if (taking == Taking::reading && turn.get<SnapshotRead>() != nullptr) {
-        turn.world.log(LOG_INFO, "MOVE: taking over: " + because(known, moving.why, moving.by));
+        turn.info("MOVE: taking over: " + because(known, moving.why, moving.by));
         turn.world.take_over();
         taking = Taking::called;
     }

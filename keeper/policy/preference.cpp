@@ -4,10 +4,10 @@ namespace keeper {
 
 void take_preference(Turn &turn) {
     Known &known = turn.known;
-    if (const auto *asked = turn.get<PreferAsked>()) {
+    if (const auto *asked = turn.asked(Asked::prefer)) {
         std::string text = asked->on ? "this node is the first choice of a hand-over"
                                      : "this node is not preferred any more";
-        turn.world.log(LOG_INFO, "PREFERENCE: " + text);
+        turn.info("PREFERENCE: " + text);
         known.stored.preferred = asked->on;
         turn.world.store(known.stored);
         if (!known.stay_off.empty() && known.ready) {

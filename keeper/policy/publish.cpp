@@ -7,28 +7,26 @@
 
 namespace keeper {
 
-namespace {
-
 /* By the values of their enumerations. */
 constexpr std::array phases{"unknown",      "none",     "running", "settled",    "failed",
                             "not-runnable", "stopping", "stopped", "stop-failed"};
 constexpr std::array quorums{"unknown", "yes", "no"};
 constexpr std::array levels{"ok", "warning", "critical", "unknown"};
 
-GVariant *text(const std::string &value) {
+static GVariant *text(const std::string &value) {
     return g_variant_new_string(duskvale_utf8(value.c_str()).c_str());
 }
 
-GVariant *flag(bool value) {
+static GVariant *flag(bool value) {
     return g_variant_new_boolean(gboolean{value});
 }
 
 /* In microseconds. */
-GVariant *time(Time value) {
+static GVariant *time(Time value) {
     return g_variant_new_uint64(static_cast<guint64>(std::chrono::microseconds(value).count()));
 }
 
-GVariant *node_status(const Known &known, NodeId node, const std::string &name) {
+static GVariant *node_status(const Known &known, NodeId node, const std::string &name) {
     const bool current = node == known.local || known.present(node);
     const Report report = current ? known.report(node) : Report();
     const std::string unfit = known.why_unfit(node);
@@ -60,8 +58,6 @@ GVariant *node_status(const Known &known, NodeId node, const std::string &name) 
     }
     return g_variant_dict_end(&dict);
 }
-
-} // namespace
 
 Properties publish(const Known &known, const Verdict &verdict, const std::string &freeze_changed) {
     const std::string quorum_off = QuorumGuard::why_off(known.config, known.corosync);

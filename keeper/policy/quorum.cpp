@@ -25,9 +25,8 @@ void QuorumGuard::take(Turn &turn) {
         return;
     }
     if (killed != process) {
-        turn.world.log(LOG_WARNING,
-                       "QUORUM: lost; ending the daemon (process " + std::to_string(process) +
-                           "), so that its unit runs the steps with stop and waits for quorum");
+        turn.warn("QUORUM: lost; ending the daemon (process " + std::to_string(process) +
+                  "), so that its unit runs the steps with stop and waits for quorum");
     }
     if (killed != process || turn.due(killed_at + again_after)) {
         killed = process;

@@ -43,10 +43,9 @@ void Stall::take(Turn &turn) {
                            known.corosync.device_sync + beyond_corosync;
     due_at = sent_at + pause;
     if (missing && turn.due(*missing_since + limit) && now < bus_at + held_up) {
-        turn.world.log(LOG_ERR, "STALL: no keep-alive of this node came back for " +
-                                    seconds(limit) +
-                                    ", the daemon or corosync hangs; ending the daemon (process " +
-                                    std::to_string(known.unit.main_pid) + ")");
+        turn.error("STALL: no keep-alive of this node came back for " + seconds(limit) +
+                   ", the daemon or corosync hangs; ending the daemon (process " +
+                   std::to_string(known.unit.main_pid) + ")");
         turn.world.kill_daemon(known.unit.main_pid);
         missing_since = now;
     } else if (missing) {

@@ -9,11 +9,10 @@ static void take_end(Turn &turn, const SequenceEnd &end) {
     const auto &unfit = turn.known.stored.unfit;
     const bool by_watch = unfit && unfit->by_watch;
     if (!end.failed.empty()) {
-        turn.world.log(LOG_ERR, "START: " + end.failed + ", this node is marked unfit");
+        turn.error("START: " + end.failed + ", this node is marked unfit");
         turn.mark(Unfit{by_watch, end.failed});
     } else if (end.known && unfit && !by_watch) {
-        turn.world.log(LOG_INFO,
-                       "START: all steps succeeded, this node is not marked unfit any more");
+        turn.info("START: all steps succeeded, this node is not marked unfit any more");
         turn.mark({});
     }
 }
@@ -27,7 +26,7 @@ static void clear(Turn &turn, uint64_t call) {
               : "this node was not marked unfit";
     const std::string next =
         known.master() ? "; to run its steps again: duskvalectl take-over" : "";
-    turn.world.log(LOG_INFO, "START: " + text);
+    turn.info("START: " + text);
     turn.mark({});
     turn.world.answer(call, true, text + next);
 }
@@ -44,7 +43,7 @@ static std::string why_stays(const Known &known) {
 
 void Start::take(Turn &turn) {
     const Known &known = turn.known;
-    if (const auto *asked = turn.get<FitAsked>()) {
+    if (const auto *asked = turn.asked(Asked::fit)) {
         clear(turn, asked->call);
     } else if (turn.end && turn.end->start) {
         take_end(turn, *turn.end);
@@ -56,7 +55,7 @@ void Start::take(Turn &turn) {
     }
     const std::string reason = why_stays(known);
     if (std::exchange(stays, reason) != reason && !reason.empty()) {
-        turn.world.log(LOG_ERR, "START: the role stays on this unfit node: " + reason);
+        turn.error("START: the role stays on this unfit node: " + reason);
     }
     if (!reason.empty() && !known.unfit_moves.empty()) {
         turn.due(known.unfit_moves.front() + unfit_moves_within);

@@ -51,7 +51,7 @@ void Stay::take(Turn &turn) {
     /* A join switches it off until the new member's keeper is heard: that is not worth a line. */
     if (off != logged && turn.due(off_since + settle_after)) {
         logged = off;
-        turn.world.log(LOG_INFO, off.empty() ? "STAY: at work" : "STAY: does nothing: " + off);
+        turn.info(off.empty() ? "STAY: at work" : "STAY: does nothing: " + off);
     }
     const NodeId master = known.current.master_node;
     if (!off.empty() || known.moving) {
@@ -59,14 +59,14 @@ void Stay::take(Turn &turn) {
     } else if (known.master()) {
         const std::string reason = why_write(turn);
         if (!reason.empty()) {
-            turn.world.log(LOG_INFO, "STAY: preferring this node: " + reason);
+            turn.info("STAY: preferring this node: " + reason);
             turn.prefer(true);
         }
     } else if (clearing && turn.get<SnapshotRead>() != nullptr) {
         clearing = false;
         if (known.current.preferred) {
-            turn.world.log(LOG_INFO, "STAY: not preferring this node any more: " +
-                                         known.name(master) + " is master and stays it");
+            turn.info("STAY: not preferring this node any more: " + known.name(master) +
+                      " is master and stays it");
             turn.prefer(false);
         }
     } else if (!clearing && master != 0 && known.current.preferred &&

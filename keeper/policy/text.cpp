@@ -7,12 +7,10 @@
 
 namespace keeper {
 
-namespace {
+static const std::string prefix = "duskvale-keeper 1";
 
-const std::string prefix = "duskvale-keeper 1";
-
-/* Calls `field` for each field, in the order in which they travel. */
-void each_field(Text &text, const auto &field) {
+/* Calls `field` for each field, in the order in which they travel: numbers and texts. */
+static void each_field(Text &text, const auto &field) {
     const auto all = [&](auto &...fields) { (field(fields), ...); };
     Report &report = text.report;
     all(text.from, text.boot, text.sequence, text.hello, text.target, text.why, text.number,
@@ -20,8 +18,6 @@ void each_field(Text &text, const auto &field) {
         report.steps.since, report.quorum, report.unfit, report.leaving, report.wanted,
         report.preferred, report.stay);
 }
-
-} // namespace
 
 std::string encode(Text text, Time now) {
     std::ostringstream out;
@@ -41,29 +37,23 @@ std::string encode(Text text, Time now) {
 }
 
 std::optional<Text> decode(const std::string &line, Time now) {
-    if (!line.starts_with(prefix)) {
-        return std::nullopt;
-    }
-    std::istringstream in(line.substr(prefix.size()));
     Text text;
-    each_field(text, [&in]<typename T>(T &value) {
-        int64_t number = 0;
+    bool good = line.starts_with(prefix);
+    std::istringstream in(good ? line.substr(prefix.size()) : "");
+    each_field(text, [&]<typename T>(T &value) {
         if constexpr (std::is_same_v<T, std::string>) {
             in >> std::quoted(value);
-        } else if constexpr (std::is_same_v<T, Time>) {
-            in >> number;
-            value = Time(number);
-        } else if constexpr (std::is_enum_v<T>) {
-            in >> number;
-            const bool known = number >= 0 && number <= static_cast<int64_t>(T::last);
-            in.setstate(known ? std::ios::goodbit : std::ios::failbit);
-            value = static_cast<T>(known ? number : 0);
         } else {
-            in >> value;
+            int64_t number = 0;
+            in >> number;
+            value = static_cast<T>(number);
+            if constexpr (std::is_enum_v<T>) {
+                good = good && value >= T() && value <= T::last;
+            }
         }
     });
     text.report.steps.since = now - text.report.steps.since;
-    return in ? std::optional(text) : std::nullopt;
+    return good && in ? std::optional(text) : std::nullopt;
 }
 
 } // namespace keeper

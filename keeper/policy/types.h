@@ -125,10 +125,6 @@ struct DaemonVanished {};
    the next reading succeeds. */
 using SnapshotRead = client::Snapshot;
 
-/* The answer to take_over(): false when the daemon refused, or could not be called. */
-struct TakeOverAnswered {
-    bool accepted = false;
-};
 /* The answer to ping_bus(), from the bus itself. */
 struct BusAnswered {};
 /* The answer to read_run_directory(): the *.run entries of the run directory, as paths. */
@@ -177,28 +173,19 @@ struct WatchRan {
     std::vector<Result> results; /* empty: there are no programs */
 };
 
-/* The methods of the keeper's own bus object; each `call` is answered once. */
-struct MoveAsked {
+/* A method of the keeper's own bus object; each `call` is answered once. */
+struct Asked {
+    enum What { move, hand_over, fit, prefer } what = move;
     uint64_t call = 0;
-    NodeId target = {}; /* 0: the keeper chooses */
-};
-struct HandOverAsked { /* the daemon is about to be stopped */
-    uint64_t call = 0;
-};
-struct FitAsked {
-    uint64_t call = 0;
-};
-struct PreferAsked {
-    uint64_t call = 0;
-    bool on = false;
+    NodeId target = {}; /* of a move; 0: the keeper chooses */
+    bool on = false;    /* prefer */
 };
 
 using Input =
     std::variant<Tick, DiskRead, DiskWritten, DaemonAppeared, DaemonVanished, SnapshotRead,
                  NewMaster, FrozenMaster, Joined, Left, KeepAlive, client::Text, client::Hotplug,
-                 StepBegin, StepEnd, StepsDone, TakeOverAnswered, BusAnswered, RunDirectoryRead,
-                 QuorumChanged, CorosyncRead, UnitChanged, WatchRan, MoveAsked, HandOverAsked,
-                 FitAsked, PreferAsked>;
+                 StepBegin, StepEnd, StepsDone, BusAnswered, RunDirectoryRead, QuorumChanged,
+                 CorosyncRead, UnitChanged, WatchRan, Asked>;
 
 /* ---- What can be done ---- */
 

@@ -2,8 +2,6 @@
 
 namespace keeper {
 
-namespace {
-
 using enum Level;
 
 /* The worst first. */
@@ -16,7 +14,7 @@ struct Causes {
 };
 
 /* Why nothing is to be expected of the node; empty: it takes part, as far as is known. */
-std::string why_gone(const Known &known, NodeId node) {
+static std::string why_gone(const Known &known, NodeId node) {
     const auto peer = known.peers.find(node);
     return std::ranges::find(known.quorum.ring, node) == known.quorum.ring.end() ? "is missing"
            : peer != known.peers.end() && !peer->second.member
@@ -25,7 +23,7 @@ std::string why_gone(const Known &known, NodeId node) {
 }
 
 /* Its steps must have succeeded. */
-void judge_master(Turn &turn, NodeId master, Causes &causes) {
+static void judge_master(Turn &turn, NodeId master, Causes &causes) {
     const Known &known = turn.known;
     const Report report = known.report(master);
     const bool heard = master == known.local || known.present(master);
@@ -58,7 +56,7 @@ void judge_master(Turn &turn, NodeId master, Causes &causes) {
 }
 
 /* It must be able to take over. */
-void judge_other(const Known &known, NodeId node, Causes &causes) {
+static void judge_other(const Known &known, NodeId node, Causes &causes) {
     const Steps steps = known.report(node).steps;
     const std::string name = known.name(node);
     const std::string gone = why_gone(known, node);
@@ -75,7 +73,7 @@ void judge_other(const Known &known, NodeId node, Causes &causes) {
 }
 
 /* Why this node's keeper cannot see the cluster; empty: it can. */
-std::string blind(const Known &known) {
+static std::string blind(const Known &known) {
     const bool guarded = QuorumGuard::why_off(known.config, known.corosync).empty();
     return !known.quorum.connected ? "corosync does not answer on this node"
            : !known.quorum.quorate && guarded
@@ -89,7 +87,7 @@ std::string blind(const Known &known) {
                                             : "";
 }
 
-void judge_cluster(Turn &turn, const std::string &freeze_changed, Causes &causes) {
+static void judge_cluster(Turn &turn, const std::string &freeze_changed, Causes &causes) {
     const Known &known = turn.known;
     const NodeId frozen = known.current.frozen_node;
     const bool alone = known.current.members < 2;
@@ -114,8 +112,6 @@ void judge_cluster(Turn &turn, const std::string &freeze_changed, Causes &causes
         causes.add(warning, freeze_changed);
     }
 }
-
-} // namespace
 
 Verdict judge(Turn &turn, const std::string &freeze_changed) {
     const Known &known = turn.known;

@@ -14,23 +14,20 @@ constexpr Duration look_every{10'000};
 void Watch::run_again(Turn &turn, const std::string &failure) {
     const Known &known = turn.known;
     if (again_at && known.now < *again_at + again_within) {
-        turn.world.log(LOG_ERR,
-                       "WATCH: failed again " + seconds(known.now - *again_at) +
-                           " after the steps ran again, this node is marked unfit: " + failure);
+        turn.error("WATCH: failed again " + seconds(known.now - *again_at) +
+                   " after the steps ran again, this node is marked unfit: " + failure);
         turn.mark(Unfit{true, failure});
         armed = false;
     } else if (known.frozen() || known.current.members < 2 ||
                (asked_at && known.now >= *asked_at + request_within)) {
-        turn.world.log(LOG_ERR, "WATCH: " + failure + "; ending the daemon (process " +
-                                    std::to_string(known.unit.main_pid) +
-                                    "), whose restart runs the steps again");
+        turn.error("WATCH: " + failure + "; ending the daemon (process " +
+                   std::to_string(known.unit.main_pid) + "), whose restart runs the steps again");
         turn.world.kill_daemon(known.unit.main_pid);
         asked_at.reset();
         again_at = known.now;
         armed = false;
     } else if (!asked_at) {
-        turn.world.log(LOG_ERR,
-                       "WATCH: " + failure + "; taking over again, which runs the steps again");
+        turn.error("WATCH: " + failure + "; taking over again, which runs the steps again");
         turn.wanted = Why::again;
         asked_at = known.now;
     }
@@ -46,13 +43,12 @@ void Watch::judge(Turn &turn, const WatchRan &round) {
     none = round.results.empty();
     const std::string news = failure.empty() ? not_run : failure;
     if (!news.empty() && news != logged) {
-        turn.world.log(LOG_WARNING,
-                       "WATCH: " + news +
-                           (failure.empty() ? " (it cannot be run, which counts for nothing)"
-                            : !armed ? " (the services were not seen to run yet: it does not count)"
-                                     : ""));
+        turn.warn("WATCH: " + news +
+                  (failure.empty() ? " (it cannot be run, which counts for nothing)"
+                   : !armed        ? " (the services were not seen to run yet: it does not count)"
+                                   : ""));
     } else if (news.empty() && !logged.empty()) {
-        turn.world.log(LOG_INFO, "WATCH: all programs succeed again");
+        turn.info("WATCH: all programs succeed again");
     }
     logged = news;
     if (failure.empty()) {
@@ -76,7 +72,7 @@ void Watch::take(Turn &turn) {
     if (turn.end && turn.end->start && turn.end->known && turn.end->failed.empty()) {
         armed = true;
     }
-    if (turn.get<FitAsked>() != nullptr) {
+    if (turn.asked(Asked::fit) != nullptr) {
         armed = true;
         again_at.reset();
     }

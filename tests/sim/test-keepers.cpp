@@ -96,8 +96,7 @@ public:
         end_daemon(key, ms);
     }
 
-    template <typename Asked>
-    void ask(uint32_t key, Asked asked) {
+    void ask(uint32_t key, keeper::Asked asked) {
         machines[key].answer.reset();
         if (machines[key].keeper) {
             give(key, asked);
@@ -105,7 +104,7 @@ public:
     }
 
     void systemctl_stop(uint32_t key, uint64_t down_for) {
-        ask(key, keeper::HandOverAsked{.call = 1});
+        ask(key, keeper::Asked{.what = keeper::Asked::hand_over, .call = 1});
         machines[key].stop = {now + 2000, down_for};
     }
 
@@ -171,7 +170,7 @@ private:
                     << "two moves at a time";
             }
             c.take_overs.emplace_back(c.now, key);
-            c.give(key, keeper::TakeOverAnswered{c.Cluster::take_over(key).accepted});
+            c.Cluster::take_over(key);
         }
         void write_preferred(bool on) override { c.prefer(key, on); }
         void read_snapshot() override {
@@ -373,7 +372,7 @@ private:
         };
         asked = 0;
         const auto move = [&](uint32_t by, NodeId to) {
-            c.ask(asked = by, keeper::MoveAsked{.call = 1, .target = to});
+            c.ask(asked = by, keeper::Asked{.call = 1, .target = to});
             expect = to;
         };
         const std::function<void()> acts[] = {
@@ -390,7 +389,7 @@ private:
             },
             [&] { c.machines[key].start_fails = !c.machines[key].start_fails; },
             [&] { c.machines[std::max(c.master(), 1U)].serves = false, expect = 0; },
-            [&] { c.ask(key, keeper::FitAsked{}), expect = 0; },
+            [&] { c.ask(key, keeper::Asked{.what = keeper::Asked::fit}), expect = 0; },
             [&] { refuse('T'); },
             [&] { refuse(0), expect = 0; },
             [&] { c.cut({{key}}); },
@@ -470,7 +469,7 @@ TEST(KeptService, DoesNotGoRoundForEver) {
             c.machines[key].start_fails = false;
             c.machines[key].dies_after = never;
         }
-        c.ask(master % 3 + 1, keeper::FitAsked{});
+        c.ask(master % 3 + 1, keeper::Asked{.what = keeper::Asked::fit});
         c.run(20'000);
         EXPECT_EQ(c.service(), std::to_string(master % 3 + 1) + " serves");
     }
