@@ -1,0 +1,245 @@
+"""The keepers on three nodes, with the virtual address: the role stays, moves and is given up as
+it must."""
+
+import signal
+import time
+
+import pytest
+from support import LIMIT_S, others, said, write
+
+from bench.holders import Watch, has_address, overlap
+from lab.examples import EXAMPLES, SERVICE, install, install_address
+from lab.paths import COROSYNC, DAEMON
+from lab.waiting import now
+
+KEEPER = "duskvale-keeper.service"
+WATCH = "90-virtual-address.watch"
+STATE = "/var/lib/duskvale-keeper/state"
+UNIT = "example.service"
+# token + consensus, and what the keeper may need beyond it.
+OBJECT = ("com.norvel.DuskvaleKeeper", "/com/norvel/DuskvaleKeeper", "com.norvel.DuskvaleKeeper")
+STALL_LIMIT_S = 1.0 + 1.2 + 2.0
+FAILS = "#!/bin/sh\n[ $1 = stop ] || exit 3\n"
+
+
+@pytest.fixture(name="_shared_kept", scope="module")
+def _shared_kept_lab(make_lab):
+    return make_lab(nodes=3, keepers=(1, 2, 3))
+
+
+@pytest.fixture
+def kept(_shared_kept):
+    """A lab whose keepers have done what they do after a start."""
+    _shared_kept.reset()
+    for node in _shared_kept.nodes:
+        install_address(node)
+    _shared_kept.start()
+    wait_settled(_shared_kept)
+    return _shared_kept
+
+
+def wait_settled(lab):
+    """The master, once it is preferred and nobody else is."""
+    def settled():
+        master = lab.node(lab.wait_master())
+        preferred = [node for node in lab.nodes if node.get("PreferredMaster")]
+        return master if preferred == [master] and has_address(master) else None
+
+    return lab.wait(settled, LIMIT_S, "the master is preferred")
+
+
+def wait_verdict(node, level, cause=""):
+    """Waits until the node's keeper says so, and that among the causes."""
+    ask = ["busctl", "get-property", *OBJECT, "Verdict", "Causes"]
+
+    def said_so():
+        text = node.run(ask, check=False).stdout
+        return f'"{level}"' in text and cause in text
+
+    node.lab.wait(said_so, LIMIT_S, f"{node} says {level}: {cause}", pause=0.1)
+
+
+def move(lab, target):
+    """Asked for on another node, whoever is master."""
+    said(others(lab, target.number)[-1], "move", target.name, "--wait")
+    assert lab.masters() == {node.number: target.id for node in lab.nodes}
+
+
+def masters_since(lab, since):
+    """The masters that were applied on any node since then."""
+    return {found.arguments[0] for node in lab.nodes for found in node.signals_since(since)
+            if found.name == "NotifyNewMaster"}
+
+
+def aborted(nodes, since):
+    return [end for node in nodes for end in node.exits(since) if end.status == signal.SIGABRT]
+
+
+def test_master_stays_when_slaves_restart(kept):
+    master = wait_settled(kept)
+    since = now()
+    for slave in others(kept, master.number) * 3:
+        slave.systemctl("restart", DAEMON)
+        assert kept.wait_master() == master.number
+    slave.reboot()
+    kept.wait_ring()
+    assert wait_settled(kept) == master
+    # A daemon that joins may name itself, until it has heard the others.
+    assert masters_since(kept, since) <= {master.id, slave.id}
+    assert not aborted(kept.nodes, since)
+
+
+def test_moves_hold(kept):
+    since = now()
+    for _ in range(2):
+        for target in kept.nodes:
+            move(kept, target)
+    slave = kept.node(1)
+    slave.systemctl("restart", DAEMON)  # At once: nothing has settled yet.
+    move(kept, kept.node(2))
+    assert wait_settled(kept) == kept.node(2)
+    assert not aborted(kept.nodes, since)
+
+
+def test_stop_of_the_master_hands_over(kept):
+    for _ in range(3):
+        master = wait_settled(kept)
+        since = now()
+        master.stop()
+        rest = others(kept, master.number)
+        [left] = {node.wait_signal("NotifyLeft", master.id, since=since).time for node in rest[:1]}
+        heir = kept.node(kept.wait_master(agreed_on=[node.number for node in rest]))
+        taken = heir.wait_signal("NotifyNewMaster", heir.id, since=since).time
+        assert taken < left, "it was elected after the stop"
+        master.start()
+        assert wait_settled(kept) == heir
+
+
+def test_all_stop_at_once_without_passing_the_role_around(kept):
+    wait_settled(kept)
+    since = now()
+    stops = [node.popen(["systemctl", "stop", DAEMON]) for node in kept.nodes]
+    assert [stop.wait(30) for stop in stops] == [0, 0, 0]
+    assert now() - since < 6
+    assert not kept.node(1).log or len(masters_since(kept, since)) <= 1
+
+
+def test_cut_master_gives_the_address_up(kept):
+    master = wait_settled(kept)
+    rest = others(kept, master.number)
+    with Watch(kept.nodes) as watch:
+        wall, since = time.time(), now()
+        master.cut()
+        heir = kept.node(kept.wait_master(agreed_on=[node.number for node in rest]))
+        kept.wait(lambda: has_address(heir) and not has_address(master), LIMIT_S, "it has moved")
+        wait_verdict(master, "critical", "corosync-quorumtool -e")
+        wait_verdict(heir, "warning", "is missing")
+        kept.heal()
+        kept.wait_ring()
+        assert wait_settled(kept) == heir
+        twice, holders = overlap([master.number], watch.changes(), wall, time.time())
+    assert twice == 0 and holders == {heir.number}
+    assert not aborted(rest, since)
+    wait_verdict(master, "ok", f"({heir}) is master")
+
+
+def test_watch_starts_a_service_again(kept):
+    master = wait_settled(kept)
+    for node in kept.nodes:
+        write(node, f"/run/systemd/system/{UNIT}", "[Service]\nExecStart=/bin/sleep infinity\n")
+        install(node, SERVICE, f'UNITS="{UNIT}"\n')
+        program = "watch.d/50-service.watch"
+        node.write_watch("50-service.watch", node.file(f"{EXAMPLES}/{program}").read_text())
+        node.systemctl("daemon-reload")
+    move(kept, master := others(kept, master.number)[0])
+    kept.wait(lambda: master.is_active(UNIT), LIMIT_S, "the service runs")
+    assert wait_settled(kept) == master
+    since = now()
+    master.kill(unit=UNIT)
+    master.wait_log("WATCH: .*is (inactive|failed)", limit=5.0 + 1.0, since=since, unit=KEEPER)
+    kept.wait(lambda: master.is_active(UNIT), LIMIT_S, "the service runs again")
+    assert wait_settled(kept) == master
+    # Again within ten minutes: it cannot be relied on, and another node serves.
+    master.kill(unit=UNIT)
+    heir = kept.wait(lambda: next((node for node in kept.nodes if node.is_active(UNIT)), None),
+                     LIMIT_S, "another node serves")
+    assert heir != master and wait_settled(kept) == heir
+    wait_verdict(heir, "warning", "could not take over")
+    said(master, "fit")
+    wait_verdict(heir, "ok")
+    for node in kept.nodes:
+        node.systemctl("stop", UNIT)
+
+
+def test_failed_start_moves_the_role_once(kept):
+    first = wait_settled(kept)
+    second, third = others(kept, first.number)
+    second.write_step("50-fails.run", FAILS)
+    said(first, "move", second.name)
+    heir = kept.wait(lambda: next((node for node in (first, third) if has_address(node)), None),
+                     LIMIT_S, "a fit node serves")
+    assert wait_settled(kept) == heir
+    wait_verdict(heir, "warning", "50-fails.run failed with status 3")
+    # Nobody can serve: the role rests, and everybody says so.
+    for node in (first, third):
+        node.write_step("50-fails.run", FAILS)
+    heir.systemctl("restart", DAEMON)
+    kept.wait(lambda: all("unfit=start" in node.file(STATE).read_text() for node in kept.nodes),
+              LIMIT_S, "all have tried")
+    kept.wait_master()
+    for node in kept.nodes:
+        wait_verdict(node, "critical", "duskvalectl fit")
+    tired = now()
+    time.sleep(6)  # A request that was refused would be made again after 5 s.
+    assert not masters_since(kept, tired)
+    for node in kept.nodes:
+        node.file("/usr/share/duskvale/run.d/50-fails.run").unlink()
+        said(node, "fit")
+    said(kept.node(kept.wait_master()), "take-over", "--wait")
+    wait_verdict(first, "ok")
+
+
+@pytest.mark.parametrize("unit", [DAEMON, COROSYNC])
+def test_stalled_master_stops_its_steps(kept, unit):
+    master = wait_settled(kept)
+    rest = others(kept, master.number)
+    since = now()
+    master.pause(unit)
+    assert master.wait_exit(since).status == signal.SIGKILL
+    kept.wait(lambda: not has_address(master), 5.0, "its address is gone")
+    assert now() - since < STALL_LIMIT_S + 1.0  # Of which a second is for this machine.
+    kept.wait(lambda: any(map(has_address, rest)), LIMIT_S, "another node serves")
+    if unit == COROSYNC:
+        master.resume(COROSYNC)
+    kept.wait_ring()
+    heir = wait_settled(kept)
+    assert heir in rest
+    assert [node for node in kept.nodes if has_address(node)] == [heir]
+    assert not aborted(rest, since)
+
+
+def test_keeper_may_hang_or_be_killed(kept):
+    master = wait_settled(kept)
+    since = now()
+    for node in kept.nodes:
+        node.kill(unit=KEEPER)
+    kept.wait(lambda: all(node.is_active(KEEPER) for node in kept.nodes), LIMIT_S, "they are back")
+    assert wait_settled(kept) == master
+    master.pause(KEEPER)
+    begun = now()
+    master.stop()
+    assert now() - begun < 2.0 + 1.0
+    master.resume(KEEPER)
+    master.start()
+    wait_settled(kept)
+    assert not aborted(kept.nodes, since)
+    # A node without a keeper takes part; stay says that it does nothing.
+    first, second, _ = kept.nodes
+    first.systemctl("stop", KEEPER)
+    stay = ["busctl", "get-property", *OBJECT, "Stay"]
+    kept.wait(lambda: "2 of 3 members" in second.run(stay).stdout, 15.0 + LIMIT_S, "stay is off")
+    first.stop()
+    first.start()
+    kept.wait_master()
+    first.systemctl("start", KEEPER)
+    wait_settled(kept)
