@@ -27,19 +27,14 @@ static gboolean on_limit(gpointer) noexcept {
 }
 
 void hold_for_quorum(const Config &config) {
-    CorosyncRead corosync;
     bool waiting = false;
     g_timeout_add_seconds(limit_s, on_limit, nullptr);
     follow_corosync([&](const Input &input) {
-        if (const auto *read = std::get_if<CorosyncRead>(&input)) {
-            corosync = *read;
-            return;
-        }
-        const auto quorum = std::get<QuorumChanged>(input);
+        const auto corosync = std::get<Corosync>(input);
         const std::string off = QuorumGuard::why_off(config, corosync);
-        if (!quorum.connected) {
+        if (!corosync.connected) {
             end(EXIT_SUCCESS, LOG_WARNING, "corosync cannot be asked, the daemon starts");
-        } else if (!off.empty() || quorum.quorate) {
+        } else if (!off.empty() || corosync.quorate) {
             end(EXIT_SUCCESS, LOG_INFO,
                 "the daemon starts: " + (off.empty() ? "it is there" : "not waiting, " + off));
         } else if (!std::exchange(waiting, true)) {

@@ -14,3 +14,5 @@
 
 /* The unit whose main process is the daemon. */
 #define DUSKVALE_DAEMON_UNIT "duskvale-corosync-bridge.service"
+/* The same as systemd writes it in the path of its object. */
+#define DUSKVALE_DAEMON_UNIT_ON_BUS "duskvale_2dcorosync_2dbridge_2eservice"

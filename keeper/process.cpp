@@ -40,11 +40,12 @@ gboolean on_watchdog(gpointer) noexcept {
 class Process : public World {
 public:
     Process(const Config &config, GDBusConnection *bus_)
-        : bus(bus_), machine(config, *this), daemon(bus, told), pulse(told),
-          unit(bus, DUSKVALE_DAEMON_UNIT, told), object(bus, told),
+        : bus(bus_), machine(config, *this), pulse(told), object(bus, told),
           disk(DUSKVALE_KEEPER_STATE_FILE, told),
           programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, told) {
         take(disk.read());
+        follow_daemon(bus, told);
+        follow_unit(bus, told);
         follow_corosync(told);
     }
 
@@ -52,23 +53,25 @@ private:
     void take(const Input &input);
     static gboolean on_alarm(gpointer self) noexcept;
 
-    void send_text(const std::string &text) override { daemon.send(client::send_message(text)); }
+    void send_text(const std::string &text) override {
+        call_daemon(bus, client::send_message(text));
+    }
     void send_keep_alive() override { pulse.send(); }
     void ping_bus() override {
         call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
              {"org.freedesktop.DBus.Peer", "Ping", nullptr},
              [this](const Reply &) { take(BusAnswered{}); });
     }
-    void take_over() override { daemon.send(client::take_over()); }
-    void write_preferred(bool on) override { daemon.send(client::set_preferred(on)); }
-    void read_snapshot() override { daemon.read_snapshot(); }
+    void take_over() override { call_daemon(bus, client::take_over()); }
+    void write_preferred(bool on) override { call_daemon(bus, client::set_preferred(on)); }
+    void read_snapshot() override { read_daemon(bus, told); }
     void read_run_directory() override {
         call_on_main_loop([this, read = list_steps()] { take(read); });
     }
     void run_watch_programs() override { programs.run(); }
-    void kill_daemon(uint32_t main_pid) override { unit.kill(main_pid); }
+    void kill_daemon() override { kill_unit(bus); }
     void store(const Stored &stored) override { disk.write(stored); }
-    void answer(uint64_t call, bool ok, const std::string &text) override {
+    void answer(void *call, bool ok, const std::string &text) override {
         object.answer(call, ok, text);
     }
     void log(int priority, const std::string &text) override { log_line(priority, text); }
@@ -76,9 +79,7 @@ private:
     GDBusConnection *bus;
     Keeper machine;
     Told told = [this](const Input &input) { take(input); };
-    Daemon daemon;
     Pulse pulse;
-    Unit unit;
     Object object;
     Disk disk;
     Programs programs;

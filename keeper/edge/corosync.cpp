@@ -30,8 +30,7 @@ std::string text(cmap_handle_t cmap, const std::string &key) {
     return cmap_get_string(cmap, key.c_str(), &value) == CS_OK ? value : "";
 }
 
-CorosyncRead read_keys(cmap_handle_t cmap) {
-    CorosyncRead read;
+void read_keys(cmap_handle_t cmap, Corosync &read) {
     unsigned votes = 0;
     const auto node = [](unsigned position, const char *key) {
         return "nodelist.node." + std::to_string(position) + "." + key;
@@ -53,18 +52,14 @@ CorosyncRead read_keys(cmap_handle_t cmap) {
     }
     read.token = Duration(number(cmap, "runtime.config.totem.token", 1000));
     read.consensus = Duration(number(cmap, "runtime.config.totem.consensus", 1200));
-    return read;
 }
 
 /* One connection to both services. */
 struct Session {
     cmap_handle_t cmap = 0;
     quorum_handle_t quorum = 0;
-    std::optional<QuorumChanged> heard;
+    Corosync heard = {}; /* without the keys */
 
-    Session() = default;
-    Session(const Session &) = delete;
-    Session &operator=(const Session &) = delete;
     ~Session() {
         quorum_finalize(quorum);
         cmap_finalize(cmap);
@@ -76,7 +71,8 @@ void on_quorum(quorum_handle_t handle, uint32_t quorate, uint64_t, uint32_t coun
     const void *context = nullptr;
     quorum_context_get(handle, &context);
     auto *session = static_cast<Session *>(const_cast<void *>(context));
-    session->heard = QuorumChanged{true, quorate != 0, {members, members + count}};
+    session->heard = {
+        .connected = true, .quorate = quorate != 0, .ring = {members, members + count}};
 }
 
 bool open(Session &session) {
@@ -96,44 +92,40 @@ bool wait(const Session &session) {
     return watched.revents == 0 || quorum_dispatch(session.quorum, CS_DISPATCH_ALL) == CS_OK;
 }
 
-/* Reports what is not what was reported last. */
-template <typename T>
-void report(const Told &told, std::optional<T> &last, const std::optional<T> &news) {
+void report(const Told &told, Corosync &last, const Corosync &news) {
     if (last != news) {
         last = news;
-        call_on_main_loop([told, news] { told(*news); });
+        call_on_main_loop([told, news] { told(news); });
     }
 }
 
-/* Returns when the connection is lost; false when there was none. */
-bool follow(const Told &told) {
+/* Returns when the connection is lost, or there is none. */
+void follow(const Told &told, Corosync &last) {
     Session session;
-    std::optional<CorosyncRead> read;
-    std::optional<QuorumChanged> reported;
     if (!open(session)) {
-        return false;
+        return;
     }
     do {
+        Corosync news = session.heard;
         /* While corosync reads its configuration again, the keys are neither the old nor the new
          * ones. */
-        if (!flag(session.cmap, "config.reload_in_progress")) {
-            report(told, read, std::optional(read_keys(session.cmap)));
+        if (news.connected && !flag(session.cmap, "config.reload_in_progress")) {
+            read_keys(session.cmap, news);
+            report(told, last, news);
         }
-        report(told, reported, session.heard);
     } while (wait(session));
-    return true;
 }
 
 } // namespace
 
 void follow_corosync(const Told &told) {
     std::thread([told] {
-        for (bool was_connected = true;; std::this_thread::sleep_for(retry_pause)) {
-            const bool connected = follow(told);
-            if (connected || was_connected) {
-                call_on_main_loop([told] { told(QuorumChanged{}); });
-            }
-            was_connected = connected;
+        Corosync last{.connected = true}; /* so that the first failure is reported */
+        for (;; std::this_thread::sleep_for(retry_pause)) {
+            follow(told, last);
+            Corosync lost = last;
+            lost.connected = false;
+            report(told, last, lost);
         }
     }).detach();
 }

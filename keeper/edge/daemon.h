@@ -5,21 +5,14 @@
 
 namespace keeper {
 
-class Daemon {
-public:
-    /* `told` gets DaemonAppeared and DaemonVanished, and what the daemon announces, but for
-       keep-alives (see pulse.h) and devices. */
-    Daemon(GDBusConnection *bus, Told told);
+/* `told` gets DaemonAppeared or DaemonVanished at once, and then on each change; and what the
+   daemon announces, but for keep-alives (see pulse.h) and devices. */
+void follow_daemon(GDBusConnection *bus, Told &told);
 
-    /* Leads to a SnapshotRead; but a state that cannot be read is only logged. */
-    void read_snapshot();
-    /* Any other call. A refusal is logged. */
-    void send(const client::Call &asked) const;
+/* Leads to a SnapshotRead; but a state that cannot be read is only logged. */
+void read_daemon(GDBusConnection *bus, Told &told);
 
-private:
-    GDBusConnection *bus;
-    Told told;
-    bool name_was_seen = false; /* with an owner or without one */
-};
+/* Any other call. A refusal is logged. */
+void call_daemon(GDBusConnection *bus, const client::Call &asked);
 
 } // namespace keeper

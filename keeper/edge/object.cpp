@@ -26,7 +26,7 @@ void Object::on_method(GDBusConnection *, const gchar *, const gchar *, const gc
                        const gchar *method, GVariant *arguments, GDBusMethodInvocation *invocation,
                        gpointer self) noexcept {
     auto *object = static_cast<Object *>(self);
-    Asked asked{.what = methods.at(method), .call = ++object->calls};
+    Asked asked{.what = methods.at(method), .call = invocation};
     if (asked.what == Asked::move) {
         g_variant_get(arguments, "(u)", &asked.target);
     } else if (asked.what == Asked::prefer) {
@@ -34,17 +34,16 @@ void Object::on_method(GDBusConnection *, const gchar *, const gchar *, const gc
         g_variant_get(arguments, "(b)", &on);
         asked.on = on != FALSE;
     }
-    object->asked.emplace(asked.call, invocation);
     object->told(asked);
 }
 
-void Object::answer(uint64_t call, bool ok, const std::string &text) {
-    const auto found = asked.extract(call);
+void Object::answer(void *call, bool ok, const std::string &text) {
+    auto *invocation = static_cast<GDBusMethodInvocation *>(call);
     const std::string said = duskvale_utf8(text.c_str());
     if (ok) {
-        g_dbus_method_invocation_return_value(found.mapped(), g_variant_new("(s)", said.c_str()));
+        g_dbus_method_invocation_return_value(invocation, g_variant_new("(s)", said.c_str()));
     } else {
-        g_dbus_method_invocation_return_dbus_error(found.mapped(), refused, said.c_str());
+        g_dbus_method_invocation_return_dbus_error(invocation, refused, said.c_str());
     }
 }
 

@@ -18,7 +18,8 @@ public:
     /* All properties by name, as they are now. */
     using Properties = std::map<std::string, client::Variant>;
     void publish(Properties news);
-    void answer(uint64_t call, bool ok, const std::string &text);
+    /* Each call once. */
+    static void answer(void *call, bool ok, const std::string &text);
 
 private:
     static void on_method(GDBusConnection *, const gchar *, const gchar *, const gchar *,
@@ -30,8 +31,6 @@ private:
     GDBusConnection *bus;
     Told told;
     Properties properties;
-    std::map<uint64_t, GDBusMethodInvocation *> asked; /* not answered; an answer releases it */
-    uint64_t calls = 0;
 };
 
 } // namespace keeper

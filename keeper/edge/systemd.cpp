@@ -1,17 +1,15 @@
 #include "keeper/edge/systemd.h"
 
 #include "keeper/edge/log.h"
-
-#include <syslog.h>
-#include <systemd/sd-bus.h>
+#include "keeper/paths.h"
 
 #include <csignal>
-#include <cstdlib>
 
 namespace keeper {
 
-constexpr const char *systemd_name = "org.freedesktop.systemd1";
-constexpr const char *systemd_path = "/org/freedesktop/systemd1";
+constexpr const char *systemd = "org.freedesktop.systemd1";
+constexpr const char *manager_path = "/org/freedesktop/systemd1";
+constexpr const char *unit_path = "/org/freedesktop/systemd1/unit/" DUSKVALE_DAEMON_UNIT_ON_BUS;
 constexpr const char *manager = "org.freedesktop.systemd1.Manager";
 constexpr const char *service = "org.freedesktop.systemd1.Service";
 constexpr const char *properties = "org.freedesktop.DBus.Properties";
@@ -51,43 +49,35 @@ static UnitChanged read_unit(GVariant *reply) {
     return read;
 }
 
-Unit::Unit(GDBusConnection *bus_, const char *name_, Told told_)
-    : bus(bus_), name(name_), told(std::move(told_)) {
-    char *encoded = nullptr;
-    sd_bus_path_encode("/org/freedesktop/systemd1/unit", name, &encoded);
-    path = encoded;
-    free(encoded);
-    /* The signal lacks what ExecStopPost has become, so all is read again. */
-    const auto on_changed = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                               const gchar *, GVariant *,
-                               gpointer self) noexcept { static_cast<Unit *>(self)->read(); };
-    g_dbus_connection_signal_subscribe(bus, systemd_name, properties, "PropertiesChanged",
-                                       path.c_str(), service, G_DBUS_SIGNAL_FLAGS_NONE, on_changed,
-                                       this, nullptr);
-    /* Until somebody asks, systemd announces nothing. */
-    call(bus, systemd_name, systemd_path, {manager, "Subscribe", nullptr});
-    read();
-}
-
-void Unit::read() {
-    call(bus, systemd_name, path.c_str(),
+/* The signal of a change lacks what ExecStopPost has become, so all is read each time. */
+static void read(GDBusConnection *bus, Told &told) {
+    call(bus, systemd, unit_path,
          {properties, "GetAll", client::owned(g_variant_new("(s)", service))},
-         [this](const Reply &reply) {
-             if (reply.arguments == nullptr) {
-                 log_line(LOG_ERR, "systemd says nothing of the daemon's unit: " + reply.error);
-             } else if (const UnitChanged read = read_unit(reply.arguments); last != read) {
-                 last = read;
-                 told(read);
-             }
+         [&told](const Reply &reply) {
+             reply.arguments != nullptr
+                 ? told(read_unit(reply.arguments))
+                 : log_line(LOG_ERR, "systemd says nothing of the daemon's unit: " + reply.error);
          });
 }
 
-void Unit::kill(uint32_t main_pid) {
-    if (!last || last->main_pid != main_pid) {
-        return;
-    }
-    call(bus, systemd_name, systemd_path,
-         {manager, "KillUnit", client::owned(g_variant_new("(ssi)", name, "main", SIGKILL))},
+static void on_changed(GDBusConnection *bus, const gchar *, const gchar *, const gchar *,
+                       const gchar *, GVariant *, gpointer told) noexcept {
+    read(bus, *static_cast<Told *>(told));
+}
+
+void follow_unit(GDBusConnection *bus, Told &told) {
+    g_dbus_connection_signal_subscribe(bus, systemd, properties, "PropertiesChanged", unit_path,
+                                       service, G_DBUS_SIGNAL_FLAGS_NONE, on_changed, &told,
+                                       nullptr);
+    /* Until somebody asks, systemd announces nothing. */
+    call(bus, systemd, manager_path, {manager, "Subscribe", nullptr});
+    read(bus, told);
+}
+
+void kill_unit(GDBusConnection *bus) {
+    call(bus, systemd, manager_path,
+         {manager, "KillUnit",
+          client::owned(g_variant_new("(ssi)", DUSKVALE_DAEMON_UNIT, "main", SIGKILL))},
          [](const Reply &reply) {
              if (reply.arguments == nullptr) {
                  log_line(LOG_ERR, "systemd does not end the daemon: " + reply.error);

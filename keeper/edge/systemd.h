@@ -5,22 +5,10 @@
 
 namespace keeper {
 
-class Unit {
-public:
-    /* `told` gets an UnitChanged for the state now and for each change. */
-    Unit(GDBusConnection *bus, const char *name, Told told);
+/* `told` gets an UnitChanged for the state now and after each change. */
+void follow_unit(GDBusConnection *bus, Told &told);
 
-    /* SIGKILL to the main process if that is still `main_pid`. A refusal is logged. */
-    void kill(uint32_t main_pid);
-
-private:
-    void read();
-
-    GDBusConnection *bus;
-    const char *name;
-    std::string path;
-    Told told;
-    std::optional<UnitChanged> last;
-};
+/* SIGKILL to the unit's main process. A refusal is logged. */
+void kill_unit(GDBusConnection *bus);
 
 } // namespace keeper

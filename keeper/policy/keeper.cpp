@@ -51,9 +51,7 @@ static void learn(Turn &turn) {
         known.disk_problem = read->problem;
     } else if (const auto *written = turn.get<DiskWritten>()) {
         known.disk_problem = written->problem;
-    } else if (const auto *quorum = turn.get<QuorumChanged>()) {
-        known.quorum = *quorum;
-    } else if (const auto *corosync = turn.get<CorosyncRead>()) {
+    } else if (const auto *corosync = turn.get<Corosync>()) {
         known.corosync = *corosync;
         known.local = corosync->local != 0 ? corosync->local : known.local;
     } else if (const auto *unit = turn.get<UnitChanged>()) {
@@ -76,6 +74,7 @@ void Keeper::handle(const Input &input, Time now) {
     learn(turn);
     view.receive(turn);
     runner.take(turn);
+    known.looked = known.looked || turn.get<DaemonAppeared>() || turn.get<DaemonVanished>();
     Move::follow(turn);
     known.stay_off = Stay::why_off(known);
 

@@ -10,9 +10,9 @@ Report Known::report(NodeId node) const {
     return {.master = current.master_node,
             .frozen = current.frozen_node,
             .steps = daemon ? steps : Steps{.phase = unit.stop_steps},
-            .quorum = !quorum.connected ? Quorum::unknown
-                      : quorum.quorate  ? Quorum::yes
-                                        : Quorum::no,
+            .quorum = !corosync.connected ? Quorum::unknown
+                      : corosync.quorate  ? Quorum::yes
+                                          : Quorum::no,
             .unfit = stored.unfit ? stored.unfit->reason : "",
             .leaving = leaving,
             .wanted = stored.preferred.value_or(false),

@@ -34,14 +34,6 @@ struct Peer {
     std::string move;      /* the last one that it asked for; so a repeated request is known */
 };
 
-/* A move, and who asked for it. */
-struct Moving {
-    NodeId by = {};
-    NodeId target = {};
-    Why why = Why::asked;
-    Time since{};
-};
-
 /* A sequence of run steps is over; one that waited for it has begun. */
 struct SequenceEnd {
     bool start = false; /* the steps ran with "start" */
@@ -56,10 +48,10 @@ struct Known {
     Stored stored;
     std::string disk_problem; /* why the disk could not be read or written; empty: it could */
 
-    QuorumChanged quorum;
-    CorosyncRead corosync;
+    Corosync corosync;
     UnitChanged unit;
 
+    bool looked = false;      /* for the daemon, since the keeper started */
     bool daemon = false;      /* it is on the bus */
     bool ready = false;       /* and was read; `current` follows its signals from then on */
     client::Snapshot current; /* empty until then */
@@ -67,7 +59,8 @@ struct Known {
     bool leaving = false;     /* the daemon is about to be stopped */
 
     std::map<NodeId, Peer> peers;
-    std::optional<Moving> moving; /* the same on all nodes, since texts arrive in one order */
+    std::optional<Text> moving; /* the request; the same on all nodes: texts have one order */
+    Time moving_since{};
     std::deque<Time> unfit_moves; /* away from nodes that could not serve, of late */
     std::string stay_off;         /* why stay does nothing; empty: it is at work */
 
@@ -115,7 +108,7 @@ struct Turn {
     std::optional<Text> text = {};       /* a keeper's, perhaps our own come back */
     Report before = {};                  /* what its sender had said until then */
     std::optional<SequenceEnd> end = {}; /* the run steps of this node are done */
-    std::optional<Moving> moved = {};    /* a move ended with this input, by whatever came of it */
+    std::optional<Text> moved = {};      /* a move ended with this input, by whatever came of it */
 
     std::optional<Why> wanted = {}; /* a move that a policy wants; see Move */
     std::optional<Time> wake = {};  /* some policy waits for that time */

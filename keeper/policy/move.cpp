@@ -35,14 +35,14 @@ static std::string objection(const Known &known, Why why, NodeId target) {
                                     : "no other node is fit";
 }
 
-std::string Move::describe(const Known &known, const Moving &moving) {
-    return "to " + known.name(moving.target) + ": " + because(known, moving.why, moving.by);
+std::string Move::describe(const Known &known, const Text &request) {
+    return "to " + known.name(request.target) + ": " + because(known, request.why, request.from);
 }
 
 void Move::follow(Turn &turn) {
     Known &known = turn.known;
     if (known.moving && (turn.get<NewMaster>() != nullptr || !known.ready ||
-                         turn.due(known.moving->since + under_way_for))) {
+                         turn.due(known.moving_since + under_way_for))) {
         turn.moved = std::exchange(known.moving, std::nullopt);
     }
     std::erase_if(known.unfit_moves,
@@ -58,7 +58,8 @@ void Move::follow(Turn &turn) {
     /* Whether the target is being stopped all nodes have heard in the same order. */
     const auto target = known.peers.find(text.target);
     if (target == known.peers.end() || !target->second.report.leaving) {
-        known.moving = Moving{text.from, text.target, text.why, known.now};
+        known.moving = text;
+        known.moving_since = known.now;
         turn.due(known.now + under_way_for);
     }
     if (text.why == Why::unfit) {
@@ -132,7 +133,7 @@ std::optional<std::string> Move::outcome(Turn &turn) {
     const Known &known = turn.known;
     const auto &text = turn.text;
     if (!asking->accepted && text && text->from == known.local && text->number == number) {
-        if (!known.moving || known.moving->by != known.local) {
+        if (!known.moving || known.moving->from != known.local) {
             return known.moving ? "another move is under way, " + describe(known, *known.moving)
                                 : "its daemon is being stopped";
         }
@@ -171,7 +172,7 @@ void Move::finish(Turn &turn, const std::string &failure) {
     const std::string name = node != 0 ? turn.known.name(node) : "another node";
     const std::string text = ok ? name + " is master" : "not moved to " + name + ": " + failure;
     turn.world.log(ok ? LOG_INFO : LOG_WARNING, "MOVE: " + text);
-    if (asked.call != 0) {
+    if (asked.call != nullptr) {
         turn.world.answer(asked.call, ok, text);
     }
 }
@@ -179,21 +180,21 @@ void Move::finish(Turn &turn, const std::string &failure) {
 /* This node is the target of the move under way. */
 void Move::take_over(Turn &turn) {
     const Known &known = turn.known;
-    const Moving &moving = *known.moving;
+    const Text &moving = *known.moving;
     const std::string unfit = known.why_unfit(known.local);
     const std::string reason = moving.why != Why::again ? (unfit == busy ? "" : unfit)
                                : known.master()         ? ""
                                                         : "it is not master any more";
     taking = taking == Taking::no ? Taking::waiting : taking;
     if ((taking == Taking::waiting || taking == Taking::reading) && !reason.empty()) {
-        turn.warn("MOVE: not taking over, although " + because(known, moving.why, moving.by) +
+        turn.warn("MOVE: not taking over, although " + because(known, moving.why, moving.from) +
                   ": " + reason);
         taking = Taking::over;
     } else if (taking == Taking::waiting && !known.running() && turn.due(known.calm_at)) {
         turn.world.read_snapshot();
         taking = Taking::reading;
     } else if (taking == Taking::reading && turn.get<SnapshotRead>() != nullptr) {
-        turn.info("MOVE: taking over: " + because(known, moving.why, moving.by));
+        turn.info("MOVE: taking over: " + because(known, moving.why, moving.from));
         turn.world.take_over();
         taking = Taking::called;
     }

@@ -60,7 +60,7 @@ struct Runner {
 struct QuorumGuard {
     void take(Turn &turn);
     /* Why nothing is done about a lost quorum; empty: the node's services are stopped. */
-    static std::string why_off(const Config &config, const CorosyncRead &corosync);
+    static std::string why_off(const Config &config, const Corosync &corosync);
 
     uint32_t killed = 0; /* this process */
     Time killed_at{};
@@ -156,14 +156,14 @@ struct Move {
     static void follow(Turn &turn);
     void take(Turn &turn);
     /* "to node 2 (beta): an operator asked node 1 (alpha) for it" */
-    static std::string describe(const Known &known, const Moving &moving);
+    static std::string describe(const Known &known, const Text &request);
 
     /* A move that this node asks for; with Why::leaving the stop of its daemon waits for it. */
     struct Asking {
         Why why = Why::asked;
         NodeId target = {}; /* 0: the best other node, once there is one */
         Time since{};
-        uint64_t call = 0;             /* of our bus object, which waits for it; 0: none */
+        void *call = nullptr;          /* of our bus object, which waits for it; null: none */
         std::optional<Time> said = {}; /* the others have heard that we are leaving */
         unsigned tries = 0;            /* requests; none before the target is idle */
         Time sent_at{};

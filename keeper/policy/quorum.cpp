@@ -7,7 +7,7 @@ constexpr Duration again_after{1'000};
 /* With two votes there is no majority without the other node. */
 constexpr unsigned least_votes = 3;
 
-std::string QuorumGuard::why_off(const Config &config, const CorosyncRead &corosync) {
+std::string QuorumGuard::why_off(const Config &config, const Corosync &corosync) {
     return config.quorum == Switch::off ? "it is switched off in keeper.conf"
            : !corosync.votequorum       ? "corosync has no votequorum"
            : config.quorum == Switch::on || corosync.tie_breaker ? ""
@@ -19,7 +19,7 @@ std::string QuorumGuard::why_off(const Config &config, const CorosyncRead &coros
 void QuorumGuard::take(Turn &turn) {
     const Known &known = turn.known;
     const uint32_t process = known.unit.main_pid;
-    if (process == 0 || !known.quorum.connected || known.quorum.quorate ||
+    if (process == 0 || !known.corosync.connected || known.corosync.quorate ||
         !why_off(known.config, known.corosync).empty()) {
         killed = 0;
         return;
@@ -31,7 +31,7 @@ void QuorumGuard::take(Turn &turn) {
     if (killed != process || turn.due(killed_at + again_after)) {
         killed = process;
         killed_at = known.now;
-        turn.world.kill_daemon(process);
+        turn.world.kill_daemon();
         turn.due(killed_at + again_after);
     }
 }

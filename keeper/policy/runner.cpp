@@ -33,10 +33,10 @@ void Runner::step(Turn &turn, const std::string &path, const std::string &action
 
 void Runner::take(Turn &turn) {
     Known &known = turn.known;
-    if (const auto *appeared = turn.get<DaemonAppeared>()) {
+    if (turn.get<DaemonAppeared>() != nullptr) {
         *this = {};
-        known.steps = {.phase = appeared->ran_before ? Phase::unknown : Phase::none,
-                       .since = known.now};
+        /* One that ran before the keeper may have run steps. */
+        known.steps = {.phase = known.looked ? Phase::none : Phase::unknown, .since = known.now};
     } else if (const auto *applied = turn.get<NewMaster>()) {
         const bool as_start = applied->node == known.local;
         known.running() ? void(pending = as_start) : begin(turn, as_start);

@@ -25,7 +25,7 @@ void Stall::take(Turn &turn) {
     const auto *back = turn.get<KeepAlive>();
     if (back != nullptr && back->node == known.local) {
         missing_since.reset();
-    } else if (missing_since && (now >= due_at + held_up || turn.get<QuorumChanged>() != nullptr)) {
+    } else if (missing_since && (now >= due_at + held_up || turn.get<Corosync>() != nullptr)) {
         missing_since = now; /* we were held up ourselves, or corosync goes on with a new ring */
     }
     bus_at = turn.get<BusAnswered>() != nullptr ? now : bus_at;
@@ -46,7 +46,7 @@ void Stall::take(Turn &turn) {
         turn.error("STALL: no keep-alive of this node came back for " + seconds(limit) +
                    ", the daemon or corosync hangs; ending the daemon (process " +
                    std::to_string(known.unit.main_pid) + ")");
-        turn.world.kill_daemon(known.unit.main_pid);
+        turn.world.kill_daemon();
         missing_since = now;
     } else if (missing) {
         due_at = std::min(due_at, *missing_since + limit);

@@ -18,7 +18,7 @@ static void take_end(Turn &turn, const SequenceEnd &end) {
 }
 
 /* An operator says that the node can serve. */
-static void clear(Turn &turn, uint64_t call) {
+static void clear(Turn &turn, void *call) {
     const Known &known = turn.known;
     const auto &unfit = known.stored.unfit;
     const std::string text =

@@ -116,9 +116,7 @@ struct DiskWritten {
 };
 
 /* The daemon's bus name has an owner, or another one. */
-struct DaemonAppeared {
-    bool ran_before = false; /* it had one already when the keeper started */
-};
+struct DaemonAppeared {};
 struct DaemonVanished {};
 
 /* The answer to read_snapshot(). An answer with an error is not given: the name then vanishes, or
@@ -132,18 +130,14 @@ struct RunDirectoryRead {
     std::vector<std::string> steps;
 };
 
-/* From libquorum, on each change. A corosync that does not answer is a lost connection. */
-struct QuorumChanged {
+/* From libquorum and libcmap, on each change. One that does not answer is a lost connection: the
+   rest is then as it was. */
+struct Corosync {
     bool connected = false;
-    bool quorate = false;          /* of no meaning unless connected */
-    std::vector<NodeId> ring = {}; /* the nodes that corosync sees, this one included */
-    bool operator==(const QuorumChanged &) const = default;
-};
-
-/* From libcmap, at each connection and when these keys have changed. */
-struct CorosyncRead {
+    bool quorate = false;
+    std::vector<NodeId> ring = {}; /* the nodes that it sees, this one included */
     NodeId local = {};
-    std::map<NodeId, std::string> nodes; /* the node list; names may be empty */
+    std::map<NodeId, std::string> nodes = {}; /* the node list; names may be empty */
     bool votequorum = false;
     bool two_node = false;
     bool tie_breaker = false; /* auto_tie_breaker */
@@ -151,7 +145,7 @@ struct CorosyncRead {
     Duration token{1000};     /* as they are in use: runtime.config.totem */
     Duration consensus{1200};
     Duration device_sync{0}; /* quorum.device.sync_timeout; 0 without a device */
-    bool operator==(const CorosyncRead &) const = default;
+    bool operator==(const Corosync &) const = default;
 };
 
 /* From systemd, on each change of the daemon's unit. */
@@ -176,16 +170,15 @@ struct WatchRan {
 /* A method of the keeper's own bus object; each `call` is answered once. */
 struct Asked {
     enum What { move, hand_over, fit, prefer } what = move;
-    uint64_t call = 0;
-    NodeId target = {}; /* of a move; 0: the keeper chooses */
-    bool on = false;    /* prefer */
+    void *call = nullptr; /* names it for World::answer() */
+    NodeId target = {};   /* of a move; 0: the keeper chooses */
+    bool on = false;      /* prefer */
 };
 
-using Input =
-    std::variant<Tick, DiskRead, DiskWritten, DaemonAppeared, DaemonVanished, SnapshotRead,
-                 NewMaster, FrozenMaster, Joined, Left, KeepAlive, client::Text, client::Hotplug,
-                 StepBegin, StepEnd, StepsDone, BusAnswered, RunDirectoryRead, QuorumChanged,
-                 CorosyncRead, UnitChanged, WatchRan, Asked>;
+using Input = std::variant<Tick, DiskRead, DiskWritten, DaemonAppeared, DaemonVanished,
+                           SnapshotRead, NewMaster, FrozenMaster, Joined, Left, KeepAlive,
+                           client::Text, client::Hotplug, StepBegin, StepEnd, StepsDone,
+                           BusAnswered, RunDirectoryRead, Corosync, UnitChanged, WatchRan, Asked>;
 
 /* ---- What can be done ---- */
 
@@ -201,11 +194,10 @@ public:
     virtual void read_snapshot() = 0;
     virtual void read_run_directory() = 0;
     virtual void run_watch_programs() = 0;
-    /* SIGKILL to the daemon's main process if that is still this one, through systemd. */
-    virtual void kill_daemon(uint32_t main_pid) = 0;
+    virtual void kill_daemon() = 0; /* SIGKILL to its main process, through systemd */
     virtual void store(const Stored &stored) = 0;
     /* What was done, or why not. */
-    virtual void answer(uint64_t call, bool ok, const std::string &text) = 0;
+    virtual void answer(void *call, bool ok, const std::string &text) = 0;
     /* One line for the journal; the priority as in syslog(3). */
     virtual void log(int priority, const std::string &text) = 0;
 };

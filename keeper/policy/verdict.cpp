@@ -16,7 +16,7 @@ struct Causes {
 /* Why nothing is to be expected of the node; empty: it takes part, as far as is known. */
 static std::string why_gone(const Known &known, NodeId node) {
     const auto peer = known.peers.find(node);
-    return std::ranges::find(known.quorum.ring, node) == known.quorum.ring.end() ? "is missing"
+    return std::ranges::find(known.corosync.ring, node) == known.corosync.ring.end() ? "is missing"
            : peer != known.peers.end() && !peer->second.member
                ? "does not take part, its daemon does not run"
                : "";
@@ -75,8 +75,8 @@ static void judge_other(const Known &known, NodeId node, Causes &causes) {
 /* Why this node's keeper cannot see the cluster; empty: it can. */
 static std::string blind(const Known &known) {
     const bool guarded = QuorumGuard::why_off(known.config, known.corosync).empty();
-    return !known.quorum.connected ? "corosync does not answer on this node"
-           : !known.quorum.quorate && guarded
+    return !known.corosync.connected ? "corosync does not answer on this node"
+           : !known.corosync.quorate && guarded
                ? "this node has no quorum and does not serve; if the others are lost for good: "
                  "corosync-quorumtool -e 1, or after a start without them: "
                  "corosync-cmapctl -s quorum.cancel_wait_for_all u8 1"

@@ -22,7 +22,7 @@ void Watch::run_again(Turn &turn, const std::string &failure) {
                (asked_at && known.now >= *asked_at + request_within)) {
         turn.error("WATCH: " + failure + "; ending the daemon (process " +
                    std::to_string(known.unit.main_pid) + "), whose restart runs the steps again");
-        turn.world.kill_daemon(known.unit.main_pid);
+        turn.world.kill_daemon();
         asked_at.reset();
         again_at = known.now;
         armed = false;
