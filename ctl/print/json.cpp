@@ -30,7 +30,7 @@ Json json_keeper(const client::KeeperState &keeper) {
     Json nodes = Json::array();
     const int64_t now = g_get_monotonic_time();
     const auto age = [now](const std::optional<int64_t> &since) {
-        return since ? Json(static_cast<double>((now - *since) / 1000) / 1000) : Json();
+        return since ? Json(static_cast<double>(now - *since) / G_USEC_PER_SEC) : Json();
     };
     for (const client::KeeperNode &node : keeper.nodes) {
         nodes.push_back({

@@ -110,7 +110,10 @@ def test_neighbours_of_both_sides_of_a_split_go_to_the_one_master(lab):
     lab.wait_ring()
     assert lab.wait_master(limit=30.0) == 2
     assert holders(lab) == [master]
-    wait_sent_to(lab, master, client)
+    if master.exits():
+        wait_sent_to(lab, master, client)
+    else:  # Corosync refused its proposals: it never ended, and so had nothing to announce again.
+        resolve(lab, client, master)
 
 
 def test_data_is_promoted_when_the_old_master_has_let_go(lab):
