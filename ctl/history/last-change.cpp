@@ -236,17 +236,20 @@ private:
     /* A master is applied, perhaps the same one again. */
     void apply(NodeId node, Way way) {
         const bool known = next.before != 0 || next.lost || way == Way::election;
+        Place asked = recent(request, request_us) ? request : std::nullopt;
         if (way == Way::give_back && change && change->way == way &&
             recent(change->at, give_back_us)) {
             next.before = change->before;
             next.cause = change->cause;
+            asked = change->request;
         }
         if (known && (node != master || way == Way::kept)) {
             change = next;
             change->way = way;
             change->at = now;
             change->master = node;
-            change->request = recent(request, request_us) ? request : std::nullopt;
+            change->request = asked;
+            request.reset(); /* it explains no later change */
         }
         master = next.before = node;
         members.insert(node);
