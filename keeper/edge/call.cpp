@@ -19,6 +19,10 @@ static gboolean on_main_loop(gpointer user_data) noexcept {
     return G_SOURCE_REMOVE;
 }
 
+Input input_of(const client::Announcement &announcement) {
+    return std::visit([](const auto &news) { return Input(news); }, announcement);
+}
+
 void call(GDBusConnection *bus, const char *name, const char *path, const client::Call &asked,
           Answered answered) {
     const bool wanted = static_cast<bool>(answered);

@@ -16,6 +16,9 @@ namespace keeper {
  * ends. */
 using Told = std::function<void(const Input &)>;
 
+/* What the daemon announces, as it is told. */
+Input input_of(const client::Announcement &announcement);
+
 struct Reply {
     GVariant *arguments = nullptr; /* valid during the call only; null for an error */
     std::string error;

@@ -17,7 +17,7 @@ static void tell(gpointer told, const Input &input) {
 static void on_signal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
                       const gchar *name, GVariant *arguments, gpointer told) noexcept {
     if (const auto read = client::read_announcement(name, arguments)) {
-        std::visit([told](const auto &news) { tell(told, news); }, *read);
+        tell(told, input_of(*read));
     }
 }
 
