@@ -11,8 +11,9 @@ namespace keeper {
 namespace {
 
 constexpr auto retry_pause = std::chrono::milliseconds(500);
-/* How soon a configuration that was read again is noticed, if it does not change the quorum. */
-constexpr int look_every_ms = 10'000;
+/* How soon a configuration that was read again is noticed, if it does not change the quorum. Each
+   look costs some 30 wake-ups. */
+constexpr int look_every_ms = 120'000;
 /* corosync's own when the configuration names a device and no sync_timeout: votequorum(5). */
 constexpr unsigned default_device_sync_ms = 30'000;
 
