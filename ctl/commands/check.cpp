@@ -95,6 +95,11 @@ int command_check(const Options &options) {
     unsigned expected = options.members.value_or(members_without_keeper);
     if (!now) {
         findings.add(level_of(now.problem()), problem_text(now.problem()));
+        /* It may be the keeper that holds the daemon back, and knows why. */
+        if (const KeeperView keeper =
+                now.problem().is_absence() ? bus.read_keeper() : KeeperView()) {
+            add_verdict(*keeper, findings);
+        }
     } else {
         const KeeperView keeper = bus.read_keeper();
         if (keeper) {
