@@ -20,7 +20,7 @@ constexpr const char *journalctl =
     "journalctl --quiet --no-pager --output=json --output-fields=MESSAGE,MESSAGE_ID,"
     "SYSLOG_IDENTIFIER,SYSLOG_PID,_PID,_UID,_COMM,_SYSTEMD_UNIT,UNIT,EXIT_CODE,EXIT_STATUS,COMMAND"
     " _UID=0 _SYSTEMD_UNIT=" DUSKVALE_IDENT ".service + _PID=1 UNIT=" DUSKVALE_IDENT ".service"
-    " + _UID=0 SYSLOG_IDENTIFIER=duskvalectl --lines=";
+    " + _UID=0 SYSLOG_IDENTIFIER=duskvalectl ";
 
 /* All of the source; null, with the error, when it cannot be read. */
 char *read_source(const Source &source, std::size_t entries, GError **error) {
@@ -30,9 +30,11 @@ char *read_source(const Source &source, std::size_t entries, GError **error) {
         g_file_get_contents(file.c_str(), &text, nullptr, error);
         return text;
     }
-    const std::string since = source.since.empty() ? "1970-01-01" : source.since;
-    g_autofree char *option = g_shell_quote(("--since=" + since).c_str());
-    const std::string command = journalctl + std::to_string(entries) + " " + option;
+    /* Not both: with --since, journalctl (systemd 252) prints the first lines, not the last. */
+    const std::string part =
+        source.since.empty() ? "--lines=" + std::to_string(entries) : "--since=" + source.since;
+    g_autofree char *option = g_shell_quote(part.c_str());
+    const std::string command = journalctl + std::string(option);
     int status = 0;
     if (g_spawn_command_line_sync(command.c_str(), &text, nullptr, &status, error) &&
         !g_spawn_check_wait_status(status, error)) {
@@ -73,7 +75,7 @@ Reading read_records(const Source &source, std::size_t entries) {
         }
     }
     reading.records = place_group_lists(reading.records);
-    reading.all = !source.file.empty() || count < entries;
+    reading.all = !source.file.empty() || !source.since.empty() || count < entries;
     return reading;
 }
 

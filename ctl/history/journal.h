@@ -30,7 +30,7 @@ struct Reading {
     std::string fault = {};           /* why it could not be read; "" when it could */
 };
 
-/* Of the journal only the last `entries`; a file is read whole. */
+/* Of the journal only the last `entries`, or all since a time; a file is read whole. */
 Reading read_records(const Source &source, std::size_t entries);
 
 /*
