@@ -233,11 +233,12 @@ TEST_F(Doctor, saysWhatOnlyRootCouldSee) {
              "echo 'Failed to initialize the cmap API. Error CS_ERR_ACCESS' >&2\nexit 1\n");
     shell("cd /usr/share/duskvale/run.d; echo '#!/bin/sh' >30-secret.run; chmod 700 30-secret.run\n"
           "printf '7\\nsecret\\n' >/etc/duskvale/frozen_master; chmod 600 /etc/duskvale/*\n"
-          "chmod 755 /mnt /mnt/tools");
+          "chmod 755 /mnt /mnt/tools; mkdir -m 777 /mnt/coverage");
     /* The program itself need not be within that user's reach. */
     const int program = open(std::getenv("DUSKVALECTL"), O_RDONLY | O_CLOEXEC);
     examine("not root", [&] {
         setenv("DUSKVALECTL", ("/proc/self/fd/" + std::to_string(program)).c_str(), 1);
+        setenv("GCOV_PREFIX", "/mnt/coverage", 1); /* A build that counts lines writes there. */
         if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) {
             _exit(126);
         }
