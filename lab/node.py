@@ -13,7 +13,7 @@ from .bus import Bus
 from .host import PROGRAMS, SWITCH
 from .journal import Journal
 from .network import PREFIX, link_address_of
-from .paths import COROSYNC, DAEMON, SIGNALS
+from .paths import COROSYNC, DAEMON, KEEPER, SIGNALS
 from .processes import run_inside, start_inside
 from .waiting import LabError, now, wait_until
 
@@ -133,9 +133,11 @@ class Node:
         if self.is_on():
             self.run(["journalctl", "--sync"])
 
-    def last_lines(self, count=15):
-        """The end of `log` as a text; for messages."""
-        lines = [f"{entry.time:.3f}  {entry.text}" for entry in self.log[-count:]]
+    def last_lines(self, count=25):
+        """The last that daemon and keeper have logged, as a text; for messages."""
+        entries = self.log + self.journal.entries(self.lab.mark, KEEPER)
+        lines = [f"{entry.time:.3f}  {entry.text}"
+                 for entry in sorted(entries, key=lambda entry: entry.time)[-count:]]
         return "\n".join(lines or ["(none)"])
 
     def wait_log(self, pattern, limit=10.0, since=None, unit=DAEMON):

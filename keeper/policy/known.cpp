@@ -17,6 +17,7 @@ Report Known::report(NodeId node) const {
             .leaving = leaving,
             .wanted = stored.preferred.value_or(false),
             .preferred = current.preferred,
+            .settling = settling,
             .stay = config.stay};
 }
 
@@ -87,6 +88,7 @@ std::string seconds(Duration duration) {
 
 void Turn::prefer(bool on) {
     known.current.preferred = on;
+    known.settling = false;
     known.wait_until_calm();
     world.write_preferred(on);
 }

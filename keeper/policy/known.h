@@ -63,6 +63,7 @@ struct Known {
     Time moving_since{};
     std::deque<Time> unfit_moves; /* away from nodes that could not serve, of late */
     std::string stay_off;         /* why stay does nothing; empty: it is at work */
+    bool settling = false;        /* stay is about to write the preference of this node */
 
     Time left_at{-1'000'000}; /* the last leave */
     Time changed_at{};        /* the last change of master, membership or freeze */

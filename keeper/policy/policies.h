@@ -193,7 +193,9 @@ constexpr size_t unfit_moves_most = 3;
  * election in which only the writer gains: when a slave cleared its preference after the master had
  * set its own, the role moved in 9 of 12 tries. So slaves clear theirs first, and the master writes
  * last: again after each slave that had something to clear, within the half second for which that
- * slave's election lasts. Its report says so at once.
+ * slave's election lasts. Its report says so at once. A write long after the last change is
+ * announced first: a take-over during its election can end daemons, so a request that comes later
+ * has to wait, and one that came earlier holds the write back.
  */
 struct Stay {
     void take(Turn &turn);

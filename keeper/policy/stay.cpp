@@ -23,6 +23,14 @@ std::string Stay::why_off(const Known &known) {
                      std::to_string(known.current.members) + " members";
 }
 
+/* Whether all have heard that this node is about to write its preference, with no move before that.
+ * Texts arrive in one order: so a request that comes after it waits until all is calm again. */
+static bool announced(Turn &turn) {
+    Known &known = turn.known;
+    known.settling = true;
+    return turn.text && turn.text->from == known.local && turn.text->report.settling;
+}
+
 /* On the master: why it must write its preference now; empty: it need not. */
 static std::string why_write(Turn &turn) {
     const Known &known = turn.known;
@@ -37,14 +45,15 @@ static std::string why_write(Turn &turn) {
         /* An election runs in which the others tie with us. */
         return known.name(turn.text->from) + " was preferred until now";
     }
-    return !known.current.preferred && !others && !known.moving &&
-                   turn.due(known.changed_at + settle_after)
+    return !known.current.preferred && !others && turn.due(known.changed_at + settle_after) &&
+                   announced(turn)
                ? "it is master, and no other node is preferred"
                : "";
 }
 
 void Stay::take(Turn &turn) {
-    const Known &known = turn.known;
+    Known &known = turn.known;
+    known.settling = false;
     if (std::exchange(off, known.stay_off) != known.stay_off) {
         off_since = known.now;
     }
@@ -70,7 +79,7 @@ void Stay::take(Turn &turn) {
             turn.prefer(false);
         }
     } else if (!clearing && master != 0 && known.current.preferred &&
-               turn.due(known.changed_at + settle_after)) {
+               turn.due(known.changed_at + settle_after) && announced(turn)) {
         clearing = true;
         turn.world.read_snapshot();
     }

@@ -16,7 +16,7 @@ static void each_field(Text &text, const auto &field) {
     all(text.from, text.boot, text.sequence, text.hello, text.target, text.why, text.number,
         report.master, report.frozen, report.steps.phase, report.steps.step, report.steps.status,
         report.steps.since, report.quorum, report.unfit, report.leaving, report.wanted,
-        report.preferred, report.stay);
+        report.preferred, report.settling, report.stay);
 }
 
 std::string encode(Text text, Time now) {

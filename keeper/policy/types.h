@@ -96,6 +96,7 @@ struct Report {
     bool leaving = false;   /* its daemon is being stopped */
     bool wanted = false;    /* preferred by the operator */
     bool preferred = false; /* the daemon's PreferredMaster */
+    bool settling = false;  /* is about to write that, to stay */
     bool stay = false;      /* takes part in stay */
     bool operator==(const Report &) const = default;
 };

@@ -16,6 +16,9 @@ void View::receive(Turn &turn) {
     Peer &peer = known.peers[text->from];
     turn.text = text;
     turn.before = std::exchange(peer.report, text->report);
+    if (text->report.settling || text->report.preferred != turn.before.preferred) {
+        known.wait_until_calm();
+    }
     peer.heard = known.now;
     peer.member = true;
     peer.boot = text->boot;
@@ -58,8 +61,9 @@ void View::take(Turn &turn) {
     Time next{};
     if (reported) {
         reported->steps.since = report.steps.since;
-        const bool at_once =
-            report.leaving != reported->leaving || report.preferred != reported->preferred;
+        const bool at_once = report.leaving != reported->leaving ||
+                             report.preferred != reported->preferred ||
+                             report.settling != reported->settling;
         next = at_once                             ? Time(0)
                : asked || report != *reported      ? sent_at + report_apart
                : !back && tries + 1 < send_at_most ? sent_at + again_after
