@@ -118,7 +118,9 @@ def test_monitor_goes_on_through_a_restart_of_the_daemon(cluster, tmp_path):
          f"node {other.id}: device added LC-7 at rack 2 ({path}), 1 device now"),
         (node.kill, "the daemon is not running, waiting for it"),
         (None, "the daemon is running"),
-        (lambda: said(node, "take-over", "--wait"), f"node {node.id} (this node) is master"),
+        # Not before the election of its join is over, which could undo it.
+        (lambda: cluster.wait_master() and said(node, "take-over", "--wait"),
+         f"node {node.id} (this node) is master"),
     ):
         if act:
             act()
