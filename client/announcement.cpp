@@ -8,59 +8,42 @@ namespace client {
 
 namespace {
 
-/* Takes the arguments of a signal, whose types have been checked, one after another. */
-class Arguments {
-public:
-    explicit Arguments(GVariant *arguments) : tuple(arguments) {}
-    std::string text() { return g_variant_get_string(next().get(), nullptr); }
-    uint32_t number() { return g_variant_get_uint32(next().get()); }
-    int integer() { return g_variant_get_int32(next().get()); }
-    bool flag() { return g_variant_get_boolean(next().get()) != FALSE; }
+std::string text(GVariant *value) {
+    return g_variant_get_string(value, nullptr);
+}
 
-private:
-    Variant next() { return Variant(g_variant_get_child_value(tuple, place++)); }
+bool flag(GVariant *value) {
+    return g_variant_get_boolean(value) != FALSE;
+}
 
-    GVariant *tuple;
+constexpr auto number = g_variant_get_uint32;
+constexpr auto integer = g_variant_get_int32;
+
+/* Makes a signal of its arguments, whose types have been checked: an initializer in braces is
+   evaluated from left to right. */
+template <typename Signal, auto... convert>
+Announcement read(GVariant *arguments) {
     gsize place = 0;
-};
+    return Signal{convert(Variant(g_variant_get_child_value(arguments, place++)).get())...};
+}
 
 struct Row {
     const char *signal;
     const char *type;
-    Announcement (*read)(Arguments);
+    Announcement (*read)(GVariant *arguments);
 };
 
-/* An initializer in braces is evaluated from left to right. */
 constexpr Row rows[] = {
-    {"NotifyNewMaster", "(u)", [](Arguments in) -> Announcement { return NewMaster{in.number()}; }},
-    {"NotifyFrozenMaster", "(us)",
-     [](Arguments in) -> Announcement {
-         return FrozenMaster{in.number(), in.text()};
-     }},
-    {"NotifyJoined", "(uu)",
-     [](Arguments in) -> Announcement {
-         return Joined{in.number(), in.number()};
-     }},
-    {"NotifyLeft", "(uu)",
-     [](Arguments in) -> Announcement {
-         return Left{in.number(), in.number()};
-     }},
-    {"NotifyKeepAlive", "(u)", [](Arguments in) -> Announcement { return KeepAlive{in.number()}; }},
-    {"NotifyGotMessage", "(s)", [](Arguments in) -> Announcement { return Text{in.text()}; }},
-    {"NotifyLumacrateHotplug", "(uubsss)",
-     [](Arguments in) -> Announcement {
-         return Hotplug{in.number(), in.number(), in.flag(), in.text(), in.text(), in.text()};
-     }},
-    {"NotifyRunstepBegin", "(ss)",
-     [](Arguments in) -> Announcement {
-         return StepBegin{in.text(), in.text()};
-     }},
-    {"NotifyRunstepEnd", "(ssi)",
-     [](Arguments in) -> Announcement {
-         return StepEnd{in.text(), in.text(), in.integer()};
-     }},
-    {"NotifyRunstepsDone", "(u)",
-     [](Arguments in) -> Announcement { return StepsDone{in.number()}; }},
+    {"NotifyNewMaster", "(u)", read<NewMaster, number>},
+    {"NotifyFrozenMaster", "(us)", read<FrozenMaster, number, text>},
+    {"NotifyJoined", "(uu)", read<Joined, number, number>},
+    {"NotifyLeft", "(uu)", read<Left, number, number>},
+    {"NotifyKeepAlive", "(u)", read<KeepAlive, number>},
+    {"NotifyGotMessage", "(s)", read<Text, text>},
+    {"NotifyLumacrateHotplug", "(uubsss)", read<Hotplug, number, number, flag, text, text, text>},
+    {"NotifyRunstepBegin", "(ss)", read<StepBegin, text, text>},
+    {"NotifyRunstepEnd", "(ssi)", read<StepEnd, text, text, integer>},
+    {"NotifyRunstepsDone", "(u)", read<StepsDone, number>},
 };
 
 } // namespace
@@ -69,7 +52,7 @@ std::optional<Announcement> read_announcement(const char *signal, GVariant *argu
     for (const Row &row : rows) {
         if (std::strcmp(row.signal, signal) == 0) {
             return g_variant_is_of_type(arguments, G_VARIANT_TYPE(row.type))
-                       ? std::optional(row.read(Arguments(arguments)))
+                       ? std::optional(row.read(arguments))
                        : std::nullopt;
         }
     }

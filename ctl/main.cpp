@@ -1,5 +1,34 @@
-#include "ctl/run.h"
+#include "ctl/ask/problem.h"
+#include "ctl/commands/commands.h"
+#include "ctl/exit-status.h"
+#include "ctl/line/parse.h"
+#include "ctl/print/text.h"
+
+#include <clocale>
+#include <exception>
 
 int main(int argc, char **argv) {
-    return ctl::run(argc, argv);
+    using namespace ctl;
+    std::setlocale(LC_CTYPE, "");
+    int status = Exit::failed;
+    try {
+        const Parsed parsed = parse_line(commands(), argc, argv);
+        if (const auto *options = std::get_if<Options>(&parsed)) {
+            const Command &command = *options->command;
+            /* For an exception that nothing expects. A monitoring system must not take it for a
+               warning. */
+            status = command.is_check ? int{CheckExit::unknown} : int{Exit::failed};
+            status = command.run(*options);
+        } else if (const auto *shown = std::get_if<Text>(&parsed)) {
+            print(shown->text);
+            status = Exit::ok;
+        } else {
+            status = std::get<WrongLine>(parsed).status;
+        }
+    } catch (const Problem &problem) {
+        status = report(problem);
+    } catch (const std::exception &fault) {
+        complain(status, std::string("cannot go on: ") + fault.what());
+    }
+    return finish_output(status);
 }

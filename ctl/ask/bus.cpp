@@ -1,24 +1,17 @@
 #include "ctl/ask/bus.h"
 
+#include "client/fields.h"
+
 #include "base/paths.h"
 
 #include <glib-unix.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 
 namespace ctl {
-
-/* An object on the bus to call: the daemon's, the keeper's, or that of the bus itself. */
-struct Bus::Peer {
-    const char *name;
-    const char *path;
-};
-
-constexpr Bus::Peer Bus::daemon{DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH};
-constexpr Bus::Peer Bus::keeper{DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH};
-constexpr Bus::Peer Bus::driver{"org.freedesktop.DBus", "/org/freedesktop/DBus"};
 
 namespace {
 
@@ -33,10 +26,8 @@ bool keeper_is_absent(const GError *error) {
            g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER);
 }
 
-gboolean on_deadline(gpointer reached) noexcept {
-    *static_cast<bool *>(reached) = true;
-    return G_SOURCE_REMOVE;
-}
+constexpr const char *bus_name = "org.freedesktop.DBus";
+constexpr const char *bus_path = "/org/freedesktop/DBus";
 
 } // namespace
 
@@ -57,7 +48,7 @@ Bus::~Bus() {
     }
 }
 
-std::optional<Problem> Bus::connect() {
+void Bus::connect() {
     g_autoptr(GError) error = nullptr;
     g_autofree char *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (address != nullptr) {
@@ -68,22 +59,50 @@ std::optional<Problem> Bus::connect() {
             g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, &error));
     }
     if (!connection) {
-        return classify_connection(error);
+        throw classify_connection(error);
     }
-    g_signal_connect(connection.get(), "closed", reinterpret_cast<GCallback>(on_closed), this);
-    return std::nullopt;
+    const auto on_closed = [](GDBusConnection *, gboolean, GError *, gpointer self) noexcept {
+        static_cast<Bus *>(self)->push(BusLost{});
+    };
+    g_signal_connect(connection.get(), "closed", reinterpret_cast<GCallback>(+on_closed), this);
 }
 
 void Bus::listen() {
-    subscriptions.push_back(g_dbus_connection_signal_subscribe(
-        connection.get(), DUSKVALE_BUS_NAME, DUSKVALE_BUS_NAME, nullptr, DUSKVALE_BUS_PATH, nullptr,
-        G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr));
-    subscriptions.push_back(g_dbus_connection_signal_subscribe(
-        connection.get(), driver.name, driver.name, "NameOwnerChanged", driver.path,
-        DUSKVALE_BUS_NAME, G_DBUS_SIGNAL_FLAGS_NONE, on_owner, this, nullptr));
+    const auto on_signal = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
+                              const gchar *name, GVariant *arguments, gpointer self) noexcept {
+        if (std::optional<client::Announcement> known =
+                client::read_announcement(name, arguments)) {
+            static_cast<Bus *>(self)->push(std::move(*known));
+        }
+    };
+    const auto on_owner = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
+                             const gchar *, GVariant *arguments, gpointer self) noexcept {
+        const gchar *new_owner = nullptr;
+        g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &new_owner);
+        static_cast<Bus *>(self)->push(*new_owner != '\0' ? News::Content(DaemonAppeared{})
+                                                          : DaemonVanished{});
+    };
+    subscriptions = {
+        g_dbus_connection_signal_subscribe(connection.get(), DUSKVALE_BUS_NAME, DUSKVALE_BUS_NAME,
+                                           nullptr, DUSKVALE_BUS_PATH, nullptr,
+                                           G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr),
+        g_dbus_connection_signal_subscribe(connection.get(), bus_name, bus_name, "NameOwnerChanged",
+                                           bus_path, DUSKVALE_BUS_NAME, G_DBUS_SIGNAL_FLAGS_NONE,
+                                           on_owner, this, nullptr)};
 }
 
 void Bus::catch_endings() {
+    const auto on_interrupt = [](gpointer self) noexcept -> gboolean {
+        static_cast<Bus *>(self)->push(Interrupted{});
+        return G_SOURCE_CONTINUE;
+    };
+    const auto on_output_closed = [](gint, GIOCondition, gpointer self) noexcept -> gboolean {
+        auto *bus = static_cast<Bus *>(self);
+        bus->push(OutputClosed{});
+        /* The descriptor stays ready for ever; once is enough. */
+        bus->output_source.release();
+        return G_SOURCE_REMOVE;
+    };
     std::signal(SIGPIPE, SIG_IGN);
     sources.emplace_back(g_unix_signal_add(SIGINT, on_interrupt, this));
     sources.emplace_back(g_unix_signal_add(SIGTERM, on_interrupt, this));
@@ -92,7 +111,8 @@ void Bus::catch_endings() {
 }
 
 Result<client::Snapshot> Bus::read() {
-    const Result<client::Variant> answer = call(daemon, client::get_all());
+    const Result<client::Variant> answer =
+        call(DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all());
     if (!answer) {
         return answer.problem();
     }
@@ -103,19 +123,24 @@ Result<client::Snapshot> Bus::read() {
 }
 
 Result<Owner> Bus::owner() {
-    const Result<uint32_t> user = ask_about_name("GetConnectionUnixUser");
-    if (!user) {
-        return user.problem();
+    const Result<client::Variant> answer =
+        call(bus_name, bus_path,
+             {bus_name, "GetConnectionCredentials",
+              client::owned(g_variant_new("(s)", DUSKVALE_BUS_NAME))});
+    if (!answer) {
+        return answer.problem();
     }
-    const Result<uint32_t> process = ask_about_name("GetConnectionUnixProcessID");
-    if (!process) {
-        return process.problem();
-    }
-    return Owner{*user, *process};
+    client::Fields fields{client::Variant(g_variant_get_child_value(answer->get(), 0))};
+    Owner owner;
+    fields.get("UnixUserID", owner.user);
+    fields.get("ProcessID", owner.process);
+    return fields.missing().empty()
+               ? Result(owner)
+               : Result<Owner>(Problem{ProblemKind::failed, "it lacks " + fields.missing()});
 }
 
 Result<bool> Bus::ask(const client::Call &asked) {
-    const Result<client::Variant> answer = call(daemon, asked);
+    const Result<client::Variant> answer = call(DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, asked);
     if (!answer) {
         return answer.problem();
     }
@@ -125,7 +150,8 @@ Result<bool> Bus::ask(const client::Call &asked) {
 }
 
 KeeperView Bus::read_keeper() {
-    const Reply reply = send(keeper, client::keeper_get_all(), answer_limit_ms);
+    const Reply reply = send(DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH,
+                             client::keeper_get_all(), answer_limit_ms);
     if (!reply.value) {
         const bool absent = keeper_is_absent(reply.error.get());
         return {.state = std::nullopt,
@@ -138,7 +164,8 @@ KeeperView Bus::read_keeper() {
 }
 
 KeeperAnswer Bus::ask_keeper(const client::Call &call) {
-    const Reply reply = send(keeper, call, move_limit_ms);
+    const Reply reply =
+        send(DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH, call, move_limit_ms);
     if (!reply.value) {
         GError *error = reply.error.get();
         g_dbus_error_strip_remote_error(error);
@@ -152,19 +179,16 @@ KeeperAnswer Bus::ask_keeper(const client::Call &call) {
 }
 
 std::optional<News> Bus::next(const Deadline &deadline) {
-    bool reached = passed(deadline);
     client::Source timer;
-    if (deadline && !reached) {
+    if (deadline) {
         /* Rounded up: woken a moment early, the loop would spin through the rest. */
-        const int64_t left = (*deadline - g_get_monotonic_time() + 999) / 1000;
-        timer =
-            client::Source(g_timeout_add(static_cast<guint>(MAX(left, 0)), on_deadline, &reached));
+        const int64_t left_ms = (*deadline - g_get_monotonic_time() + 999) / 1000;
+        const auto wake = [](gpointer) noexcept -> gboolean { return G_SOURCE_CONTINUE; };
+        timer = client::Source(
+            g_timeout_add(static_cast<guint>(std::max<int64_t>(left_ms, 0)), wake, nullptr));
     }
-    while (queue.empty() && !reached) {
+    while (queue.empty() && !passed(deadline)) {
         g_main_context_iteration(nullptr, TRUE);
-    }
-    if (reached) {
-        timer.release();
     }
     if (queue.empty()) {
         return std::nullopt;
@@ -174,96 +198,51 @@ std::optional<News> Bus::next(const Deadline &deadline) {
     return news;
 }
 
-void Bus::on_reply(GObject *source, GAsyncResult *result, gpointer data) noexcept {
-    auto *reply = static_cast<Reply *>(data);
-    GError *error = nullptr;
-    reply->value.reset(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
-    reply->error.reset(error);
-    reply->arrived = true;
-}
-
-Bus::Reply Bus::send(const Peer &peer, const client::Call &call, int limit_ms) {
+Bus::Reply Bus::send(const char *name, const char *path, const client::Call &call, int limit_ms) {
+    const auto on_reply = [](GObject *source, GAsyncResult *result, gpointer data) noexcept {
+        auto *reply = static_cast<Reply *>(data);
+        g_autoptr(GError) error = nullptr;
+        reply->value.reset(
+            g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
+        reply->error.reset(g_steal_pointer(&error));
+    };
     Reply reply;
     /* Not g_dbus_connection_call_sync(): it would overtake announcements that came before. */
-    g_dbus_connection_call(connection.get(), peer.name, peer.path, call.interface, call.method,
+    g_dbus_connection_call(connection.get(), name, path, call.interface, call.method,
                            call.arguments.get(), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, limit_ms,
                            nullptr, on_reply, &reply);
-    while (!reply.arrived) {
+    while (!reply.value && !reply.error) {
         g_main_context_iteration(nullptr, TRUE);
     }
     return reply;
 }
 
-Result<client::Variant> Bus::call(const Peer &peer, const client::Call &call) {
-    Reply reply = send(peer, call, answer_limit_ms);
+Result<client::Variant> Bus::call(const char *name, const char *path, const client::Call &call) {
+    Reply reply = send(name, path, call, answer_limit_ms);
     if (!reply.value) {
         return classify_call(reply.error.get());
     }
     return std::move(reply.value);
 }
 
-Result<uint32_t> Bus::ask_about_name(const char *method) {
-    const Result<client::Variant> answer =
-        call(driver, {driver.name, method, client::owned(g_variant_new("(s)", DUSKVALE_BUS_NAME))});
-    if (!answer) {
-        return answer.problem();
-    }
-    if (!g_variant_is_of_type(answer->get(), G_VARIANT_TYPE("(u)"))) {
-        return Problem{ProblemKind::failed, std::string("to ") + method};
-    }
-    uint32_t number = 0;
-    g_variant_get(answer->get(), "(u)", &number);
-    return number;
-}
-
 void Bus::push(News::Content content) {
     queue.push_back({std::move(content), g_get_real_time()});
 }
 
-void Bus::on_signal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                    const gchar *name, GVariant *arguments, gpointer self) noexcept {
-    if (std::optional<client::Announcement> known = client::read_announcement(name, arguments)) {
-        static_cast<Bus *>(self)->push(std::move(*known));
-    }
-}
-
-void Bus::on_owner(GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *,
-                   GVariant *arguments, gpointer self) noexcept {
-    const gchar *new_owner = nullptr;
-    g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &new_owner);
-    auto *bus = static_cast<Bus *>(self);
-    if (*new_owner != '\0') {
-        bus->push(DaemonAppeared{});
-    } else {
-        bus->push(DaemonVanished{});
-    }
-}
-
-void Bus::on_closed(GDBusConnection *, gboolean, GError *, gpointer self) noexcept {
-    static_cast<Bus *>(self)->push(BusLost{});
-}
-
-gboolean Bus::on_interrupt(gpointer self) noexcept {
-    static_cast<Bus *>(self)->push(Interrupted{});
-    return G_SOURCE_CONTINUE;
-}
-
-gboolean Bus::on_output_closed(gint, GIOCondition, gpointer self) noexcept {
-    auto *bus = static_cast<Bus *>(self);
-    bus->push(OutputClosed{});
-    /* The descriptor stays ready for ever; once is enough. */
-    bus->output_source.release();
-    return G_SOURCE_REMOVE;
-}
-
 Result<client::Snapshot> open_daemon(Bus &bus, bool listen) {
-    if (const std::optional<Problem> problem = bus.connect()) {
-        return *problem;
+    try {
+        bus.connect();
+    } catch (const Problem &problem) {
+        return problem;
     }
     if (listen) {
         bus.listen();
     }
     return bus.read();
+}
+
+KeeperView read_keeper(Bus &bus, const Result<client::Snapshot> &daemon) {
+    return daemon || daemon.problem().is_absence() ? bus.read_keeper() : KeeperView();
 }
 
 } // namespace ctl

@@ -58,8 +58,8 @@ public:
     Bus &operator=(const Bus &) = delete;
     ~Bus();
 
-    /* Connects to the system bus; the daemon need not be there. */
-    std::optional<Problem> connect();
+    /* Connects to the system bus; the daemon need not be there. Throws a Problem. */
+    void connect();
 
     /* From now on, what the daemon announces, and its coming and going, is queued. */
     void listen();
@@ -83,31 +83,12 @@ public:
     bool has_news() const { return !queue.empty(); }
 
 private:
-    static void on_signal(GDBusConnection *connection, const gchar *sender, const gchar *path,
-                          const gchar *interface, const gchar *name, GVariant *arguments,
-                          gpointer self) noexcept;
-    static void on_owner(GDBusConnection *connection, const gchar *sender, const gchar *path,
-                         const gchar *interface, const gchar *name, GVariant *arguments,
-                         gpointer self) noexcept;
-    static void on_closed(GDBusConnection *connection, gboolean vanished, GError *error,
-                          gpointer self) noexcept;
-    static gboolean on_interrupt(gpointer self) noexcept;
-    static gboolean on_output_closed(gint fd, GIOCondition condition, gpointer self) noexcept;
-
-    struct Peer;
-    static const Peer daemon;
-    static const Peer keeper;
-    static const Peer driver;
     struct Reply {
-        bool arrived = false;
         client::Variant value; /* null: there is an error */
         client::Error error;
     };
-    static void on_reply(GObject *source, GAsyncResult *result, gpointer reply) noexcept;
-    Reply send(const Peer &peer, const client::Call &call, int limit_ms);
-    Result<client::Variant> call(const Peer &peer, const client::Call &call);
-    /* What the bus itself answers about the daemon's name. */
-    Result<uint32_t> ask_about_name(const char *method);
+    Reply send(const char *name, const char *path, const client::Call &call, int limit_ms);
+    Result<client::Variant> call(const char *name, const char *path, const client::Call &call);
     void push(News::Content content);
 
     client::Object<GDBusConnection> connection;
@@ -119,5 +100,8 @@ private:
 
 /* Connects and reads the state; with `listen`, announcements are queued from before the reading. */
 Result<client::Snapshot> open_daemon(Bus &bus, bool listen = false);
+/* What the keeper knows where the daemon answered as `daemon`: nothing when that is a problem which
+   the keeper shares. */
+KeeperView read_keeper(Bus &bus, const Result<client::Snapshot> &daemon);
 
 } // namespace ctl

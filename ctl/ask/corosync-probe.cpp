@@ -1,12 +1,9 @@
 #include "ctl/ask/corosync-probe.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
+#include "client/handle.h"
 
-#include <cerrno>
-#include <cstddef>
-#include <cstring>
+#include <gio/gio.h>
+#include <gio/gunixsocketaddress.h>
 
 /*
  * A connection to the socket on which corosync serves process groups, given up at once. libcpg's
@@ -18,36 +15,28 @@ namespace ctl {
 
 namespace {
 
-/* The name of the service; libqb makes an abstract socket of it, or with the setting
-   force-filesystem-sockets a file in its socket directory. */
-constexpr char service[] = "cpg";
-constexpr char socket_file[] = "/run/cpg";
-
-bool connects(const sockaddr_un &address, std::size_t path_length) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) {
+bool connects(const char *path, GUnixSocketAddressType type) {
+    const client::Object<GSocketAddress> address(
+        g_unix_socket_address_new_with_type(path, -1, type));
+    const client::Object<GSocket> socket(g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM,
+                                                      G_SOCKET_PROTOCOL_DEFAULT, nullptr));
+    if (!socket) {
         return false;
     }
-    /* libqb gives abstract sockets the full length of the address, padded with zeros. */
-    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path_length);
-    const bool connected =
-        connect(fd, reinterpret_cast<const sockaddr *>(&address), length) == 0 || errno == EAGAIN;
-    close(fd);
-    return connected;
+    /* A corosync that is stalled takes no connection, and its queue of them may be full. */
+    g_socket_set_blocking(socket.get(), FALSE);
+    g_autoptr(GError) error = nullptr;
+    return g_socket_connect(socket.get(), address.get(), nullptr, &error) != FALSE ||
+           g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK);
 }
 
 } // namespace
 
 bool corosync_is_there() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path + 1, service, sizeof service);
-    if (connects(address, sizeof address.sun_path)) {
-        return true;
-    }
-    std::memset(address.sun_path, 0, sizeof address.sun_path);
-    std::memcpy(address.sun_path, socket_file, sizeof socket_file);
-    return connects(address, sizeof socket_file);
+    /* libqb makes an abstract socket of the service's name, padded with zeros; or, with the setting
+       force-filesystem-sockets, a file in its socket directory. */
+    return connects("cpg", G_UNIX_SOCKET_ADDRESS_ABSTRACT_PADDED) ||
+           connects("/run/cpg", G_UNIX_SOCKET_ADDRESS_PATH);
 }
 
 } // namespace ctl

@@ -2,24 +2,17 @@
 
 #include "ctl/ask/corosync-probe.h"
 #include "ctl/exit-status.h"
+#include "ctl/print/text.h"
 
 #include "base/paths.h"
 
-#include <cstdio>
+#include <algorithm>
 
 namespace ctl {
 
 namespace {
 
-struct Row {
-    ProblemKind kind;
-    int exit;
-    const char *word;
-    const char *text;
-    const char *advice;
-};
-
-constexpr Row rows[] = {
+constexpr ProblemSpec problems[] = {
     {ProblemKind::daemon_not_running, Exit::not_running, "daemon-not-running",
      "the daemon is not running (no process owns " DUSKVALE_BUS_NAME ")",
      "systemctl status " DUSKVALE_IDENT ", and duskvalectl why"},
@@ -37,45 +30,19 @@ constexpr Row rows[] = {
      "systemctl restart " DUSKVALE_IDENT ", if it was upgraded since it started"},
 };
 
-const Row &row_of(const Problem &problem) {
-    const Row *row = rows;
-    while (row->kind != problem.kind) {
-        row++;
-    }
-    return *row;
-}
-
 } // namespace
 
-const char *problem_word(const Problem &problem) {
-    return row_of(problem).word;
+const ProblemSpec &spec_of(const Problem &problem) {
+    return *std::ranges::find(problems, problem.kind, &ProblemSpec::kind);
 }
 
 std::string problem_text(const Problem &problem) {
-    std::string text = row_of(problem).text;
-    if (!problem.detail.empty()) {
-        text += ": " + problem.detail;
-    }
-    return text;
-}
-
-const char *problem_advice(const Problem &problem) {
-    return row_of(problem).advice;
-}
-
-int problem_exit(const Problem &problem) {
-    return row_of(problem).exit;
+    return spec_of(problem).text + (problem.detail.empty() ? "" : ": " + problem.detail);
 }
 
 int report(const Problem &problem) {
-    std::fprintf(stderr, "duskvalectl: %s\nNext: %s\n", problem_text(problem).c_str(),
-                 problem_advice(problem));
-    return problem_exit(problem);
-}
-
-int report_fault(const std::string &fault) {
-    std::fprintf(stderr, "duskvalectl: %s\n", fault.c_str());
-    return Exit::failed;
+    const ProblemSpec &spec = spec_of(problem);
+    return complain(spec.exit_status, problem_text(problem) + "\nNext: " + spec.advice);
 }
 
 Problem daemon_absent() {

@@ -28,19 +28,19 @@ struct Problem {
     }
 };
 
-/* A stable word for programs, such as "daemon-not-running". */
-const char *problem_word(const Problem &problem);
+struct ProblemSpec {
+    ProblemKind kind;
+    int exit_status;
+    const char *word; /* stable, for programs, such as "daemon-not-running" */
+    const char *text;
+    const char *advice; /* what to try next, in a line */
+};
+
+const ProblemSpec &spec_of(const Problem &problem);
 /* What is wrong, in a line. */
 std::string problem_text(const Problem &problem);
-/* What to try next, in a line. */
-const char *problem_advice(const Problem &problem);
-int problem_exit(const Problem &problem);
-
 /* Writes the text and the advice on standard error; returns the exit status. */
 int report(const Problem &problem);
-
-/* Another fault, a line that says what to do: the same. */
-int report_fault(const std::string &fault);
 
 /* What a failed call on the bus means. Looks for corosync when the daemon is not there. */
 Problem classify_call(const GError *error);
@@ -52,7 +52,8 @@ Problem daemon_absent();
 /* The bus closed the connection. */
 Problem bus_closed();
 
-/* A value, or why there is none. */
+/* A value, or why there is none. value() throws the Problem, for callers that cannot go on without
+   the value: duskvalectl then ends with report(). */
 template <typename T>
 class Result {
 public:
@@ -62,6 +63,7 @@ public:
     T &operator*() { return std::get<0>(content); }
     const T &operator*() const { return std::get<0>(content); }
     const T *operator->() const { return &std::get<0>(content); }
+    T value() && { return *this ? std::get<0>(std::move(content)) : throw problem(); }
     const Problem &problem() const { return std::get<1>(content); }
 
 private:

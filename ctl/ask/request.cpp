@@ -26,8 +26,7 @@ void note(const std::string &name) {
 }
 
 int refuse(const std::string &why) {
-    std::fprintf(stderr, "duskvalectl: refused: %s\n", why.c_str());
-    return Exit::refused;
+    return complain(Exit::refused, "refused: " + why);
 }
 
 /* Why the daemon refused shows in its state. */
@@ -87,10 +86,8 @@ int timed_out(const Settling &settling, double limit) {
                                 : !settling.step.empty()
                                     ? "the step " + file_name(settling.step) + " is still running"
                                     : "it took effect, but the cluster is not at rest yet";
-    std::fprintf(stderr, "duskvalectl: timed out after %s: %s\n",
-                 duration_text(std::chrono::milliseconds(std::llround(limit * 1000))).c_str(),
-                 missing.c_str());
-    return Exit::timed_out;
+    const std::chrono::milliseconds waited(std::llround(limit * 1000));
+    return complain(Exit::timed_out, "timed out after " + duration_text(waited) + ": " + missing);
 }
 
 int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &before,
@@ -110,19 +107,12 @@ int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &be
         settle_request.watcher = [&](const News &news) { progress.show(news, before.local_node); };
         settling = settle(bus, before, settle_request);
     }
-    switch (settling.outcome) {
-    case Settled::timed_out:
+    if (!settling.in_time) {
         return timed_out(settling, limit);
-    case Settled::vanished:
-    case Settled::bus_lost:
-        return report(settling.problem);
-    case Settled::yes:
-        break;
     }
     print_line(outcome_text(settling, g_get_monotonic_time() - start));
     if (!request.holds(settling.last)) {
-        std::fputs("duskvalectl: it did not last: something else has changed it since\n", stderr);
-        return Exit::failed;
+        return complain(Exit::failed, "it did not last: something else has changed it since");
     }
     return settling.failed > 0 ? Exit::failed : Exit::ok;
 }
@@ -147,12 +137,11 @@ int check_stored(const Request &request) {
     if (stored.fault == EACCES || request.is_stored(stored)) {
         return Exit::ok;
     }
-    std::fprintf(
-        stderr,
-        "duskvalectl: it is in effect, but this node has not stored it in %s, and loses it "
-        "when its daemon restarts\nNext: df /etc/duskvale; when there is space, ask again\n",
-        request.stored_in);
-    return Exit::failed;
+    return complain(Exit::failed,
+                    std::string("it is in effect, but this node has not stored it in ") +
+                        request.stored_in +
+                        ", and loses it when its daemon restarts\nNext: df /etc/duskvale; when "
+                        "there is space, ask again");
 }
 
 std::optional<client::Call> call_to_keeper(Bus &bus, const Request &request,
@@ -161,38 +150,32 @@ std::optional<client::Call> call_to_keeper(Bus &bus, const Request &request,
     return keeper ? request.by_keeper(before, *keeper) : std::nullopt;
 }
 
+int ask_daemon(Bus &bus, const Request &request, const client::Snapshot &before) {
+    note(request.name);
+    if (!bus.ask(request.call).value()) {
+        return refuse(refusal(request, bus.read().value()));
+    }
+    print_line(request.asked(before));
+    return Exit::ok;
+}
+
 } // namespace
 
 int carry_out(const Request &request, std::optional<double> wait) {
     Bus bus;
-    const Result<client::Snapshot> before = open_daemon(bus, true);
-    if (!before) {
-        return report(before.problem());
-    }
-    const std::string objection = request.objection ? request.objection(*before) : "";
+    const client::Snapshot before = open_daemon(bus, true).value();
+    const std::string objection = request.objection ? request.objection(before) : "";
     if (!objection.empty()) {
         return refuse(objection);
     }
-    note(request.name);
-    if (const std::optional<client::Call> better = call_to_keeper(bus, request, *before)) {
-        const KeeperAnswer answer = bus.ask_keeper(*better);
-        if (!answer.done) {
-            return refuse(answer.text);
-        }
-        print_line(answer.text);
-    } else {
-        const Result<bool> accepted = bus.ask(request.call);
-        if (!accepted) {
-            return report(accepted.problem());
-        }
-        if (!*accepted) {
-            const Result<client::Snapshot> now = bus.read();
-            return now ? refuse(refusal(request, *now)) : report(now.problem());
-        }
-        print_line(request.asked(*before));
+    const std::optional<client::Call> better = call_to_keeper(bus, request, before);
+    const int asked = better ? ask_keeper(bus, request.name, *better, ask_again)
+                             : ask_daemon(bus, request, before);
+    if (asked != Exit::ok) {
+        return asked;
     }
-    const int status = wait ? wait_for_effect(bus, request, *before, *wait) : Exit::ok;
-    const bool in_effect = wait ? status == Exit::ok : took_effect(bus, request, *before);
+    const int status = wait ? wait_for_effect(bus, request, before, *wait) : Exit::ok;
+    const bool in_effect = wait ? status == Exit::ok : took_effect(bus, request, before);
     return request.stored_in != nullptr && in_effect ? check_stored(request) : status;
 }
 
@@ -209,13 +192,8 @@ int ask_keeper(Bus &bus, const std::string &name, const client::Call &call, cons
 
 int send_call(const client::Call &call, const std::string &done) {
     Bus bus;
-    if (const std::optional<Problem> problem = bus.connect()) {
-        return report(*problem);
-    }
-    const Result<bool> sent = bus.ask(call);
-    if (!sent) {
-        return report(sent.problem());
-    }
+    bus.connect();
+    bus.ask(call).value();
     print_line(done);
     return Exit::ok;
 }

@@ -1,5 +1,6 @@
 /* What the operator's requests have in common: ask, say what was asked or why it was refused, and
-   wait for the effect when told to. */
+   wait for the effect where that is wanted. Each throws a Problem when the daemon or the bus is
+   lost. */
 #pragma once
 
 #include "ctl/ask/settle.h"
@@ -41,6 +42,9 @@ struct Request {
 /* Carries `request` out and, with `wait`, waits so many seconds for its effect. Returns the exit
    status. */
 int carry_out(const Request &request, std::optional<double> wait);
+
+/* What to do where the keeper was there a moment ago. */
+inline constexpr const char *ask_again = "ask again";
 
 /* Asks the keeper of this node, prints its answer, and says what to do where there is none:
    `without`. `name` is as in Request. Returns the exit status. */

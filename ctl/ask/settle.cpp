@@ -23,7 +23,7 @@ public:
             const bool at_rest = result.effect_seen && !result.steps_running;
             if (at_rest && !bus.has_news() && (!request.election || passed(quiet_from))) {
                 if (confirm()) {
-                    return finish(Settled::yes);
+                    return result;
                 }
                 continue;
             }
@@ -33,10 +33,8 @@ public:
             if (news) {
                 take(*news);
             } else if (!rest_first) {
-                return finish(Settled::timed_out);
-            }
-            if (lost) {
-                return finish(*lost);
+                result.in_time = false;
+                return result;
             }
         }
     }
@@ -56,9 +54,9 @@ private:
         if (announcement != nullptr) {
             follow(*announcement);
         } else if (news.is<DaemonVanished>()) {
-            lose(Settled::vanished, daemon_absent());
+            throw daemon_absent();
         } else if (news.is<BusLost>()) {
-            lose(Settled::bus_lost, bus_closed());
+            throw bus_closed();
         }
     }
 
@@ -71,9 +69,6 @@ private:
                        [this](const client::FrozenMaster &) { stir(); },
                        [this](const client::Joined &) { stir(); },
                        [this](const client::Left &) { stir(); },
-                       [](const client::KeepAlive &) {},
-                       [](const client::Text &) {},
-                       [](const client::Hotplug &) {},
                        [this](const client::StepBegin &begin) {
                            result.steps_running = true;
                            result.step = begin.step;
@@ -87,13 +82,9 @@ private:
                            result.steps_running = false;
                            result.step.clear();
                        },
+                       [](const auto &) {}, /* neither mastership nor a step */
                    },
                    announcement);
-    }
-
-    void lose(Settled how, Problem problem) {
-        lost = how;
-        result.problem = std::move(problem);
     }
 
     /*
@@ -102,27 +93,15 @@ private:
      * announced together with the end is in the queue once it has answered.
      */
     bool confirm() {
-        const Result<client::Snapshot> snapshot = bus.read();
-        if (!snapshot) {
-            lost = Settled::vanished;
-            result.problem = snapshot.problem();
-            return true;
-        }
-        result.last = *snapshot;
-        result.steps_running = snapshot->in_transition;
+        result.last = bus.read().value();
+        result.steps_running = result.last.in_transition;
         return !result.steps_running && !bus.has_news();
-    }
-
-    Settling finish(Settled outcome) {
-        result.outcome = lost.value_or(outcome);
-        return result;
     }
 
     Bus &bus;
     const SettleRequest &request;
     Settling result;
     Deadline quiet_from;
-    std::optional<Settled> lost;
 };
 
 } // namespace

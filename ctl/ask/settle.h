@@ -14,17 +14,14 @@ namespace ctl {
  */
 constexpr double election_rest_s = 1;
 
-enum class Settled { yes, timed_out, vanished, bus_lost };
-
 struct Settling {
-    Settled outcome = Settled::timed_out;
+    bool in_time = true; /* false: the deadline came first */
     bool effect_seen = false;
     bool steps_running = false; /* of this node */
     client::Snapshot last;      /* the state at the end; the last one read when there is none */
     unsigned steps = 0;         /* run steps that ended while waiting */
     unsigned failed = 0;        /* those of them that failed */
     std::string step;           /* the path of the step still running, or "" */
-    Problem problem;            /* of vanished and bus_lost */
 };
 
 struct SettleRequest {
@@ -39,8 +36,8 @@ struct SettleRequest {
 
 /*
  * Waits until the effect has shown, this node's run steps are done, and, where asked for, no
- * election is under way. `before` is the state from before the request, read on the listening
- * `bus`.
+ * election is under way. Throws a Problem when the daemon or the bus is lost. `before` is the state
+ * from before the request, read on the listening `bus`.
  */
 Settling settle(Bus &bus, const client::Snapshot &before, const SettleRequest &request);
 

@@ -37,15 +37,6 @@ void judge(const client::Snapshot &now, unsigned expected_members, Findings &fin
     }
 }
 
-/* The keeper's verdict is that of its first cause. */
-void add_verdict(const client::KeeperState &keeper, Findings &findings) {
-    Level level = level_of_word(keeper.verdict).value_or(Level::unknown);
-    for (const std::string &cause : keeper.causes) {
-        findings.add(level, printable(cause));
-        level = Level::note;
-    }
-}
-
 unsigned listed(const client::KeeperState &keeper) {
     return static_cast<unsigned>(
         std::ranges::count(keeper.nodes, true, &client::KeeperNode::listed));
@@ -72,18 +63,10 @@ std::string figures(const client::Snapshot &now, unsigned expected_members) {
            " frozen=" + flag(now.frozen_node != 0) + " transition=" + flag(now.in_transition);
 }
 
+/* What keeps the daemon from being asked says nothing of the daemon. */
 Level level_of(const Problem &problem) {
-    switch (problem.kind) {
-    case ProblemKind::daemon_not_running:
-    case ProblemKind::no_corosync:
-    case ProblemKind::no_answer:
-        return Level::critical;
-    case ProblemKind::bus_unreachable:
-    case ProblemKind::not_permitted:
-    case ProblemKind::failed:
-        break;
-    }
-    return Level::unknown;
+    return problem.is_absence() || problem.kind == ProblemKind::no_answer ? Level::critical
+                                                                          : Level::unknown;
 }
 
 } // namespace
@@ -91,29 +74,24 @@ Level level_of(const Problem &problem) {
 int command_check(const Options &options) {
     Bus bus;
     const Result<client::Snapshot> now = open_daemon(bus);
+    /* It may be the keeper that holds an absent daemon back, and knows why. */
+    const KeeperView keeper = read_keeper(bus, now);
     Findings findings;
     unsigned expected = options.members.value_or(members_without_keeper);
     if (!now) {
         findings.add(level_of(now.problem()), problem_text(now.problem()));
-        /* It may be the keeper that holds the daemon back, and knows why. */
-        if (const KeeperView keeper =
-                now.problem().is_absence() ? bus.read_keeper() : KeeperView()) {
-            add_verdict(*keeper, findings);
-        }
-    } else {
-        const KeeperView keeper = bus.read_keeper();
-        if (keeper) {
-            add_verdict(*keeper, findings);
-        }
-        if (keeper && !options.members) {
-            expected = listed(*keeper);
-        } else {
-            judge(*now, expected, findings);
-        }
-        if (!keeper) {
-            findings.add(keeper.absent ? Level::note : Level::unknown,
-                         keeper.why_not + ": run steps and other nodes are not watched");
-        }
+    }
+    if (keeper) {
+        findings.add_verdict(*keeper);
+    }
+    if (now && keeper && !options.members) {
+        expected = listed(*keeper);
+    } else if (now) {
+        judge(*now, expected, findings);
+    }
+    if (now && !keeper) {
+        findings.add(keeper.absent ? Level::note : Level::unknown,
+                     keeper.why_not + ": run steps and other nodes are not watched");
     }
     print_line(verdict_line(findings) + (now ? figures(*now, expected) : ""));
     return spec_of(findings.worst()).exit_status;

@@ -2,9 +2,15 @@
 #pragma once
 
 #include "ctl/exit-status.h"
+#include "ctl/line/command.h"
 #include "ctl/line/options.h"
 
+#include <span>
+
 namespace ctl {
+
+/* All of them: the rows of table.cpp. */
+std::span<const Command> commands();
 
 int command_check(const Options &options);
 int command_doctor(const Options &options);

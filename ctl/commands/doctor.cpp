@@ -3,8 +3,6 @@
 #include "ctl/print/json.h"
 #include "ctl/print/text.h"
 
-#include <algorithm>
-
 namespace ctl {
 
 namespace {
@@ -21,41 +19,29 @@ constexpr Check checks[] = {
     {"steps", check_steps},       {"devices", check_devices},
 };
 
-std::string column(std::string text) {
-    constexpr std::size_t width = 10;
-    text.resize(std::max(width, text.size() + 1), ' ');
-    return text;
-}
-
 /* As the line of `check` begins, with the number of findings that are worth a deed. */
 std::string summary(const Findings &findings) {
-    const auto critical = findings.count(Level::critical);
-    const auto warnings = findings.count(Level::warning);
-    const auto unknown = findings.count(Level::unknown);
     std::string text;
-    const auto add = [&text](const std::string &part) {
-        text += (text.empty() ? "" : ", ") + part;
-    };
-    if (critical > 0) {
-        add(std::to_string(critical) + " critical");
-    }
-    if (warnings > 0) {
-        add(counted(warnings, "warning"));
-    }
-    if (unknown > 0) {
-        add(std::to_string(unknown) + " unknown");
+    for (const Level level : {Level::critical, Level::warning, Level::unknown}) {
+        const std::size_t count = findings.count(level);
+        const std::string some = level == Level::warning
+                                     ? counted(count, "warning")
+                                     : std::to_string(count) + " " + spec_of(level).word;
+        text += count == 0 ? "" : (text.empty() ? "" : ", ") + some;
     }
     const LevelSpec &worst = spec_of(findings.worst());
     return paint(worst.colour, worst.verdict) + " - " + (text.empty() ? "nothing to do" : text) +
            "\n";
 }
 
+constexpr std::size_t width = 10;
+
 void print_findings(const Findings &findings) {
     for (const Finding &finding : findings.list()) {
-        print(paint(spec_of(finding.level).colour, column(spec_of(finding.level).word)) +
-              column(finding.area) + finding.text + "\n");
+        print(paint(spec_of(finding.level).colour, column(spec_of(finding.level).word, width)) +
+              column(finding.area, width) + finding.text + "\n");
         if (!finding.next.empty()) {
-            print(column("") + column("") + "next: " + finding.next + "\n");
+            print(column("", 2 * width) + "next: " + finding.next + "\n");
         }
     }
     print(summary(findings));

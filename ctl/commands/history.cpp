@@ -1,4 +1,3 @@
-#include "ctl/ask/problem.h"
 #include "ctl/commands/commands.h"
 #include "ctl/history/journal.h"
 #include "ctl/history/sentence.h"
@@ -18,7 +17,7 @@ int command_history(const Options &options) {
         reading = read_records({options.log, options.since}, entries);
     }
     if (!reading.fault.empty()) {
-        return report_fault(reading.fault);
+        return complain(Exit::failed, reading.fault);
     }
     for (const Record &record :
          std::span(reading.records).last(std::min(wanted, reading.records.size()))) {

@@ -1,5 +1,7 @@
 #include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
+#include "ctl/doctor/finding.h"
+#include "ctl/print/json.h"
 #include "ctl/print/text.h"
 
 #include "version.h"
@@ -12,31 +14,30 @@ namespace {
 
 /* Gauges only: readers of the older text format, such as file collectors, know no other type that
    would fit. */
-void gauge(const char *name, const char *help, int64_t value, const std::string &labels = "") {
+void heading(const char *name, const char *help) {
     print(std::string("# HELP duskvale_") + name + " " + help + "\n# TYPE duskvale_" + name +
-          " gauge\nduskvale_" + name + labels + " " + std::to_string(value) + "\n");
+          " gauge\n");
 }
 
-std::string label_value(const std::string &text) {
-    std::string value;
-    for (const char c : text) {
-        if (c == '\\' || c == '"') {
-            value += '\\';
-        }
-        if (c == '\n') {
-            value += "\\n";
-        } else {
-            value += c;
-        }
-    }
-    return value;
+void figure(const char *name, int64_t value, const std::string &labels = "") {
+    print(std::string("duskvale_") + name + labels + " " + std::to_string(value) + "\n");
+}
+
+void gauge(const char *name, const char *help, int64_t value, const std::string &labels = "") {
+    heading(name, help);
+    figure(name, value, labels);
+}
+
+/* In quotes. What is left to escape, JSON and OpenMetrics write alike. */
+std::string quoted(const std::string &text) {
+    return Json(printable(text)).dump();
 }
 
 void print_state(const client::Snapshot &now) {
     gauge("daemon", "The daemon that answered; always 1.", 1,
-          "{interface_version=\"" + label_value(now.interface_version) +
-              "\",program_version=\"" DUSKVALE_VERSION "\",node=\"" +
-              std::to_string(now.local_node) + "\"}");
+          "{interface_version=" + quoted(now.interface_version) +
+              ",program_version=\"" DUSKVALE_VERSION "\",node=\"" + std::to_string(now.local_node) +
+              "\"}");
     gauge("master_node", "Node id of the master, 0 while none is known.", now.master_node);
     gauge("is_master", "Whether this node is the master.", now.is_master ? 1 : 0);
     gauge("members", "Members of the group.", now.members);
@@ -48,20 +49,14 @@ void print_state(const client::Snapshot &now) {
     gauge("devices", "Devices attached to this node.", now.devices);
 }
 
-std::string node_label(const client::KeeperNode &node) {
-    return "{node=\"" + std::to_string(node.id) + "\",name=\"" + label_value(printable(node.name)) +
-           "\"}";
-}
-
 /* A figure of each node. */
 template <typename Figure>
 void node_gauges(const client::KeeperState &keeper, const char *name, const char *help,
-                 Figure figure) {
-    print(std::string("# HELP duskvale_") + name + " " + help + "\n# TYPE duskvale_" + name +
-          " gauge\n");
+                 Figure figure_of) {
+    heading(name, help);
     for (const client::KeeperNode &node : keeper.nodes) {
-        print(std::string("duskvale_") + name + node_label(node) + " " +
-              std::to_string(figure(node)) + "\n");
+        figure(name, figure_of(node),
+               "{node=\"" + std::to_string(node.id) + "\",name=" + quoted(node.name) + "}");
     }
 }
 
@@ -70,10 +65,7 @@ void print_keeper(const client::KeeperState &keeper) {
     const bool known = self != keeper.nodes.end();
     const bool running = known && self->steps == "running" && self->since;
     gauge("verdict", "What the keeper makes of it: 0 ok, 1 warning, 2 critical, 3 unknown.",
-          keeper.verdict == "ok"         ? 0
-          : keeper.verdict == "warning"  ? 1
-          : keeper.verdict == "critical" ? 2
-                                         : 3);
+          spec_of(level_of_word(keeper.verdict)).exit_status);
     gauge("listed_nodes", "Nodes of corosync's node list.",
           std::ranges::count(keeper.nodes, true, &client::KeeperNode::listed));
     gauge("quorum", "Whether this node has quorum.", known && self->quorum == "yes" ? 1 : 0);
@@ -104,8 +96,7 @@ int command_metrics(const Options &) {
     if (now) {
         print_state(*now);
     }
-    const bool reached = now || now.problem().is_absence();
-    const KeeperView keeper = reached ? bus.read_keeper() : KeeperView();
+    const KeeperView keeper = read_keeper(bus, now);
     gauge("keeper_up", "Whether the keeper answered; without it the figures below are not known.",
           keeper ? 1 : 0);
     if (keeper) {

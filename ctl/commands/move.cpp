@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 
 namespace ctl {
 
@@ -41,18 +40,20 @@ int wait_for_steps(Bus &bus, double limit) {
     while (true) {
         const KeeperView keeper = bus.read_keeper();
         if (!keeper) {
-            return report_fault(keeper.why_not + "\nNext: duskvalectl status");
+            return complain(Exit::failed, keeper.why_not + "\nNext: duskvalectl status");
         }
         const auto master = std::ranges::find(keeper->nodes, "master", &client::KeeperNode::role);
         if (master != keeper->nodes.end() && master->steps != "running" &&
             master->steps != "unknown") {
-            const bool settled = master->steps == "settled";
             const std::string text = node_text(*master) + ": run steps " + steps_text(*master);
-            return settled ? (print_line(text), int{Exit::ok}) : report_fault(text);
+            if (master->steps != "settled") {
+                return complain(Exit::failed, text);
+            }
+            print_line(text);
+            return Exit::ok;
         }
         if (passed(deadline)) {
-            std::fprintf(stderr, "duskvalectl: timed out: the run steps are not done\n");
-            return Exit::timed_out;
+            return complain(Exit::timed_out, "timed out: the run steps are not done");
         }
         bus.next(after(look_again_s));
     }
@@ -62,14 +63,12 @@ int wait_for_steps(Bus &bus, double limit) {
 
 int command_move(const Options &options) {
     Bus bus;
-    if (const std::optional<Problem> problem = bus.connect()) {
-        return report(*problem);
-    }
+    bus.connect();
     client::NodeId target = 0;
     if (const auto keeper = bus.read_keeper(); keeper && !options.text.empty()) {
         const client::KeeperNode *node = find(*keeper, options.text);
         if (node == nullptr) {
-            return report_fault(no_such_node(*keeper, options.text));
+            return complain(Exit::failed, no_such_node(*keeper, options.text));
         }
         target = node->id;
     }

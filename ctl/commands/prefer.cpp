@@ -11,8 +11,10 @@ int command_prefer(const Options &options) {
     Request request;
     /* The keeper keeps the operator's choice apart from what it writes itself to hold a master. */
     Bus bus;
-    if (!bus.connect() && bus.read_keeper()) {
-        return ask_keeper(bus, "prefer " + options.word, client::keeper_prefer(preferred), "");
+    bus.connect();
+    if (bus.read_keeper()) {
+        return ask_keeper(bus, "prefer " + options.word, client::keeper_prefer(preferred),
+                          ask_again);
     }
     request.name = "prefer " + options.word;
     request.call = client::set_preferred(preferred);

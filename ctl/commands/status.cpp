@@ -11,9 +11,7 @@ namespace ctl {
 namespace {
 
 std::string label(const char *name) {
-    std::string text = name;
-    text.resize(12, ' ');
-    return paint(Colour::faint, text);
+    return paint(Colour::faint, column(name, 12));
 }
 
 std::string master_line(const client::Snapshot &snapshot) {
@@ -74,21 +72,20 @@ void print_status(const client::Snapshot &snapshot, const KeeperView &keeper) {
 int command_status(const Options &options) {
     Bus bus;
     const Result<client::Snapshot> snapshot = open_daemon(bus);
-    const bool reached = snapshot || snapshot.problem().is_absence();
-    const KeeperView keeper = reached ? bus.read_keeper() : KeeperView();
+    const KeeperView keeper = read_keeper(bus, snapshot);
     if (options.json) {
         Json line;
         if (snapshot) {
             line = {{"state", "running"}};
             line.update(json_snapshot(*snapshot));
         } else {
-            line = {{"state", problem_word(snapshot.problem())},
+            line = {{"state", spec_of(snapshot.problem()).word},
                     {"message", problem_text(snapshot.problem())},
-                    {"next", problem_advice(snapshot.problem())}};
+                    {"next", spec_of(snapshot.problem()).advice}};
         }
         line["keeper"] = keeper ? json_keeper(*keeper) : Json();
         print_line(json_line(line));
-        return snapshot ? int{Exit::ok} : problem_exit(snapshot.problem());
+        return snapshot ? int{Exit::ok} : spec_of(snapshot.problem()).exit_status;
     }
     if (snapshot) {
         print_status(*snapshot, keeper);

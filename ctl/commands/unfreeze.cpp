@@ -30,34 +30,33 @@ bool confirmed() {
    off. Without the file it starts unfrozen. */
 int unfreeze_alone(const Options &options) {
     Bus bus;
-    const Result<client::Snapshot> now = open_daemon(bus);
-    if (!now) {
-        return report(now.problem());
+    const client::Snapshot now = open_daemon(bus).value();
+    if (now.frozen_node == 0) {
+        return complain(Exit::failed, "mastership is not frozen\nNext: duskvalectl status");
     }
-    if (now->frozen_node == 0) {
-        return report_fault("mastership is not frozen\nNext: duskvalectl status");
-    }
-    if (now->members > 1) {
-        return report_fault(
-            "this node is not alone: " + counted(static_cast<uint64_t>(now->members), "member") +
-            "\nNext: duskvalectl unfreeze");
+    if (now.members > 1) {
+        return complain(Exit::failed, "this node is not alone: " +
+                                          counted(static_cast<uint64_t>(now.members), "member") +
+                                          "\nNext: duskvalectl unfreeze");
     }
     if (!options.yes && isatty(STDIN_FILENO) == 0) {
-        return report_fault("--alone has to ask whether all other nodes are off\n"
-                            "Next: when they are, duskvalectl unfreeze --alone --yes");
+        return complain(Exit::failed, "--alone has to ask whether all other nodes are off\n"
+                                      "Next: when they are, duskvalectl unfreeze --alone --yes");
     }
     if (!options.yes && !confirmed()) {
-        return report_fault("nothing was changed");
+        return complain(Exit::failed, "nothing was changed");
     }
     for (const char *verb : {"stop", "start"}) {
         const ProgramAnswer answer = ask_program({"systemctl", verb, DUSKVALE_IDENT}, stop_limit_s);
         if (answer.status != 0) {
-            return report_fault(std::string("systemctl ") + verb + " failed: " + answer.err +
-                                "\nNext: systemctl status " DUSKVALE_IDENT);
+            return complain(Exit::failed, std::string("systemctl ") + verb +
+                                              " failed: " + answer.err +
+                                              "\nNext: systemctl status " DUSKVALE_IDENT);
         }
         if (verb == std::string("stop") && unlink(DUSKVALE_FROZEN_MASTER_FILE) != 0 &&
             errno != ENOENT) {
-            return report_fault(std::string("cannot remove " DUSKVALE_FROZEN_MASTER_FILE ": ") +
+            return complain(Exit::failed,
+                            std::string("cannot remove " DUSKVALE_FROZEN_MASTER_FILE ": ") +
                                 std::strerror(errno) + "; the daemon is stopped" +
                                 "\nNext: systemctl start " DUSKVALE_IDENT);
         }

@@ -4,8 +4,6 @@
 #include "ctl/print/nodes.h"
 #include "ctl/print/text.h"
 
-#include <cstdio>
-
 namespace ctl {
 
 namespace {
@@ -18,14 +16,12 @@ bool fits(const std::string &wanted, const client::Snapshot &now) {
 }
 
 int timed_out(const std::string &wanted, const std::string &state) {
-    std::fprintf(stderr, "duskvalectl: timed out waiting for %s: %s\n", wanted.c_str(),
-                 state.c_str());
-    return Exit::timed_out;
+    return complain(Exit::timed_out, "timed out waiting for " + wanted + ": " + state);
 }
 
-/* Until the daemon is there and can be read; a problem that waiting does not solve; or nothing at
-   the deadline. */
-std::optional<Result<client::Snapshot>> wait_for_daemon(Bus &bus, const Deadline &deadline) {
+/* Until the daemon is there and can be read; nothing at the deadline. Throws a Problem that waiting
+   does not solve. */
+std::optional<client::Snapshot> wait_for_daemon(Bus &bus, const Deadline &deadline) {
     Result<client::Snapshot> snapshot = bus.read();
     while (!snapshot && snapshot.problem().is_absence()) {
         const std::optional<News> news = bus.next(deadline);
@@ -33,13 +29,13 @@ std::optional<Result<client::Snapshot>> wait_for_daemon(Bus &bus, const Deadline
             return std::nullopt;
         }
         if (news->is<BusLost>()) {
-            return Result<client::Snapshot>(bus_closed());
+            throw bus_closed();
         }
         if (news->is<DaemonAppeared>()) {
             snapshot = bus.read();
         }
     }
-    return snapshot;
+    return std::move(snapshot).value();
 }
 
 /* Nothing when the keeper sees the steps of no node run; else what is not done. Without a keeper
@@ -47,8 +43,7 @@ std::optional<Result<client::Snapshot>> wait_for_daemon(Bus &bus, const Deadline
 std::string unsettled_elsewhere(Bus &bus) {
     const KeeperView keeper = bus.read_keeper();
     if (!keeper) {
-        std::fprintf(stderr, "duskvalectl: %s: the run steps of other nodes are not known\n",
-                     keeper.why_not.c_str());
+        complain(Exit::ok, keeper.why_not + ": the run steps of other nodes are not known");
         return "";
     }
     for (const client::KeeperNode &node : keeper->nodes) {
@@ -76,14 +71,11 @@ int wait_for_others(Bus &bus, const Deadline &deadline) {
 
 int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
     while (true) {
-        const std::optional<Result<client::Snapshot>> now = wait_for_daemon(bus, deadline);
+        const std::optional<client::Snapshot> now = wait_for_daemon(bus, deadline);
         if (!now) {
             return timed_out(wanted, "the daemon is not running");
         }
-        if (!*now) {
-            return report(now->problem());
-        }
-        client::Snapshot last = **now;
+        client::Snapshot last = *now;
         SettleRequest request;
         request.deadline = deadline;
         request.election = wanted == "stable";
@@ -96,22 +88,22 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
                 return fits(wanted, last);
             };
         }
-        const Settling settling = settle(bus, **now, request);
-        if (settling.outcome == Settled::bus_lost) {
-            return report(settling.problem);
-        }
-        if (settling.outcome == Settled::timed_out) {
-            return timed_out(wanted, !settling.effect_seen ? "it did not happen"
-                                     : settling.steps_running
-                                         ? "this node's run steps are not done"
-                                         : "no second has passed without news");
-        }
-        /* Otherwise the role was lost again meanwhile, or the daemon restarts. */
-        if (settling.outcome == Settled::yes && fits(wanted, settling.last)) {
-            return wanted == "stable" ? wait_for_others(bus, deadline) : int{Exit::ok};
-        }
-        if (settling.outcome == Settled::vanished && !settling.problem.is_absence()) {
-            return report(settling.problem);
+        try {
+            const Settling settling = settle(bus, *now, request);
+            if (!settling.in_time) {
+                return timed_out(wanted, !settling.effect_seen ? "it did not happen"
+                                         : settling.steps_running
+                                             ? "this node's run steps are not done"
+                                             : "no second has passed without news");
+            }
+            /* The role may have been lost again meanwhile. */
+            if (fits(wanted, settling.last)) {
+                return wanted == "stable" ? wait_for_others(bus, deadline) : int{Exit::ok};
+            }
+        } catch (const Problem &problem) {
+            if (!problem.is_absence()) {
+                throw;
+            }
         }
     }
 }
@@ -123,9 +115,7 @@ int command_wait(const Options &options) {
     const double room = options.word == "stable" ? 0.1 : 0;
     const Deadline deadline = options.timeout ? after(*options.timeout + room) : std::nullopt;
     Bus bus;
-    if (const std::optional<Problem> problem = bus.connect()) {
-        return report(*problem);
-    }
+    bus.connect();
     bus.listen();
     return wait_for(options.word, bus, deadline);
 }

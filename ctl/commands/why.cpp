@@ -1,4 +1,3 @@
-#include "ctl/ask/problem.h"
 #include "ctl/commands/commands.h"
 #include "ctl/history/last-change.h"
 #include "ctl/print/json.h"
@@ -29,7 +28,7 @@ int command_why(const Options &options) {
         change = find_last_change(reading);
     }
     if (!reading.fault.empty()) {
-        return report_fault(reading.fault);
+        return complain(Exit::failed, reading.fault);
     }
     if (options.json) {
         print_line(json_line({{"change", change ? json_change(*change) : Json()}}));

@@ -36,7 +36,7 @@ void check_bus(const Facts &facts, Findings &findings) {
     if (facts.bus) {
         const bool refused = facts.bus->kind == ProblemKind::not_permitted;
         findings.add(refused ? Level::unknown : Level::critical, problem_text(*facts.bus),
-                     problem_advice(*facts.bus));
+                     spec_of(*facts.bus).advice);
     } else {
         findings.add(Level::ok, "the system bus answers");
     }

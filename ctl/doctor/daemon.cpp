@@ -54,7 +54,7 @@ void check_daemon(const Facts &facts, Findings &findings) {
     } else if (facts.unit.waits_for_ring()) {
         findings.add(Level::warning, "it is about to start: see the unit");
     } else {
-        findings.add(Level::critical, problem_text(problem), problem_advice(problem));
+        findings.add(Level::critical, problem_text(problem), spec_of(problem).advice);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "ctl/doctor/checks.h"
 
+#include "client/handle.h"
+
 #include "base/paths.h"
 
 #include <glob.h>
@@ -13,10 +15,8 @@ constexpr const char *driver_directory = "/sys/bus/lumacrates";
 
 std::size_t attached_devices() {
     glob_t found = {};
-    const std::size_t count =
-        glob(DUSKVALE_DEVICES_PATTERN, 0, nullptr, &found) == 0 ? found.gl_pathc : 0;
-    globfree(&found);
-    return count;
+    const std::unique_ptr<glob_t, client::Release<globfree>> owner(&found);
+    return glob(DUSKVALE_DEVICES_PATTERN, 0, nullptr, &found) == 0 ? found.gl_pathc : 0;
 }
 
 } // namespace

@@ -120,8 +120,10 @@ UnitFacts ask_systemd() {
         return facts;
     }
     for (const std::string &line : split(systemctl.out, '\n')) {
-        const std::size_t equals = std::min(line.find('='), line.size());
-        facts.properties[line.substr(0, equals)] = line.substr(std::min(equals + 1, line.size()));
+        const std::size_t equals = line.find('=');
+        if (equals != line.npos) {
+            facts.properties[line.substr(0, equals)] = line.substr(equals + 1);
+        }
     }
     return facts;
 }
@@ -138,14 +140,15 @@ Facts gather_facts() {
     facts.corosync = ask_corosync();
     facts.unit = ask_systemd();
     Bus bus;
-    facts.bus = bus.connect();
-    if (facts.bus) {
-        facts.owner = *facts.bus;
-        facts.daemon = *facts.bus;
-    } else {
+    try {
+        bus.connect();
         facts.owner = bus.owner();
         facts.daemon = bus.read();
         facts.keeper = bus.read_keeper();
+    } catch (const Problem &problem) {
+        facts.bus = problem;
+        facts.owner = problem;
+        facts.daemon = problem;
     }
     return facts;
 }

@@ -19,6 +19,14 @@ constexpr LevelSpec levels[] = {
 
 } // namespace
 
+void Findings::add_verdict(const client::KeeperState &keeper, const std::string &next) {
+    Level level = level_of_word(keeper.verdict);
+    for (const std::string &cause : keeper.causes) {
+        add(level, printable(cause), level == Level::ok ? "" : next);
+        level = Level::note;
+    }
+}
+
 std::size_t Findings::count(Level level) const {
     return static_cast<std::size_t>(std::ranges::count(all, level, &Finding::level));
 }
@@ -32,9 +40,9 @@ const LevelSpec &spec_of(Level level) {
     return *std::ranges::find(levels, level, &LevelSpec::level);
 }
 
-std::optional<Level> level_of_word(const std::string &word) {
+Level level_of_word(const std::string &word) {
     const auto *found = std::ranges::find(levels, word, &LevelSpec::word);
-    return found != std::end(levels) ? std::optional(found->level) : std::nullopt;
+    return found != std::end(levels) ? found->level : Level::unknown;
 }
 
 } // namespace ctl

@@ -3,7 +3,8 @@
 
 #include "ctl/print/text.h"
 
-#include <optional>
+#include "client/keeper.h"
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,6 +27,8 @@ public:
     void add(Level level, std::string text, std::string next = "") {
         all.push_back({level, present, std::move(text), std::move(next)});
     }
+    /* Adds the keeper's verdict, which is that of its first cause; the other causes as notes. */
+    void add_verdict(const client::KeeperState &keeper, const std::string &next = "");
     const std::vector<Finding> &list() const { return all; }
     std::size_t count(Level level) const;
     /* The level that decides: what could not be looked at must not hide what was found, and a note
@@ -46,7 +49,7 @@ struct LevelSpec {
 };
 
 const LevelSpec &spec_of(Level level);
-/* None for a word that is not one of theirs. */
-std::optional<Level> level_of_word(const std::string &word);
+/* Unknown for a word that is not one of theirs. */
+Level level_of_word(const std::string &word);
 
 } // namespace ctl

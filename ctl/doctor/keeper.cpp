@@ -29,11 +29,7 @@ void check_keeper(const Facts &facts, Findings &findings) {
                                          : "systemctl restart duskvale-keeper");
         return;
     }
-    Level level = level_of_word(facts.keeper->verdict).value_or(Level::unknown);
-    for (const std::string &cause : facts.keeper->causes) {
-        findings.add(level, printable(cause), level == Level::ok ? "" : "duskvalectl status");
-        level = Level::note;
-    }
+    findings.add_verdict(*facts.keeper, "duskvalectl status");
     check_policy(facts.keeper->stay, "stay", findings);
     check_policy(facts.keeper->quorum_guard, "the quorum guard", findings);
 }

@@ -1,12 +1,11 @@
 #include "ctl/line/arguments.h"
 
-#include "ctl/line/options.h"
-
 #include <CLI/CLI.hpp>
 #include <glib.h>
 
 #include <algorithm>
-#include <functional>
+#include <limits>
+#include <vector>
 
 namespace ctl {
 
@@ -15,148 +14,101 @@ namespace {
 /* More than anyone waits, and its sum with a clock is far from overflow. */
 constexpr int longest_wait_s = 100'000'000;
 
-/* A check of a value's text. Its complaint is a whole message. */
-CLI::Validator check(const std::function<bool(const std::string &)> &fits,
-                     const std::function<std::string(const std::string &)> &complaint) {
-    return {[fits, complaint](const std::string &text) {
-                return fits(text) ? std::string() : complaint(text);
-            },
-            ""};
-}
+/* A complaint is a whole message; "" for a text that fits. */
+using Check = std::function<std::string(const std::string &text)>;
 
 /* All texts go to the bus, which carries nothing else. */
-CLI::Validator utf8() {
-    return check(
-        [](const std::string &text) {
-            return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != FALSE;
-        },
-        [](const std::string &) { return "an argument is not valid UTF-8"; });
+std::string check_utf8(const std::string &text) {
+    return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != FALSE
+               ? ""
+               : "an argument is not valid UTF-8";
 }
 
-CLI::Validator count(const std::string &option) {
-    return check(
-        [](const std::string &text) {
-            unsigned number = 0;
-            return CLI::detail::lexical_cast(text, number) && number > 0;
-        },
-        [option](const std::string &) { return option + " takes a whole number from 1 up"; });
+/* None for a text that is not a number of seconds to wait. */
+std::optional<double> seconds(const std::string &text) {
+    char *end = nullptr;
+    const double number = g_ascii_strtod(text.c_str(), &end);
+    const bool whole = end != text.c_str() && *end == '\0';
+    return whole && number > 0 && number <= longest_wait_s ? std::optional(number) : std::nullopt;
 }
 
-CLI::Validator seconds(const std::string &option) {
-    return check(
-        [](const std::string &text) {
-            double number = 0;
-            return CLI::detail::lexical_cast(text, number) && number > 0 &&
-                   number <= longest_wait_s;
-        },
-        [option](const std::string &) {
-            return option + " takes a number of seconds above 0, at most " +
-                   std::to_string(longest_wait_s);
-        });
+Check check_seconds(const std::string &option) {
+    return [option](const std::string &text) {
+        return seconds(text) ? ""
+                             : option + " takes a number of seconds above 0, at most " +
+                                   std::to_string(longest_wait_s);
+    };
 }
 
-/* A word out of `choice`, which separates them by "|". */
-void add_word(CLI::App &command, Options &options, const std::string &choice) {
-    const std::vector<std::string> words = CLI::detail::split(choice, '|');
-    command.add_option(choice, options.word)
-        ->required()
-        ->check(
-            check([words](const std::string &text) { return std::ranges::count(words, text) > 0; },
-                  [choice, name = command.get_name()](const std::string &text) {
-                      return name + " takes " + choice + ", not '" + text + "'";
-                  }));
+Check check_count(const std::string &option) {
+    return [option](const std::string &text) {
+        static const CLI::Range from_1_up(1U, std::numeric_limits<unsigned>::max());
+        return from_1_up(text).empty() ? "" : option + " takes a whole number from 1 up";
+    };
 }
 
 } // namespace
 
-void take_on_or_off(CLI::App &command, Options &options) {
-    add_word(command, options, "on|off");
+Argument one_of(const char *name, std::initializer_list<std::string> words) {
+    return [name, words = std::vector(words)](CLI::App &command, Options &options) {
+        const std::string takes = command.get_name() + " takes " + name + ", not '";
+        command.add_option(name, options.word)
+            ->required()
+            ->check([takes, words](const std::string &text) {
+                return std::ranges::count(words, text) > 0 ? "" : takes + text + "'";
+            });
+    };
 }
 
-void take_state(CLI::App &command, Options &options) {
-    add_word(command, options, "master|slave|stable");
+Argument text(const char *name, std::string Options::*value) {
+    return [=](CLI::App &command, Options &options) {
+        command.add_option(name, options.*value)->required()->check(check_utf8);
+    };
 }
 
-void take_change(CLI::App &command, Options &options) {
-    add_word(command, options, "add|remove");
+Argument optional_text(const char *name, std::string Options::*value) {
+    return [=](CLI::App &command, Options &options) {
+        command.add_option(name, options.*value)->check(check_utf8);
+    };
 }
 
-void take_devpath(CLI::App &command, Options &options) {
-    command.add_option("DEVPATH", options.devpath)->required()->check(utf8());
+Argument flag(const char *name, bool Options::*value, const char *help) {
+    return [=](CLI::App &command, Options &options) {
+        command.add_flag(name, options.*value, help)->disable_flag_override();
+    };
 }
 
-void take_reason(CLI::App &command, Options &options) {
-    command.add_option("REASON", options.text)->required()->check(utf8());
+Argument text_option(const char *name, const char *shown, std::string Options::*value,
+                     const char *help) {
+    return [=](CLI::App &command, Options &options) {
+        command.add_option(name, options.*value, help)->option_text(shown);
+    };
 }
 
-void take_text(CLI::App &command, Options &options) {
-    command.add_option("TEXT", options.text)->required()->check(utf8());
+Argument count_option(const char *name, std::optional<unsigned> Options::*value, const char *help) {
+    return [=](CLI::App &command, Options &options) {
+        command.add_option(name, options.*value, help)->option_text("=N")->check(check_count(name));
+    };
 }
 
-void take_topic(CLI::App &command, Options &options) {
-    command.add_option("COMMAND", options.text)->check(utf8());
-}
-
-void take_node(CLI::App &command, Options &options) {
-    command.add_option("NODE", options.text)->check(utf8());
-}
-
-void take_alone(CLI::App &command, Options &options) {
-    command
-        .add_flag("--alone", options.alone,
-                  "on the only node left: restart its daemon without the freeze")
-        ->disable_flag_override();
-}
-
-void take_yes(CLI::App &command, Options &options) {
-    command.add_flag("--yes", options.yes, "with --alone: do not ask")->disable_flag_override();
-}
-
-void take_json(CLI::App &command, Options &options) {
-    command.add_flag("--json", options.json, "print JSON, with a schema number")
-        ->disable_flag_override();
-}
-
-void take_last(CLI::App &command, Options &options) {
-    command.add_option("--last", options.last, "show the last N events only")
-        ->option_text("=N")
-        ->check(count("--last"));
-}
-
-void take_log(CLI::App &command, Options &options) {
-    command
-        .add_option("--log", options.log,
-                    "read this output of journalctl -o json, or - for standard input")
-        ->option_text("=FILE");
-}
-
-void take_members(CLI::App &command, Options &options) {
-    command.add_option("--members", options.members, "warn when there are fewer members")
-        ->option_text("=N")
-        ->check(count("--members"));
-}
-
-void take_since(CLI::App &command, Options &options) {
-    command.add_option("--since", options.since, "read the journal from TIME on")
-        ->option_text("=TIME");
-}
-
-void take_timeout(CLI::App &command, Options &options) {
-    command.add_option("--timeout", options.timeout, "give up after this time")
-        ->option_text("=SECONDS")
-        ->check(seconds("--timeout"));
+Argument seconds_option(const char *name, std::optional<double> Options::*value, const char *help) {
+    return [=](CLI::App &command, Options &options) {
+        command.add_option(name, options.*value, help)
+            ->option_text("=SECONDS")
+            ->check(check_seconds(name));
+    };
 }
 
 /* A flag, so that a value needs the "=": "freeze --wait REASON" has none. The library would count
    flags that are bound to a number. */
-void take_wait(CLI::App &command, Options &options) {
-    command.add_flag("--wait{300}")
-        ->description("wait until it has taken effect (at most 300 s)")
-        ->option_text("[=SECONDS]")
-        ->check(seconds("--wait"))
-        ->each([&options](const std::string &text) {
-            CLI::detail::lexical_cast(text, options.wait.emplace());
-        });
+Argument wait_option() {
+    return [](CLI::App &command, Options &options) {
+        command.add_flag("--wait{300}")
+            ->description("wait until it has taken effect (at most 300 s)")
+            ->option_text("[=SECONDS]")
+            ->check(check_seconds("--wait"))
+            ->each([&options](const std::string &text) { options.wait = seconds(text); });
+    };
 }
 
 } // namespace ctl

@@ -1,5 +1,13 @@
-/* What commands take: each function adds an option or an argument to `command`, with its check. */
+/* The kinds of things that a command can take, each with its check. A table of commands names them
+   and says which of the options they set. */
 #pragma once
+
+#include "ctl/line/options.h"
+
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
 
 namespace CLI {
 class App;
@@ -7,24 +15,25 @@ class App;
 
 namespace ctl {
 
-struct Options;
+/* Adds an option or an argument to a command; its value goes into `options`. */
+using Argument = std::function<void(CLI::App &command, Options &options)>;
 
-void take_on_or_off(CLI::App &command, Options &options);
-void take_state(CLI::App &command, Options &options);
-void take_change(CLI::App &command, Options &options);
-void take_devpath(CLI::App &command, Options &options);
-void take_reason(CLI::App &command, Options &options);
-void take_text(CLI::App &command, Options &options);
-void take_topic(CLI::App &command, Options &options);
-void take_json(CLI::App &command, Options &options);
-void take_alone(CLI::App &command, Options &options);
-void take_node(CLI::App &command, Options &options);
-void take_yes(CLI::App &command, Options &options);
-void take_last(CLI::App &command, Options &options);
-void take_log(CLI::App &command, Options &options);
-void take_members(CLI::App &command, Options &options);
-void take_since(CLI::App &command, Options &options);
-void take_timeout(CLI::App &command, Options &options);
-void take_wait(CLI::App &command, Options &options);
+/* One of `words`, all of which `name` shows; into Options::word. */
+Argument one_of(const char *name, std::initializer_list<std::string> words);
+/* A text for the bus. */
+Argument text(const char *name, std::string Options::*value);
+/* The same, which may be left out. */
+Argument optional_text(const char *name, std::string Options::*value);
+
+Argument flag(const char *name, bool Options::*value, const char *help);
+/* "--name=SHOWN": any text. */
+Argument text_option(const char *name, const char *shown, std::string Options::*value,
+                     const char *help);
+/* "--name=N": a whole number from 1 up. */
+Argument count_option(const char *name, std::optional<unsigned> Options::*value, const char *help);
+/* "--name=SECONDS" */
+Argument seconds_option(const char *name, std::optional<double> Options::*value, const char *help);
+/* "--wait" or "--wait=SECONDS"; into Options::wait. */
+Argument wait_option();
 
 } // namespace ctl

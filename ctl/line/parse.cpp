@@ -1,13 +1,13 @@
 #include "ctl/line/parse.h"
 
-#include "ctl/line/table.h"
+#include "ctl/exit-status.h"
+#include "ctl/print/text.h"
 
 #include "version.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstdio>
 
 namespace ctl {
 
@@ -41,40 +41,55 @@ public:
         return "--" + option->get_lnames().front();
     }
     std::string make_subcommand(const CLI::App *command) const override {
-        std::ostringstream row;
-        CLI::detail::format_help(row, command->get_name() + arguments_text(*command),
-                                 command->get_description(), get_column_width());
-        return row.str();
+        return column("  " + command->get_name() + arguments_text(*command), get_column_width()) +
+               command->get_description() + "\n";
     }
+};
+
+struct ExitSpec {
+    int status;
+    const char *meaning;
+};
+
+constexpr ExitSpec exits[] = {
+    {Exit::ok, "done"},
+    {Exit::failed, "failed: a run step failed, or another took over, or as the message says"},
+    {Exit::usage, "usage: the command line is wrong"},
+    {Exit::refused, "refused: the request cannot be granted now; the message says why"},
+    {Exit::not_running, "the daemon is not running"},
+    {Exit::timed_out, "timed out"},
+    {Exit::not_permitted, "not permitted by the policy of the bus"},
+    {Exit::bus_unreachable, "the system bus cannot be reached"},
+    {Exit::no_corosync, "the daemon is not running, and neither is corosync"},
 };
 
 std::string exit_status_text() {
     std::string text =
         "'duskvalectl help COMMAND' shows which options a command takes.\n\nExit status:\n";
-    for (const ExitSpec &exit : exit_statuses()) {
+    for (const ExitSpec &exit : exits) {
         text += "  " + std::to_string(exit.status) + "  " + exit.meaning + "\n";
     }
     return text + "'check' and 'doctor' end with 0 OK, 1 warning, 2 critical, 3 unknown instead.";
 }
 
-WrongLine complain(const Command *command, const std::string &fault) {
+WrongLine wrong(const Command *command, const std::string &fault) {
     const std::string topic = command != nullptr ? std::string(" ") + command->name : "";
-    std::fprintf(stderr, "duskvalectl: %s\nTry 'duskvalectl help%s'.\n", fault.c_str(),
-                 topic.c_str());
-    return {command != nullptr ? command->wrong_line : Exit::usage};
+    const bool is_check = command != nullptr && command->is_check;
+    return {complain(is_check ? int{CheckExit::unknown} : int{Exit::usage},
+                     fault + "\nTry 'duskvalectl help" + topic + "'.")};
 }
 
 class Line {
 public:
-    Line() {
+    explicit Line(std::span<const Command> table) : commands(table) {
         app.formatter(std::make_shared<HelpFormat>());
         app.set_help_flag("-h,--help", "show the help");
         app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         app.require_subcommand(0, 1);
         app.footer("More: man duskvalectl");
-        for (const Command &command : commands()) {
+        for (const Command &command : commands) {
             CLI::App *added = app.add_subcommand(command.name, command.help)->group("Commands");
-            for (const Add add : command.takes) {
+            for (const Argument &add : command.takes) {
                 add(*added, options);
             }
         }
@@ -92,7 +107,7 @@ public:
         } else if (words != Words{"--help"} && words != Words{"-h"} &&
                    words != Words{"--version"}) {
             /* Options without a command are those of the first. */
-            options.command = &commands().front();
+            options.command = &commands.front();
             words.insert(words.begin(), options.command->name);
         }
         std::ranges::reverse(words);
@@ -104,22 +119,22 @@ public:
         } catch (const CLI::CallForVersion &version) {
             return Text{version.what() + std::string("\n")};
         } catch (const CLI::ExtrasError &) {
-            return complain(blamed, extra_text(app.remaining(true).front(), named));
+            return wrong(blamed, extra_text(app.remaining(true).front(), named));
         } catch (const CLI::RequiredError &error) {
             const std::string what = error.what();
-            return complain(blamed, options.command->name +
-                                        (" needs " + what.substr(0, what.find(" is required"))));
+            return wrong(blamed, options.command->name +
+                                     (" needs " + what.substr(0, what.find(" is required"))));
         } catch (const CLI::ArgumentMismatch &error) {
             const std::string what = error.what();
-            return complain(blamed, what.find("flag override") != what.npos
-                                        ? "--" + what.substr(0, what.find(' ')) + " takes no value"
-                                        : what.substr(0, what.find(':')) + " needs a value");
+            return wrong(blamed, what.find("flag override") != what.npos
+                                     ? "--" + what.substr(0, what.find(' ')) + " takes no value"
+                                     : what.substr(0, what.find(':')) + " needs a value");
         } catch (const CLI::ValidationError &error) {
             /* The check wrote all of it; the name in front is the library's. */
             const std::string what = error.what();
-            return complain(blamed, what.substr(what.find(": ") + 2));
+            return wrong(blamed, what.substr(what.find(": ") + 2));
         } catch (const CLI::ParseError &error) {
-            return complain(blamed, error.what());
+            return wrong(blamed, error.what());
         }
         return options.command->run != nullptr ? Parsed(options) : help();
     }
@@ -127,13 +142,13 @@ public:
 private:
     using Words = std::vector<std::string>;
 
-    static const Command *find(const std::string &name) {
-        const auto found = std::ranges::find(commands(), name, &Command::name);
-        return found != commands().end() ? &*found : nullptr;
+    const Command *find(const std::string &name) const {
+        const auto found = std::ranges::find(commands, name, &Command::name);
+        return found != commands.end() ? &*found : nullptr;
     }
 
     static Parsed unknown(const std::string &name) {
-        return complain(nullptr, "there is no command '" + name + "'");
+        return wrong(nullptr, "there is no command '" + name + "'");
     }
 
     Parsed help() {
@@ -160,18 +175,19 @@ private:
                    : name + " takes only" + arguments + "; put a text of several words in quotes";
     }
 
+    std::span<const Command> commands;
     CLI::App app{"duskvalectl: see and move the master of a duskvale cluster", "duskvalectl"};
     Options options;
 };
 
 } // namespace
 
-Parsed parse_line(int argc, char **argv) {
-    return Line().parse({argv + std::min(argc, 1), argv + argc});
+Parsed parse_line(std::span<const Command> commands, int argc, char **argv) {
+    return Line(commands).parse({argv + std::min(argc, 1), argv + argc});
 }
 
 int usage_fault(const Options &options, const std::string &fault) {
-    return complain(options.command, fault).status;
+    return wrong(options.command, fault).status;
 }
 
 } // namespace ctl

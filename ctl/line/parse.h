@@ -1,8 +1,9 @@
 /* From the words of a command line to the command and its options. */
 #pragma once
 
-#include "ctl/line/options.h"
+#include "ctl/line/command.h"
 
+#include <span>
 #include <string>
 #include <variant>
 
@@ -18,6 +19,7 @@ struct WrongLine {
 };
 using Parsed = std::variant<Options, Text, WrongLine>;
 
-Parsed parse_line(int argc, char **argv);
+/* `commands` begins with the one that a line without a command means. */
+Parsed parse_line(std::span<const Command> commands, int argc, char **argv);
 
 } // namespace ctl

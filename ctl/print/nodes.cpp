@@ -76,7 +76,7 @@ std::string nodes_table(const client::KeeperState &keeper) {
         std::string line;
         for (std::size_t i = 0; i < rows[r].size(); i++) {
             const bool last = i + 1 == rows[r].size();
-            line += rows[r][i] + (last ? "" : std::string(widths[i] - rows[r][i].size() + 2, ' '));
+            line += last ? rows[r][i] : column(rows[r][i], widths[i] + 2);
         }
         table += paint(r == 0 ? Colour::faint : colour_of(keeper.nodes[r - 1]), line) + "\n";
     }

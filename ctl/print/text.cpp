@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -22,25 +23,11 @@ bool colours_wanted() {
            terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
-const char *escape_code(Colour colour) {
-    switch (colour) {
-    case Colour::good:
-        return "\033[32m";
-    case Colour::doubtful:
-        return "\033[33m";
-    case Colour::bad:
-        return "\033[1;31m";
-    case Colour::faint:
-        return "\033[2m";
-    case Colour::plain:
-        break;
-    }
-    return "";
-}
+/* In the order of Colour. */
+constexpr const char *escape_codes[] = {"", "\033[32m", "\033[33m", "\033[1;31m", "\033[2m"};
 
 std::string local_time(int64_t time, const char *format) {
-    g_autoptr(GDateTime) utc = g_date_time_new_from_unix_utc(time / G_USEC_PER_SEC);
-    g_autoptr(GDateTime) local = g_date_time_to_local(utc);
+    g_autoptr(GDateTime) local = g_date_time_new_from_unix_local(time / G_USEC_PER_SEC);
     g_autofree char *text = g_date_time_format(local, format);
     return text;
 }
@@ -58,7 +45,7 @@ std::string paint(Colour colour, const std::string &text) {
     if (!wanted || colour == Colour::plain) {
         return text;
     }
-    return escape_code(colour) + text + "\033[0m";
+    return escape_codes[static_cast<std::size_t>(colour)] + text + "\033[0m";
 }
 
 std::string node_text(client::NodeId node) {
@@ -133,6 +120,16 @@ std::string duration_text(std::chrono::microseconds duration) {
     return text;
 }
 
+std::string column(std::string text, std::size_t width) {
+    text.resize(std::max(width, text.size() + 1), ' ');
+    return text;
+}
+
+int complain(int status, const std::string &text) {
+    std::fprintf(stderr, "duskvalectl: %s\n", text.c_str());
+    return status;
+}
+
 /* The first fault of the output: a later write may fail in another way, or not at all. */
 static int output_fault = 0;
 
@@ -157,8 +154,8 @@ int finish_output(int status) {
     if (output_fault == 0 || output_fault == EPIPE) {
         return status;
     }
-    std::fprintf(stderr, "duskvalectl: cannot write the output: %s\n", std::strerror(output_fault));
-    return Exit::failed;
+    return complain(Exit::failed,
+                    std::string("cannot write the output: ") + std::strerror(output_fault));
 }
 
 } // namespace ctl

@@ -41,6 +41,12 @@ std::string iso_text(int64_t time);
 /* "20 ms", "3.2 s", "2 min 5 s" */
 std::string duration_text(std::chrono::microseconds duration);
 
+/* `text` and the blanks up to the next column, which is `width` wide; at least one blank. */
+std::string column(std::string text, std::size_t width);
+
+/* Writes a line of `text` on standard error; returns `status`. */
+int complain(int status, const std::string &text);
+
 /* Prints on standard output. False when it could not be written: the reader has gone. */
 bool print(const std::string &text);
 /* The same with a newline, written out at once. */
