@@ -31,6 +31,11 @@ struct OperatorRequest {
     std::string command;
 };
 
+/* A line of this node's keeper: what it did, and why. */
+struct KeeperLine {
+    std::string text;
+};
+
 /* ---- the group ---- */
 
 /* Corosync's reasons for a change of the group. */
@@ -86,10 +91,10 @@ struct Remark {
 };
 
 using Event =
-    std::variant<DaemonStarted, LocalNode, DaemonEnded, OperatorRequest, GroupChanged, Joined, Left,
-                 StayedFrozen, ElectionEnded, client::NewMaster, FreezeReported, GaveBack,
-                 MastersDisagree, Remark, client::StepBegin, client::StepEnd, client::StepsDone,
-                 client::Hotplug, client::KeepAlive, client::Text>;
+    std::variant<DaemonStarted, LocalNode, DaemonEnded, OperatorRequest, KeeperLine, GroupChanged,
+                 Joined, Left, StayedFrozen, ElectionEnded, client::NewMaster, FreezeReported,
+                 GaveBack, MastersDisagree, Remark, client::StepBegin, client::StepEnd,
+                 client::StepsDone, client::Hotplug, client::KeepAlive, client::Text>;
 
 Event to_event(const client::Announcement &announcement);
 

@@ -15,12 +15,14 @@ namespace {
 
 /* A list comes with its change, even on a machine that is starved. */
 constexpr int64_t latest_list_us = 5'000'000;
+/* No daemon is started again so soon after its end. */
+constexpr int64_t last_words_us = 100'000;
 
 constexpr const char *journalctl =
     "journalctl --quiet --no-pager --output=json --output-fields=MESSAGE,MESSAGE_ID,"
     "SYSLOG_IDENTIFIER,SYSLOG_PID,_PID,_UID,_COMM,_SYSTEMD_UNIT,UNIT,EXIT_CODE,EXIT_STATUS,COMMAND"
     " _UID=0 _SYSTEMD_UNIT=" DUSKVALE_IDENT ".service + _PID=1 UNIT=" DUSKVALE_IDENT ".service"
-    " + _UID=0 SYSLOG_IDENTIFIER=duskvalectl ";
+    " + _UID=0 SYSLOG_IDENTIFIER=duskvalectl + _UID=0 _SYSTEMD_UNIT=duskvale-keeper.service ";
 
 /* All of the source; null, with the error, when it cannot be read. */
 char *read_source(const Source &source, std::size_t entries, GError **error) {
@@ -74,9 +76,27 @@ Reading read_records(const Source &source, std::size_t entries) {
             reading.records.push_back(std::move(*record));
         }
     }
-    reading.records = place_group_lists(reading.records);
+    reading.records = place_group_lists(place_ends(std::move(reading.records)));
     reading.all = !source.file.empty() || !source.since.empty() || count < entries;
     return reading;
+}
+
+std::vector<Record> place_ends(std::vector<Record> records) {
+    int daemon = 0;
+    for (auto end = records.begin(); end != records.end(); ++end) {
+        daemon = end->daemon != 0 ? end->daemon : daemon;
+        if (!std::holds_alternative<DaemonEnded>(end->event) || end->daemon != 0) {
+            continue;
+        }
+        auto behind = end + 1;
+        for (auto at = behind;
+             at != records.end() && microseconds_between(end->time, at->time) < last_words_us;
+             ++at) {
+            behind = at->daemon == daemon ? at + 1 : behind;
+        }
+        std::rotate(end, end + 1, behind);
+    }
+    return records;
 }
 
 std::vector<Record> place_group_lists(const std::vector<Record> &records) {

@@ -40,6 +40,9 @@ Reading read_records(const Source &source, std::size_t entries);
  * that time. One that no change of the same daemon came shortly before is dropped: a run step,
  * which shares the output, has printed it. read_records() has done it.
  */
+/* The service manager's word of an end may be read before the last words of the daemon that ended:
+   they reach journald by different sockets. It is put behind them. */
+std::vector<Record> place_ends(std::vector<Record> records);
 std::vector<Record> place_group_lists(const std::vector<Record> &records);
 
 } // namespace ctl

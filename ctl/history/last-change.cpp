@@ -39,7 +39,8 @@ struct Change {
     NodeId before = 0;            /* the master until then; 0: not known */
     Place lost;                   /* since when there was none */
     Place cause;                  /* the first that may have led to it */
-    Place request;                /* the last of an operator of this node */
+    Place request;                /* the last of an operator or of the keeper, of this node */
+    Place ended_by;               /* the keeper's word of why it ended this node's daemon */
     Place lift;                   /* a node reported that nothing is frozen, though it was: */
     NodeId lifted = 0;            /* to this node */
     bool lift_by_joining = false; /* of that node; else it was asked to */
@@ -71,7 +72,8 @@ public:
         const Place first = change->first();
         result.complete = first_start && *first_start < first.value_or(change->at);
         if (first) {
-            result.sentences.push_back({records[*first].time, cause(*first)});
+            result.sentences.push_back(
+                {records[*first].time, cause(*first) + at(change->ended_by)});
         }
         if (change->master == 0) {
             result.sentences.back().text +=
@@ -82,12 +84,9 @@ public:
         if (change->lost ? !get<DaemonStarted>(*change->lost) : change->before != 0) {
             result.without_us = span(change->lost.value_or(change->at), change->at);
         }
-        std::string asked;
-        if (change->request) {
-            asked = " (at " + clock(change->request) + " " + words(*change->request) + ")";
-        }
-        result.sentences.push_back({records[change->at].time,
-                                    later_causes() + outcome() + gap(result.without_us) + asked});
+        result.sentences.push_back(
+            {records[change->at].time,
+             later_causes() + outcome() + gap(result.without_us) + at(change->request)});
         return result;
     }
 
@@ -113,7 +112,17 @@ public:
         next.reunited = recent(reunited) ? reunited : std::nullopt;
     }
 
-    void operator()(const OperatorRequest &) { request = now; }
+    void operator()(const OperatorRequest &event) {
+        /* A freeze moves nothing. */
+        request = event.command.starts_with("freeze") ? request : now;
+    }
+    void operator()(const KeeperLine &event) {
+        const auto has = [&](const char *words) {
+            return event.text.find(words) != event.text.npos;
+        };
+        request = has("take over: ") || has("taking over: ") ? now : request;
+        kill = has("ending the daemon") ? now : kill;
+    }
 
     void operator()(const Joined &event) {
         members.insert(event.node);
@@ -217,6 +226,7 @@ private:
     /* Of several records of one end the first says why. */
     void end_daemon() {
         if (!ended) {
+            next.ended_by = recent(kill, late_end_us) ? kill : std::nullopt;
             lose_master();
             settle();
             ended = true;
@@ -228,6 +238,7 @@ private:
         Change settled;
         settled.before = next.before;
         settled.lost = next.lost;
+        settled.ended_by = next.ended_by;
         next = settled;
         exchange.reset();
         joiners.clear();
@@ -254,6 +265,7 @@ private:
         master = next.before = node;
         members.insert(node);
         next.lost.reset();
+        next.ended_by.reset();
         chosen.reset();
         settle();
     }
@@ -263,6 +275,9 @@ private:
     std::string clock(const Place &at) const { return clock_text(records[*at].time.realtime); }
     std::string name(NodeId node) const { return name_of(node, local); }
     std::string words(std::size_t at) const { return wording(records[at].event, local).text; }
+    std::string at(const Place &place) const {
+        return place ? " (at " + clock(place) + " " + words(*place) + ")" : "";
+    }
 
     std::string cause(std::size_t at) const {
         std::string text = change->lift == at ? lift() : words(at);
@@ -362,6 +377,7 @@ private:
     std::set<NodeId> members;
     Place first_start;
     Place request;
+    Place kill; /* by the keeper */
     Place given_back;
     Place reunited;
     NodeId frozen = 0; /* as reported last */

@@ -64,6 +64,7 @@ Wording wording(const Event &event, NodeId local) {
         [](const OperatorRequest &e) {
             return say("request", printable(e.user + " asked this node: duskvalectl " + e.command));
         },
+        [](const KeeperLine &e) { return say("keeper", "keeper: " + printable(e.text)); },
         [](const GroupChanged &) { return say("group-changed", "the group has changed"); },
         [&](const Joined &e) {
             const bool apart = e.reason == Reason::node_up;

@@ -23,10 +23,13 @@ enum class Writer {
     daemon_output, /* its standard output, which its run steps share, by way of logger(1) */
     service_manager,
     operator_command, /* duskvalectl */
+    keeper,
     other,
 };
 
 constexpr const char *unit = DUSKVALE_IDENT ".service";
+constexpr const char *keeper = "duskvale-keeper";
+constexpr const char *keeper_unit = "duskvale-keeper.service";
 
 /* Fields that begin with "_" are journald's own; of a program's name the kernel keeps 15
  characters. */
@@ -41,6 +44,8 @@ constexpr Origin origins[] = {
     {Writer::daemon, "wait-for-ring", "_COMM", "wait-for-ring", "_SYSTEMD_UNIT", unit},
     {Writer::service_manager, "systemd", "_PID", "1", "UNIT", unit},
     {Writer::operator_command, "duskvalectl", "_COMM", "duskvalectl", "UNIT", ""},
+    {Writer::keeper, keeper, "_COMM", keeper, "_SYSTEMD_UNIT", keeper_unit},
+    {Writer::keeper, keeper, "_COMM", keeper, "_SYSTEMD_UNIT", unit},
 };
 
 std::string field_of(const json &entry, const char *name) {
@@ -120,6 +125,7 @@ constexpr Row rows[] = {
      "ERR(end_when_disconnected):Lost the connection to the system bus, ending with status %d",
      [](const Words &) { return Event(DaemonEnded{"ended because the system bus did"}); }},
     {Writer::operator_command, "%s asks: %s", make<OperatorRequest, 0, 1>},
+    {Writer::keeper, "%s", make<KeeperLine, 0>},
 
     {daemon, "DBG(CPG): cpg_confchg_fn: group_name='%s'", make<GroupChanged>},
     {Writer::daemon_output, "\t[%zu] joined: nodeid=%u pid=%u reason=%u", make<Joined, 1, 3>},

@@ -60,6 +60,10 @@ void Move::follow(Turn &turn) {
     if (target == known.peers.end() || !target->second.report.leaving) {
         known.moving = text;
         known.moving_since = known.now;
+        if (text.from != known.local && text.target != known.local) {
+            turn.info("MOVE: " + known.name(text.target) +
+                      " is asked to take over: " + because(known, text.why, text.from));
+        }
         turn.due(known.now + under_way_for);
     }
     if (text.why == Why::unfit) {

@@ -2,12 +2,15 @@
 
 import re
 
-from support import others, said
+from support import others, said, write
 
+from lab.paths import SETTINGS
 from lab.waiting import wait_until
 
 LOST = "went down, was cut off or lost its corosync"
 LIMIT = 15.0
+# Time to ask before the unit starts the daemon again, which joins and may move the role.
+RETURNS_LATE = "[Service]\nRestartSec=10\n"
 
 
 def why(node, *parts, never=()):
@@ -18,7 +21,7 @@ def why(node, *parts, never=()):
         return text if all(part in text for part in parts) else None
 
     text = wait_until(answer, LIMIT, f"why on {node} has {parts}", pause=0.2,
-                      explain=lambda: said(node, "why"))
+                      explain=lambda: said(node, "why") + said(node, "history", "--last=40"))
     assert len(text.splitlines()) <= 2, text
     assert not [part for part in never if part in text], text
     return text
@@ -30,11 +33,18 @@ def agreed(lab, *nodes):
     return master, *others(lab, master.number)
 
 
-def fresh(lab):
-    """A cluster whose counters are low, so that a preferred node that joins wins."""
+def fresh(lab, **options):
+    """A cluster whose counters are low, so that a preferred node wins each election it starts."""
     lab.reset()
-    lab.start()
+    lab.start(**options)
     return agreed(lab)
+
+
+def stop_and_prefer(node):
+    """When it starts again, it is preferred; the others have settled without it."""
+    node.stop()
+    agreed(node.lab, *others(node.lab, node.number))
+    write(node, f"{SETTINGS}/preferred_master", "1\n")
 
 
 def without_a_master(text):
@@ -43,34 +53,45 @@ def without_a_master(text):
     return float(number) / (1000 if unit == "ms" else 1)
 
 
-def test_the_masters_daemon_is_killed_and_its_unit_is_stopped(cluster):
-    master, *rest = agreed(cluster)
+def test_the_masters_daemon_is_killed_and_its_unit_is_stopped(lab):
+    master, *rest = fresh(lab, drop_in=RETURNS_LATE)
     master.kill()
-    new, *_ = agreed(cluster)
+    new, *_ = agreed(lab, *rest)
     for node in rest:
         text = why(node, f"the daemon of node {master.id} ended; node {master.id} was master")
         assert f"node {new.id}" in text and 0.4 < without_a_master(text) < 5
+    agreed(lab)
     why(master, "this node's daemon was killed by signal 9 (Killed)", "it started again at")
 
-    master, *rest = agreed(cluster)
+    master, *rest = agreed(lab)
     master.stop()
-    agreed(cluster, *rest)
+    agreed(lab, *rest)
     for node in rest:
         why(node, f"the daemon of node {master.id} ended", f"in place of node {master.id}")
     why(master, "this node's daemon was stopped with its unit", "has known no master since")
 
 
-def test_a_slave_that_restarts_moves_the_role(lab):
-    _, joiner, _ = fresh(lab)
-    joiner.set("PreferredMaster", True)  # It gains with each election that it starts.
-    joiner.systemctl("restart", "duskvale-corosync-bridge")
-    for _ in range(5):
-        if agreed(lab)[0] is joiner:
-            break
-        joiner.systemctl("restart", "duskvale-corosync-bridge")
+def test_a_slave_that_restarts_moves_the_role_and_so_does_an_old_master(lab):
+    master, joiner, _ = fresh(lab)
+    stop_and_prefer(joiner)
+    joiner.start()
     assert agreed(lab)[0] is joiner
     for node in others(lab, joiner.number):
-        why(node, f"node {joiner.id}", "never without a master", never=("asked", "SPLIT"))
+        why(node, f"node {joiner.id} joined", f"in place of node {master.id}",
+            "never without a master", never=("asked", "SPLIT"))
+    why(joiner, "this node's daemon was stopped with its unit", "it started again at",
+        f"made node {joiner.id} (this node), preferred, master")
+
+    old, *_ = fresh(lab)
+    stop_and_prefer(old)
+    new, *_ = agreed(lab, *others(lab, old.number))
+    old.start()
+    assert agreed(lab)[0] is old
+    for node in others(lab, old.number):
+        why(node, f"node {old.id} joined", f"in place of node {new.id}",
+            "never without a master", never=("asked", "SPLIT"))
+    why(old, f"node {old.id} (this node) was master", "it started again at",
+        f"made node {old.id} (this node), preferred, master")
 
 
 def test_a_cut_is_asked_on_both_sides_and_repaired(cluster):
@@ -121,11 +142,14 @@ def test_a_take_over_a_give_back_and_a_preference(lab):
     for node in lab.nodes:
         why(node, f"node {other.id}", "was asked to give mastership back", "took over in place of")
 
-    new = fresh(lab)[1]
-    new.set("PreferredMaster", True)
-    agreed(lab)
-    for node in lab.nodes:
-        why(node, never=("joined without the freeze", "SPLIT"))
+    master, new, other = fresh(lab)
+    said(new, "prefer", "on", "--wait")
+    assert agreed(lab)[0] is new
+    for node in (master, other):
+        why(node, f"node {new.id}", "election", f"in place of node {master.id}",
+            never=("joined", "asked", "SPLIT"))
+    why(new, 'as after "prefer" on a node', f"node {new.id} (this node), preferred, master in "
+        f"place of node {master.id}", "asked this node: duskvalectl prefer")
 
 
 def test_a_freeze_is_lifted_by_an_operator_and_by_a_node_that_joins(lab):
@@ -133,20 +157,20 @@ def test_a_freeze_is_lifted_by_an_operator_and_by_a_node_that_joins(lab):
     said(other, "freeze", "--wait", "new disk")
     new.set("PreferredMaster", True)
     said(other, "unfreeze", "--wait")
-    moved = agreed(lab)[0] is not master
+    assert agreed(lab)[0] is new
     for node in lab.nodes:
-        why(node, *(["lift the freeze"] if moved else []), never=("joined without", "SPLIT"))
+        why(node, f"node {other.id}", f"was asked to lift the freeze to node {master.id}",
+            f"node {new.id}", never=("joined without", "duskvalectl freeze", "SPLIT"))
 
     master, joiner, other = fresh(lab)
     said(other, "freeze", "--wait", "new disk")
-    joiner.set("PreferredMaster", True)
-    joiner.stop()
-    joiner.run(["rm", "/etc/duskvale/frozen_master"])
+    stop_and_prefer(joiner)
+    joiner.file(f"{SETTINGS}/frozen_master").unlink()
     joiner.start()
-    if agreed(lab)[0] is joiner:
-        for node in (master, other):
-            why(node, f"node {joiner.id} joined without the freeze to node {master.id}",
-                never=("asked to lift",))
+    assert agreed(lab)[0] is joiner
+    for node in (master, other):
+        why(node, f"node {joiner.id} joined without the freeze to node {master.id}",
+            f"in place of node {master.id}", never=("asked to lift",))
 
 
 def test_the_frozen_master_is_lost_and_returns(cluster):

@@ -116,6 +116,18 @@ TEST(Why, answersOnEachNodeAfterEachCase) {
     expect_golden("why", text);
 }
 
+TEST(Why, findsTheLastWordsOfADaemonBehindSystemdsReportOfItsEnd) {
+    const std::string journal = journal_of("05-split-brain", 1);
+    const size_t report = journal.rfind('\n', journal.find("Main process exited")) + 1;
+    const size_t words = journal.rfind('\n', report - 2) + 1;
+    const size_t behind = journal.find('\n', report) + 1;
+    std::ofstream(journal_path) << journal.substr(0, words) +
+                                       journal.substr(report, behind - report)
+                                << journal.substr(words, report - words) + journal.substr(behind);
+    EXPECT_THAT(duskvalectl({"why", std::string("--log=") + journal_path}).out,
+                HasSubstr("SPLIT BRAIN: node 2 named node 2 as master"));
+}
+
 TEST(History, wordsEachEventAndSpeaksJson) {
     std::string text;
     for (const char *name : {"00-start", "01-kill", "05-split-brain", "12-unfreeze"}) {
@@ -187,6 +199,10 @@ TEST(Table, believesOnlyTheDaemonItsUnitAndRoot) {
         EXPECT_EQ(kind_of(entry("", fields)), "nothing") << other;
     }
     EXPECT_EQ(kind_of(entry("\t[0] left: nodeid=2 pid=7 reason=3")), "remark");
+    const json by_keeper = {{"SYSLOG_IDENTIFIER", "duskvale-keeper"}, {"_COMM", "duskvale-keeper"}};
+    EXPECT_EQ(kind_of(entry("QUORUM: lost", by_keeper)), "keeper");
+    EXPECT_EQ(kind_of(entry("QUORUM: lost", {{"SYSLOG_IDENTIFIER", "duskvale-keeper"}})),
+              "nothing");
     EXPECT_EQ(kind_of(entry("root asks: prefer on",
                             {{"SYSLOG_IDENTIFIER", "duskvalectl"}, {"_COMM", "duskvalectl"}})),
               "request");
