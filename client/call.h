@@ -15,7 +15,7 @@ namespace client {
 struct Call {
     const char *interface;
     const char *method;
-    Variant arguments; /* null for none */
+    Variant arguments = nullptr; /* null for none */
 };
 
 /* Answered with all properties: read_snapshot(). */

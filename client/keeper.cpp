@@ -6,10 +6,6 @@ namespace client {
 
 namespace {
 
-Call of_keeper(const char *method, GVariant *arguments = nullptr) {
-    return {DUSKVALE_KEEPER_BUS_NAME, method, arguments != nullptr ? owned(arguments) : nullptr};
-}
-
 KeeperNode read_node(Variant dictionary) {
     KeeperNode node;
     Fields fields(std::move(dictionary));
@@ -84,15 +80,15 @@ std::optional<KeeperState> read_keeper(GVariant *reply) {
 }
 
 Call keeper_move(NodeId node) {
-    return of_keeper("Move", g_variant_new("(u)", node));
+    return {DUSKVALE_KEEPER_BUS_NAME, "Move", owned(g_variant_new("(u)", node))};
 }
 
 Call keeper_fit() {
-    return of_keeper("Fit");
+    return {DUSKVALE_KEEPER_BUS_NAME, "Fit"};
 }
 
 Call keeper_prefer(bool preferred) {
-    return of_keeper("Prefer", g_variant_new("(b)", preferred ? TRUE : FALSE));
+    return {DUSKVALE_KEEPER_BUS_NAME, "Prefer", owned(g_variant_new("(b)", preferred))};
 }
 
 } // namespace client

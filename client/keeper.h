@@ -24,7 +24,7 @@ struct KeeperNode {
     std::string name;    /* empty when the node list has none */
     std::string role;    /* "master", "slave", "down", "unknown" */
     std::string steps;   /* "settled", "running", "failed", "not-runnable", "none", "unknown"; and
-                            while its   daemon does not run "stopping", "stopped", "stop-failed" */
+                            while its daemon does not run "stopping", "stopped", "stop-failed" */
     std::string step;    /* the one that runs, failed or cannot run */
     int step_status = 0; /* its wait status, as of wait(2) */
     std::optional<int64_t> since;     /* when `steps` came to be so; these two: microseconds */

@@ -19,12 +19,12 @@ int main(int argc, char **argv) {
                warning. */
             status = command.is_check ? int{CheckExit::unknown} : int{Exit::failed};
             status = command.run(*options);
-        } else if (const auto *shown = std::get_if<Text>(&parsed)) {
-            print(shown->text);
-            status = Exit::ok;
         } else {
-            status = std::get<WrongLine>(parsed).status;
+            print(std::get<Text>(parsed).text);
+            status = Exit::ok;
         }
+    } catch (const WrongLine &line) {
+        status = report(line);
     } catch (const Problem &problem) {
         status = report(problem);
     } catch (const std::exception &fault) {

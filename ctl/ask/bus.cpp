@@ -93,12 +93,12 @@ void Bus::listen() {
 
 void Bus::catch_endings() {
     const auto on_interrupt = [](gpointer self) noexcept -> gboolean {
-        static_cast<Bus *>(self)->push(Interrupted{});
+        static_cast<Bus *>(self)->push(EndWanted{});
         return G_SOURCE_CONTINUE;
     };
     const auto on_output_closed = [](gint, GIOCondition, gpointer self) noexcept -> gboolean {
         auto *bus = static_cast<Bus *>(self);
-        bus->push(OutputClosed{});
+        bus->push(EndWanted{});
         /* The descriptor stays ready for ever; once is enough. */
         bus->output_source.release();
         return G_SOURCE_REMOVE;

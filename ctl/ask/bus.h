@@ -63,8 +63,7 @@ public:
 
     /* From now on, what the daemon announces, and its coming and going, is queued. */
     void listen();
-    /* Queues `interrupted` for SIGINT and SIGTERM instead of ending the process, and
-       `output_closed` when nobody reads standard output any more. */
+    /* Queues EndWanted instead of letting a signal end the process. */
     void catch_endings();
 
     /* The daemon's state; a daemon that does not answer within 5 seconds is a problem. */

@@ -11,13 +11,12 @@ namespace ctl {
 
 struct DaemonAppeared {};
 struct DaemonVanished {};
-struct BusLost {};      /* the bus closed the connection */
-struct OutputClosed {}; /* nobody reads standard output any more */
-struct Interrupted {};  /* SIGINT or SIGTERM */
+struct BusLost {};   /* the bus closed the connection */
+struct EndWanted {}; /* SIGINT or SIGTERM, or nobody reads standard output any more */
 
 struct News {
-    using Content = std::variant<client::Announcement, DaemonAppeared, DaemonVanished, BusLost,
-                                 OutputClosed, Interrupted>;
+    using Content =
+        std::variant<client::Announcement, DaemonAppeared, DaemonVanished, BusLost, EndWanted>;
     Content content;
     int64_t time; /* of its arrival, microseconds since 1970 */
 

@@ -77,8 +77,7 @@ std::string no_effect_text() {
                  "effect when corosync continues"
                : "nothing came back from the cluster\n"
                  "Next: duskvalectl status, then ask again: a request can be lost while the ring "
-                 "is "
-                 "being formed";
+                 "is being formed";
 }
 
 int timed_out(const Settling &settling, double limit) {

@@ -15,10 +15,10 @@ constexpr unsigned members_without_keeper = 2;
 /* What this node's daemon shows by itself. */
 void judge(const client::Snapshot &now, unsigned expected_members, Findings &findings) {
     if (now.master_node == 0) {
-        findings.add(Level::critical, "no master is known");
+        findings.critical("no master is known");
     } else {
-        findings.add(Level::ok, node_text(now.master_node) +
-                                    (now.is_master ? ", this node, is master" : " is master"));
+        findings.ok(node_text(now.master_node) +
+                    (now.is_master ? ", this node, is master" : " is master"));
     }
     const auto members = static_cast<unsigned>(std::max(now.members, 0));
     const std::string text = counted(members, "member");
@@ -26,14 +26,14 @@ void judge(const client::Snapshot &now, unsigned expected_members, Findings &fin
         findings.add(members == 0 ? Level::critical : Level::warning,
                      "only " + text + " of " + std::to_string(expected_members));
     } else {
-        findings.add(Level::ok, text);
+        findings.ok(text);
     }
     if (now.frozen_node != 0) {
-        findings.add(Level::warning, "frozen to " + node_text(now.frozen_node) + ": " +
-                                         reason_text(now.frozen_reason));
+        findings.warning("frozen to " + node_text(now.frozen_node) + ": " +
+                         reason_text(now.frozen_reason));
     }
     if (now.in_transition) {
-        findings.add(Level::warning, "run steps not done");
+        findings.warning("run steps not done");
     }
 }
 

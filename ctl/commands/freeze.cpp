@@ -24,16 +24,17 @@ constexpr size_t max_reason = 1000;
 int command_freeze(const Options &options) {
     const std::string reason = trimmed(options.text);
     if (reason.empty()) {
-        return usage_fault(options, "freeze needs a REASON: whoever finds the freeze reads it");
+        throw WrongLine{options.command,
+                        "freeze needs a REASON: whoever finds the freeze reads it"};
     }
     /* The daemon stores the reason as a line. */
     if (std::ranges::any_of(reason, [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
-        return usage_fault(options, "the REASON must be one line of plain text");
+        throw WrongLine{options.command, "the REASON must be one line of plain text"};
     }
     /* Every node stores it, and repeats it in its log and to the others at each join. */
     if (reason.size() > max_reason) {
-        return usage_fault(options, "the REASON is too long, at most " +
-                                        std::to_string(max_reason) + " bytes are of use");
+        throw WrongLine{options.command, "the REASON is too long, at most " +
+                                             std::to_string(max_reason) + " bytes are of use"};
     }
     Request request;
     request.name = "freeze";

@@ -26,7 +26,8 @@ int command_hotplug(const Options &options) {
         device = "/sys" + device;
     }
     if (!device.starts_with("/")) {
-        return usage_fault(options, "DEVPATH must be an absolute path, such as /sys/devices/...");
+        throw WrongLine{options.command,
+                        "DEVPATH must be an absolute path, such as /sys/devices/..."};
     }
     const bool added = options.word == "add";
     const std::string hardware = added ? attribute(device, "hardware_id") : "";

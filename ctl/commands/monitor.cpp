@@ -21,17 +21,14 @@ Wording wording_of(const News &news, NodeId local) {
         [](const BusLost &) {
             return Wording{"bus-lost", "the system bus closed the connection", Colour::bad};
         },
-        [](const OutputClosed &) {
-            return Wording{"output-closed", "nobody reads the output"};
-        },
-        [](const Interrupted &) {
-            return Wording{"interrupted", "interrupted"};
+        [](const EndWanted &) {
+            return Wording{"end-wanted", "asked to end"};
         },
     };
     return std::visit(visitor, news.content);
 }
 
-/* Where things stand when the daemon is first seen, or seen again. */
+/* The state when the daemon is first seen, or seen again. */
 Wording wording_of(const client::Snapshot &now) {
     std::string text = "this is " + node_text(now.local_node) + ", ";
     text += now.master_node != 0 ? node_text(now.master_node) + " is master" : "no master is known";
@@ -61,7 +58,7 @@ int command_monitor(const Options &options) {
             continue;
         }
         news = *bus.next(std::nullopt);
-        if (news.is<Interrupted>() || news.is<OutputClosed>()) {
+        if (news.is<EndWanted>()) {
             break;
         }
         wanted = print_wording(news.time, wording_of(news, local), options.json);

@@ -19,14 +19,14 @@ void check_policy_file(Findings &findings) {
         if (stat(path, &status) == 0) {
             found = true;
             if (only_root_changes(path, "the bus policy", status, findings)) {
-                findings.add(Level::ok, std::string("the bus policy is installed: ") + path);
+                findings.ok(std::string("the bus policy is installed: ") + path);
             }
         }
     }
     if (!found) {
-        findings.add(Level::critical,
-                     "the bus policy is not installed: without it the bus gives the daemon no name",
-                     "apt-get install --reinstall " DUSKVALE_IDENT ", then systemctl reload dbus");
+        findings.critical(
+            "the bus policy is not installed: without it the bus gives the daemon no name",
+            "apt-get install --reinstall " DUSKVALE_IDENT ", then systemctl reload dbus");
     }
 }
 
@@ -38,24 +38,21 @@ void check_bus(const Facts &facts, Findings &findings) {
         findings.add(refused ? Level::unknown : Level::critical, problem_text(*facts.bus),
                      spec_of(*facts.bus).advice);
     } else {
-        findings.add(Level::ok, "the system bus answers");
+        findings.ok("the system bus answers");
     }
     check_policy_file(findings);
     if (facts.owner && facts.owner->user != 0) {
-        findings.add(Level::critical,
-                     "the daemon's name belongs to process " +
-                         std::to_string(facts.owner->process) + " of user " +
-                         std::to_string(facts.owner->user) + ", not of root",
-                     "look for a policy that allows it: grep -rl " DUSKVALE_BUS_NAME
-                     " /etc/dbus-1 /usr/share/dbus-1");
+        findings.critical("the daemon's name belongs to process " +
+                              std::to_string(facts.owner->process) + " of user " +
+                              std::to_string(facts.owner->user) + ", not of root",
+                          "look for a policy that allows it: grep -rl " DUSKVALE_BUS_NAME
+                          " /etc/dbus-1 /usr/share/dbus-1");
     } else if (facts.owner && facts.daemon) {
-        findings.add(Level::ok,
-                     "the policy is in effect: root owns the name, and you can query it");
+        findings.ok("the policy is in effect: root owns the name, and you can query it");
     } else if (!facts.bus && !facts.daemon &&
                facts.daemon.problem().kind == ProblemKind::not_permitted) {
-        findings.add(Level::critical,
-                     "the policy is not in effect: it lets anyone query, but the bus refuses",
-                     "systemctl reload dbus");
+        findings.critical("the policy is not in effect: it lets anyone query, but the bus refuses",
+                          "systemctl reload dbus");
     }
 }
 

@@ -30,15 +30,14 @@ Nodes without(const Nodes &nodes, const Nodes &others) {
 void check_ring(const CorosyncFacts &corosync, client::NodeId local, Findings &findings) {
     const Nodes missing = without(corosync.listed, corosync.ring);
     if (!corosync.ring.contains(local)) {
-        findings.add(Level::critical, "this node, " + node_text(local) + ", is not in the ring",
-                     "corosync-cfgtool -s, and journalctl -u corosync -e");
+        findings.critical("this node, " + node_text(local) + ", is not in the ring",
+                          "corosync-cfgtool -s, and journalctl -u corosync -e");
     } else if (!missing.empty()) {
-        findings.add(Level::warning,
-                     "in the nodelist, but not in the ring with this node: " + nodes_text(missing),
-                     "corosync-cfgtool -s; and there: " + std::string(status_command));
+        findings.warning("in the nodelist, but not in the ring with this node: " +
+                             nodes_text(missing),
+                         "corosync-cfgtool -s; and there: " + std::string(status_command));
     } else {
-        findings.add(Level::ok, node_text(local) + " is in a ring of " +
-                                    counted(corosync.ring.size(), "node"));
+        findings.ok(node_text(local) + " is in a ring of " + counted(corosync.ring.size(), "node"));
     }
 }
 
@@ -58,20 +57,19 @@ void check_group(const Facts &facts, client::NodeId local, Findings &findings) {
         }
     }
     if (!present.contains(local) && facts.unit.waits_for_ring()) {
-        findings.add(Level::warning, "this node's daemon is not in the group " DUSKVALE_CPG_GROUP
-                                     " yet: it is about to start");
+        findings.warning("this node's daemon is not in the group " DUSKVALE_CPG_GROUP
+                         " yet: it is about to start");
     } else if (!present.contains(local)) {
-        findings.add(Level::critical, "no daemon of this node is in the group " DUSKVALE_CPG_GROUP,
-                     "systemctl start " DUSKVALE_IDENT);
+        findings.critical("no daemon of this node is in the group " DUSKVALE_CPG_GROUP,
+                          "systemctl start " DUSKVALE_IDENT);
     }
     Nodes absent = without(facts.corosync.ring, present);
     absent.erase(local);
     if (!absent.empty()) {
-        findings.add(Level::warning, "in the ring, but without a daemon: " + nodes_text(absent),
-                     "there: duskvalectl doctor");
+        findings.warning("in the ring, but without a daemon: " + nodes_text(absent),
+                         "there: duskvalectl doctor");
     } else if (present.contains(local) && one_each) {
-        findings.add(Level::ok,
-                     "each node of the ring has a daemon in the group " DUSKVALE_CPG_GROUP);
+        findings.ok("each node of the ring has a daemon in the group " DUSKVALE_CPG_GROUP);
     }
 }
 
@@ -81,22 +79,20 @@ void check_corosync(const Facts &facts, Findings &findings) {
     const CorosyncFacts &corosync = facts.corosync;
     switch (corosync.answer) {
     case CorosyncFacts::Answer::not_running:
-        findings.add(Level::critical, "corosync is not running",
-                     "systemctl start corosync; if it ends: journalctl -u corosync -e");
+        findings.critical("corosync is not running",
+                          "systemctl start corosync; if it ends: journalctl -u corosync -e");
         return;
     case CorosyncFacts::Answer::none_in_time:
-        findings.add(Level::critical,
-                     "corosync is running but does not answer: it is stopped or starved",
-                     status_command);
+        findings.critical("corosync is running but does not answer: it is stopped or starved",
+                          status_command);
         return;
     case CorosyncFacts::Answer::not_permitted:
-        findings.add(Level::unknown,
-                     "corosync is running; it shows the ring and the group only to root",
-                     ask_as_root);
+        findings.unknown("corosync is running; it shows the ring and the group only to root",
+                         ask_as_root);
         return;
     case CorosyncFacts::Answer::failed:
-        findings.add(Level::unknown, "corosync could not be asked: " + printable(corosync.fault),
-                     status_command);
+        findings.unknown("corosync could not be asked: " + printable(corosync.fault),
+                         status_command);
         return;
     case CorosyncFacts::Answer::given:
         break;
@@ -104,10 +100,9 @@ void check_corosync(const Facts &facts, Findings &findings) {
     const client::NodeId local =
         corosync.local == 0 && facts.daemon ? facts.daemon->local_node : corosync.local;
     if (local == 0) {
-        findings.add(Level::unknown,
-                     "it is not known which node of the ring this one is: " +
-                         nodes_text(corosync.ring),
-                     "give the nodes ids in the nodelist of /etc/corosync/corosync.conf");
+        findings.unknown("it is not known which node of the ring this one is: " +
+                             nodes_text(corosync.ring),
+                         "give the nodes ids in the nodelist of /etc/corosync/corosync.conf");
         return;
     }
     check_ring(corosync, local, findings);

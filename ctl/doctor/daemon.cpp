@@ -9,20 +9,19 @@ namespace {
 void check_snapshot(const client::Snapshot &now, Findings &findings) {
     const std::string self = "it answers as " + node_text(now.local_node);
     if (now.members == 0) {
-        findings.add(Level::critical, self + ", but has not joined the group",
-                     "journalctl -u " DUSKVALE_IDENT " -e");
+        findings.critical(self + ", but has not joined the group",
+                          "journalctl -u " DUSKVALE_IDENT " -e");
     } else if (now.master_node == 0) {
-        findings.add(Level::critical, self + ", but knows no master",
-                     "duskvalectl wait stable --timeout=20, then duskvalectl why");
+        findings.critical(self + ", but knows no master",
+                          "duskvalectl wait stable --timeout=20, then duskvalectl why");
     } else {
-        findings.add(Level::ok, self + "; " + node_text(now.master_node) + " is master");
+        findings.ok(self + "; " + node_text(now.master_node) + " is master");
     }
     if (now.members == 1) {
-        findings.add(Level::warning, "it sees no peer: no other node could take over",
-                     "duskvalectl doctor on the other nodes");
+        findings.warning("it sees no peer: no other node could take over",
+                         "duskvalectl doctor on the other nodes");
     } else if (now.members > 1) {
-        findings.add(Level::ok,
-                     "it sees " + counted(static_cast<uint64_t>(now.members) - 1, "peer"));
+        findings.ok("it sees " + counted(static_cast<uint64_t>(now.members) - 1, "peer"));
     }
 }
 
@@ -30,10 +29,10 @@ void check_snapshot(const client::Snapshot &now, Findings &findings) {
 void check_process(const Owner &owner, const UnitFacts &unit, Findings &findings) {
     const std::string process = "process " + std::to_string(owner.process);
     if (unit.property("MainPID") == std::to_string(owner.process)) {
-        findings.add(Level::ok, "the unit runs it: " + process);
+        findings.ok("the unit runs it: " + process);
     } else if (unit.booted && unit.fault.empty()) {
-        findings.add(Level::warning, "it runs outside of its unit: " + process,
-                     "end it, then systemctl restart " DUSKVALE_IDENT);
+        findings.warning("it runs outside of its unit: " + process,
+                         "end it, then systemctl restart " DUSKVALE_IDENT);
     }
 }
 
@@ -50,11 +49,11 @@ void check_daemon(const Facts &facts, Findings &findings) {
     const Problem &problem = facts.daemon.problem();
     if (problem.kind == ProblemKind::bus_unreachable ||
         problem.kind == ProblemKind::not_permitted) {
-        findings.add(Level::unknown, "it could not be asked: see the bus");
+        findings.unknown("it could not be asked: see the bus");
     } else if (facts.unit.waits_for_ring()) {
-        findings.add(Level::warning, "it is about to start: see the unit");
+        findings.warning("it is about to start: see the unit");
     } else {
-        findings.add(Level::critical, problem_text(problem), spec_of(problem).advice);
+        findings.critical(problem_text(problem), spec_of(problem).advice);
     }
 }
 

@@ -24,15 +24,15 @@ std::size_t attached_devices() {
 void check_devices(const Facts &facts, Findings &findings) {
     const std::size_t attached = attached_devices();
     if (facts.daemon && facts.daemon->devices != static_cast<int>(attached)) {
-        findings.add(Level::warning,
-                     counted(attached, "device") + " attached, but the daemon counts " +
-                         std::to_string(facts.daemon->devices) + ": a report was lost",
-                     "duskvalectl hotplug add DEVPATH for one in " + std::string(driver_directory) +
-                         "/devices: the daemon then counts again");
+        findings.warning(counted(attached, "device") + " attached, but the daemon counts " +
+                             std::to_string(facts.daemon->devices) + ": a report was lost",
+                         "duskvalectl hotplug add DEVPATH for one in " +
+                             std::string(driver_directory) +
+                             "/devices: the daemon then counts again");
     } else if (access(driver_directory, F_OK) == 0) {
-        findings.add(Level::ok, "the driver is there, with " + counted(attached, "device"));
+        findings.ok("the driver is there, with " + counted(attached, "device"));
     } else {
-        findings.add(Level::note, "the Lumacrate driver is not loaded: this node has no devices");
+        findings.note("the Lumacrate driver is not loaded: this node has no devices");
     }
 }
 

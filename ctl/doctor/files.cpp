@@ -10,13 +10,13 @@ bool only_root_changes(const std::string &path, const char *what, const struct s
     const bool by_group = (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0;
     const bool by_mode = (status.st_mode & S_IWOTH) != 0 || by_group;
     if (status.st_uid != 0) {
-        findings.add(Level::warning,
-                     name + " belongs to user " + std::to_string(status.st_uid) + ", not to root",
-                     "chown root: " + shell_word(path));
+        findings.warning(name + " belongs to user " + std::to_string(status.st_uid) +
+                             ", not to root",
+                         "chown root: " + shell_word(path));
     }
     if (by_mode) {
-        findings.add(Level::warning, name + " can be changed by others than root",
-                     "chmod go-w " + shell_word(path));
+        findings.warning(name + " can be changed by others than root",
+                         "chmod go-w " + shell_word(path));
     }
     return status.st_uid == 0 && !by_mode;
 }

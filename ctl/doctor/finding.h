@@ -27,6 +27,17 @@ public:
     void add(Level level, std::string text, std::string next = "") {
         all.push_back({level, present, std::move(text), std::move(next)});
     }
+    void ok(const std::string &text) { add(Level::ok, text); }
+    void note(const std::string &text) { add(Level::note, text); }
+    void unknown(const std::string &text, const std::string &next = "") {
+        add(Level::unknown, text, next);
+    }
+    void warning(const std::string &text, const std::string &next = "") {
+        add(Level::warning, text, next);
+    }
+    void critical(const std::string &text, const std::string &next = "") {
+        add(Level::critical, text, next);
+    }
     /* Adds the keeper's verdict, which is that of its first cause; the other causes as notes. */
     void add_verdict(const client::KeeperState &keeper, const std::string &next = "");
     const std::vector<Finding> &list() const { return all; }

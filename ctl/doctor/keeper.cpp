@@ -7,9 +7,9 @@ namespace {
 /* "on", or why not. */
 void check_policy(const std::string &state, const char *name, Findings &findings) {
     if (state == "on") {
-        findings.add(Level::ok, std::string(name) + " is on");
+        findings.ok(std::string(name) + " is on");
     } else {
-        findings.add(Level::note, std::string(name) + " does nothing: " + printable(state));
+        findings.note(std::string(name) + " does nothing: " + printable(state));
     }
 }
 
@@ -17,7 +17,7 @@ void check_policy(const std::string &state, const char *name, Findings &findings
 
 void check_keeper(const Facts &facts, Findings &findings) {
     if (facts.bus) {
-        findings.add(Level::unknown, "it could not be asked: see the bus");
+        findings.unknown("it could not be asked: see the bus");
         return;
     }
     if (!facts.keeper) {

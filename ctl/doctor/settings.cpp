@@ -19,13 +19,13 @@ void check_directory(Findings &findings) {
     struct stat status = {};
     struct statvfs system = {};
     if (stat(directory, &status) != 0 || !S_ISDIR(status.st_mode)) {
-        findings.add(Level::warning, name + " is not a directory: no setting outlives a restart",
-                     "install -d -m 755 " + name);
+        findings.warning(name + " is not a directory: no setting outlives a restart",
+                         "install -d -m 755 " + name);
     } else if (statvfs(directory, &system) == 0 && (system.f_flag & ST_RDONLY) != 0) {
-        findings.add(Level::warning, name + " is read-only: no setting outlives a restart",
-                     "findmnt --target " + name);
+        findings.warning(name + " is read-only: no setting outlives a restart",
+                         "findmnt --target " + name);
     } else if (only_root_changes(directory, "the directory", status, findings)) {
-        findings.add(Level::ok, "only root can write to " + name);
+        findings.ok("only root can write to " + name);
     }
 }
 
@@ -33,11 +33,10 @@ StoredSetting check_file(const char *path, Findings &findings) {
     StoredSetting setting = read_stored(path);
     struct stat status = {};
     if (setting.fault == EACCES) {
-        findings.add(Level::unknown, std::string(path) + " can be read only by root", ask_as_root);
+        findings.unknown(std::string(path) + " can be read only by root", ask_as_root);
     } else if (!setting.known()) {
-        findings.add(Level::warning,
-                     std::string(path) + " cannot be read: " + std::strerror(setting.fault),
-                     std::string("ls -ld ") + path);
+        findings.warning(std::string(path) + " cannot be read: " + std::strerror(setting.fault),
+                         std::string("ls -ld ") + path);
     } else if (setting.exists() && stat(path, &status) == 0) {
         only_root_changes(path, "the setting", status, findings);
     }
@@ -52,18 +51,16 @@ void check_preferred(const Facts &facts, Findings &findings) {
         return;
     }
     if (setting.exists() && !setting.number) {
-        findings.add(Level::warning,
-                     DUSKVALE_PREFERRED_MASTER_FILE
-                     " does not begin with a number: it counts as off",
-                     "duskvalectl prefer on, or off");
+        findings.warning(DUSKVALE_PREFERRED_MASTER_FILE
+                         " does not begin with a number: it counts as off",
+                         "duskvalectl prefer on, or off");
     } else if (facts.daemon && facts.daemon->preferred != stored) {
-        findings.add(Level::warning,
-                     "the preference is " + word(stored) + " in its file, but " + word(!stored) +
-                         " in the daemon, which reads it only when it starts",
-                     "duskvalectl prefer on, or off");
+        findings.warning("the preference is " + word(stored) + " in its file, but " +
+                             word(!stored) + " in the daemon, which reads it only when it starts",
+                         "duskvalectl prefer on, or off");
     } else {
-        findings.add(Level::ok, stored ? "this node is preferred as master"
-                                       : "this node is not preferred as master");
+        findings.ok(stored ? "this node is preferred as master"
+                           : "this node is not preferred as master");
     }
 }
 
@@ -72,17 +69,17 @@ void check_frozen_node(const Facts &facts, client::NodeId node, Findings &findin
     const CorosyncFacts &corosync = facts.corosync;
     const std::string frozen = "mastership is frozen to " + node_text(node);
     if (corosync.answer != CorosyncFacts::Answer::given) {
-        findings.add(Level::note, frozen);
+        findings.note(frozen);
     } else if (corosync.group.contains(node)) {
-        findings.add(Level::ok, frozen + ", which is there");
+        findings.ok(frozen + ", which is there");
     } else if (corosync.listed.contains(node) || corosync.ring.contains(node)) {
-        findings.add(Level::warning,
-                     frozen + ", whose daemon is not in the group: without it there is no master",
-                     "there: duskvalectl doctor; or let it move: duskvalectl unfreeze");
+        findings.warning(frozen +
+                             ", whose daemon is not in the group: without it there is no master",
+                         "there: duskvalectl doctor; or let it move: duskvalectl unfreeze");
     } else {
-        findings.add(Level::warning, frozen + ", which is not a node of this cluster",
-                     facts.daemon ? "duskvalectl unfreeze"
-                                  : "duskvalectl unfreeze, on a node where the daemon runs");
+        findings.warning(frozen + ", which is not a node of this cluster",
+                         facts.daemon ? "duskvalectl unfreeze"
+                                      : "duskvalectl unfreeze, on a node where the daemon runs");
     }
 }
 
@@ -92,25 +89,24 @@ void check_frozen(const Facts &facts, Findings &findings) {
         return node != 0 ? "frozen to " + node_text(node) : std::string("not frozen");
     };
     if (setting.exists() && setting.value() == 0) {
-        findings.add(Level::warning,
-                     DUSKVALE_FROZEN_MASTER_FILE
-                     " does not begin with a node id: when the daemon starts, it would lose the "
-                     "file and lift the freeze of the whole cluster",
-                     "duskvalectl freeze REASON; or, where mastership shall not be frozen: "
-                     "rm " DUSKVALE_FROZEN_MASTER_FILE);
+        findings.warning(
+            DUSKVALE_FROZEN_MASTER_FILE
+            " does not begin with a node id: when the daemon starts, it would lose the "
+            "file and lift the freeze of the whole cluster",
+            "duskvalectl freeze REASON; or, where mastership shall not be frozen: "
+            "rm " DUSKVALE_FROZEN_MASTER_FILE);
     } else if (setting.known() && facts.daemon && facts.daemon->frozen_node != setting.value()) {
-        findings.add(Level::warning,
-                     "mastership is " + state(setting.value()) +
-                         " in " DUSKVALE_FROZEN_MASTER_FILE ", but " +
-                         state(facts.daemon->frozen_node) +
-                         " in the daemon, which reads it only when it starts",
-                     "duskvalectl freeze REASON, or unfreeze: both write it again");
+        findings.warning("mastership is " + state(setting.value()) +
+                             " in " DUSKVALE_FROZEN_MASTER_FILE ", but " +
+                             state(facts.daemon->frozen_node) +
+                             " in the daemon, which reads it only when it starts",
+                         "duskvalectl freeze REASON, or unfreeze: both write it again");
     }
     const client::NodeId node = facts.daemon ? facts.daemon->frozen_node : setting.value();
     if (node != 0) {
         check_frozen_node(facts, node, findings);
     } else if (setting.fault == ENOENT) {
-        findings.add(Level::ok, "mastership is not frozen");
+        findings.ok("mastership is not frozen");
     }
 }
 

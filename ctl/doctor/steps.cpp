@@ -38,8 +38,8 @@ std::string missing_interpreter(const std::string &line) {
 bool check_step(const std::string &path, const struct stat &status, Findings &findings) {
     const std::string name = file_name(path);
     if (!S_ISREG(status.st_mode)) {
-        findings.add(Level::warning, name + " is named like a step, but is not a file",
-                     "rename it, or move it to another directory: " + shell_word(path));
+        findings.warning(name + " is named like a step, but is not a file",
+                         "rename it, or move it to another directory: " + shell_word(path));
         return false;
     }
     bool good = only_root_changes(path, "the step", status, findings);
@@ -79,25 +79,23 @@ void check_bystander(const std::string &path, const struct stat &status, Finding
     if (S_ISREG(status.st_mode) && looks_like_step) {
         const char *why =
             name.starts_with('.') ? "its name begins with a dot" : "its name does not end in .run";
-        findings.add(Level::warning, name + " is never run: " + why,
-                     "rename it, or move it to another directory: " + shell_word(path));
+        findings.warning(name + " is never run: " + why,
+                         "rename it, or move it to another directory: " + shell_word(path));
     }
 }
 
 bool check_directory(Findings &findings) {
     struct stat status = {};
     if (stat(DUSKVALE_RUN_DIR, &status) != 0 || !S_ISDIR(status.st_mode)) {
-        findings.add(Level::warning,
-                     DUSKVALE_RUN_DIR " is not a directory: a master starts nothing",
-                     "install -d -m 755 " DUSKVALE_RUN_DIR);
+        findings.warning(DUSKVALE_RUN_DIR " is not a directory: a master starts nothing",
+                         "install -d -m 755 " DUSKVALE_RUN_DIR);
         return false;
     }
     only_root_changes(DUSKVALE_RUN_DIR, "the directory", status, findings);
     struct statvfs system = {};
     if (statvfs(DUSKVALE_RUN_DIR, &system) == 0 && (system.f_flag & ST_NOEXEC) != 0) {
-        findings.add(Level::critical,
-                     DUSKVALE_RUN_DIR " is on a file system on which nothing can be run",
-                     "findmnt --target " DUSKVALE_RUN_DIR);
+        findings.critical(DUSKVALE_RUN_DIR " is on a file system on which nothing can be run",
+                          "findmnt --target " DUSKVALE_RUN_DIR);
     }
     return true;
 }
@@ -111,7 +109,7 @@ void check_steps(const Facts &, Findings &findings) {
     g_autoptr(GError) error = nullptr;
     g_autoptr(GDir) directory = g_dir_open(DUSKVALE_RUN_DIR, 0, &error);
     if (directory == nullptr) {
-        findings.add(Level::unknown, printable(error->message), ask_as_root);
+        findings.unknown(printable(error->message), ask_as_root);
         return;
     }
     std::set<std::string> names;
@@ -139,10 +137,10 @@ void check_steps(const Facts &, Findings &findings) {
         }
     }
     if (steps == 0) {
-        findings.add(Level::warning, "there are no steps: a master starts nothing",
-                     "put some into " DUSKVALE_RUN_DIR "; man duskvale-run-steps");
+        findings.warning("there are no steps: a master starts nothing",
+                         "put some into " DUSKVALE_RUN_DIR "; man duskvale-run-steps");
     } else if (good == steps) {
-        findings.add(Level::ok, counted(steps, "step") + ", and nothing wrong with them");
+        findings.ok(counted(steps, "step") + ", and nothing wrong with them");
     }
 }
 

@@ -9,14 +9,14 @@ namespace {
 void check_enabled(const UnitFacts &unit, Findings &findings) {
     const std::string state = unit.property("UnitFileState");
     if (state == "enabled") {
-        findings.add(Level::ok, "it is enabled: started at boot, and with corosync");
+        findings.ok("it is enabled: started at boot, and with corosync");
     } else {
-        findings.add(Level::warning, "it is not started at boot: " + printable(state),
-                     "systemctl enable " DUSKVALE_IDENT);
+        findings.warning("it is not started at boot: " + printable(state),
+                         "systemctl enable " DUSKVALE_IDENT);
     }
     if (unit.property("NeedDaemonReload") == "yes") {
-        findings.add(Level::warning, "its file has changed, and systemd has not read it since",
-                     "systemctl daemon-reload");
+        findings.warning("its file has changed, and systemd has not read it since",
+                         "systemctl daemon-reload");
     }
 }
 
@@ -26,23 +26,22 @@ void check_active(const UnitFacts &unit, Findings &findings) {
     const std::string text =
         "it is " + printable(state) + " (" + printable(unit.property("SubState")) + ")";
     if (state == "active") {
-        findings.add(Level::ok, text);
+        findings.ok(text);
     } else if (state == "failed") {
         /* Result is that of the last end, mostly also when systemd has given up restarting. */
-        findings.add(Level::critical,
-                     text + ": " + printable(unit.property("Result")) +
-                         (restarts.empty() || restarts == "0"
-                              ? ""
-                              : "; restarts before that: " + printable(restarts)),
-                     "journalctl -u " DUSKVALE_IDENT " -e; when the cause is fixed: "
-                     "systemctl reset-failed " DUSKVALE_IDENT ", then systemctl start it");
+        findings.critical(text + ": " + printable(unit.property("Result")) +
+                              (restarts.empty() || restarts == "0"
+                                   ? ""
+                                   : "; restarts before that: " + printable(restarts)),
+                          "journalctl -u " DUSKVALE_IDENT " -e; when the cause is fixed: "
+                          "systemctl reset-failed " DUSKVALE_IDENT ", then systemctl start it");
     } else if (state == "inactive") {
-        findings.add(Level::critical, text, "systemctl start " DUSKVALE_IDENT);
+        findings.critical(text, "systemctl start " DUSKVALE_IDENT);
     } else if (unit.waits_for_ring()) {
-        findings.add(Level::warning, text + ": it waits until corosync has formed its ring",
-                     "corosync-cfgtool -s; it does not wait for long");
+        findings.warning(text + ": it waits until corosync has formed its ring",
+                         "corosync-cfgtool -s; it does not wait for long");
     } else {
-        findings.add(Level::warning, text, "systemctl status " DUSKVALE_IDENT);
+        findings.warning(text, "systemctl status " DUSKVALE_IDENT);
     }
 }
 
@@ -52,15 +51,14 @@ void check_unit(const Facts &facts, Findings &findings) {
     const UnitFacts &unit = facts.unit;
     const std::string load = unit.property("LoadState");
     if (!unit.booted) {
-        findings.add(Level::note, "systemd is not running here, so its unit is not checked");
+        findings.note("systemd is not running here, so its unit is not checked");
     } else if (!unit.fault.empty()) {
-        findings.add(Level::unknown, "systemctl could not be asked: " + printable(unit.fault));
+        findings.unknown("systemctl could not be asked: " + printable(unit.fault));
     } else if (load == "masked") {
-        findings.add(Level::critical, "it is masked: nothing can start it",
-                     "systemctl unmask " DUSKVALE_IDENT);
+        findings.critical("it is masked: nothing can start it", "systemctl unmask " DUSKVALE_IDENT);
     } else if (load != "loaded") {
-        findings.add(Level::critical, "systemd has no usable unit: " + printable(load),
-                     "systemctl daemon-reload; apt-get install --reinstall " DUSKVALE_IDENT);
+        findings.critical("systemd has no usable unit: " + printable(load),
+                          "systemctl daemon-reload; apt-get install --reinstall " DUSKVALE_IDENT);
     } else {
         check_enabled(unit, findings);
         check_active(unit, findings);

@@ -26,8 +26,10 @@ struct Options {
     std::string devpath;
 };
 
-/* A fault that a command finds in its options by itself: prints `fault`, a sentence without its
-   full stop, on standard error; returns the exit status. */
-int usage_fault(const Options &options, const std::string &fault);
+/* Thrown for a line that is wrong, by the parser or by a command that finds it out by itself. */
+struct WrongLine {
+    const Command *command; /* null: none was named */
+    std::string fault;      /* a sentence without its full stop */
+};
 
 } // namespace ctl

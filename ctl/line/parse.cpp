@@ -72,11 +72,8 @@ std::string exit_status_text() {
     return text + "'check' and 'doctor' end with 0 OK, 1 warning, 2 critical, 3 unknown instead.";
 }
 
-WrongLine wrong(const Command *command, const std::string &fault) {
-    const std::string topic = command != nullptr ? std::string(" ") + command->name : "";
-    const bool is_check = command != nullptr && command->is_check;
-    return {complain(is_check ? int{CheckExit::unknown} : int{Exit::usage},
-                     fault + "\nTry 'duskvalectl help" + topic + "'.")};
+WrongLine no_such(const std::string &command) {
+    return {nullptr, "there is no command '" + command + "'"};
 }
 
 class Line {
@@ -102,7 +99,7 @@ public:
         if (named) {
             options.command = find(words.front());
             if (options.command == nullptr) {
-                return unknown(words.front());
+                throw no_such(words.front());
             }
         } else if (words != Words{"--help"} && words != Words{"-h"} &&
                    words != Words{"--version"}) {
@@ -119,22 +116,22 @@ public:
         } catch (const CLI::CallForVersion &version) {
             return Text{version.what() + std::string("\n")};
         } catch (const CLI::ExtrasError &) {
-            return wrong(blamed, extra_text(app.remaining(true).front(), named));
+            throw WrongLine{blamed, extra_text(app.remaining(true).front(), named)};
         } catch (const CLI::RequiredError &error) {
             const std::string what = error.what();
-            return wrong(blamed, options.command->name +
-                                     (" needs " + what.substr(0, what.find(" is required"))));
+            throw WrongLine{blamed, options.command->name +
+                                        (" needs " + what.substr(0, what.find(" is required")))};
         } catch (const CLI::ArgumentMismatch &error) {
             const std::string what = error.what();
-            return wrong(blamed, what.find("flag override") != what.npos
-                                     ? "--" + what.substr(0, what.find(' ')) + " takes no value"
-                                     : what.substr(0, what.find(':')) + " needs a value");
+            throw WrongLine{blamed, what.find("flag override") != what.npos
+                                        ? "--" + what.substr(0, what.find(' ')) + " takes no value"
+                                        : what.substr(0, what.find(':')) + " needs a value"};
         } catch (const CLI::ValidationError &error) {
             /* The check wrote all of it; the name in front is the library's. */
             const std::string what = error.what();
-            return wrong(blamed, what.substr(what.find(": ") + 2));
+            throw WrongLine{blamed, what.substr(what.find(": ") + 2)};
         } catch (const CLI::ParseError &error) {
-            return wrong(blamed, error.what());
+            throw WrongLine{blamed, error.what()};
         }
         return options.command->run != nullptr ? Parsed(options) : help();
     }
@@ -147,18 +144,15 @@ private:
         return found != commands.end() ? &*found : nullptr;
     }
 
-    static Parsed unknown(const std::string &name) {
-        return wrong(nullptr, "there is no command '" + name + "'");
-    }
-
     Parsed help() {
         app.clear();
         if (options.text.empty()) {
             return Text{app.help()};
         }
-        return find(options.text) != nullptr
-                   ? Text{app.get_subcommand(options.text)->help(app.get_name())}
-                   : unknown(options.text);
+        if (find(options.text) == nullptr) {
+            throw no_such(options.text);
+        }
+        return Text{app.get_subcommand(options.text)->help(app.get_name())};
     }
 
     std::string extra_text(const std::string &word, bool named) const {
@@ -186,8 +180,11 @@ Parsed parse_line(std::span<const Command> commands, int argc, char **argv) {
     return Line(commands).parse({argv + std::min(argc, 1), argv + argc});
 }
 
-int usage_fault(const Options &options, const std::string &fault) {
-    return wrong(options.command, fault).status;
+int report(const WrongLine &line) {
+    const bool is_check = line.command != nullptr && line.command->is_check;
+    const std::string topic = line.command != nullptr ? std::string(" ") + line.command->name : "";
+    return complain(is_check ? int{CheckExit::unknown} : int{Exit::usage},
+                    line.fault + "\nTry 'duskvalectl help" + topic + "'.");
 }
 
 } // namespace ctl

@@ -13,13 +13,12 @@ namespace ctl {
 struct Text {
     std::string text;
 };
-/* A fault was printed on standard error; the program ends with `status`. */
-struct WrongLine {
-    int status;
-};
-using Parsed = std::variant<Options, Text, WrongLine>;
+using Parsed = std::variant<Options, Text>;
 
-/* `commands` begins with the one that a line without a command means. */
+/* `commands` begins with the one that a line without a command means. Throws a WrongLine. */
 Parsed parse_line(std::span<const Command> commands, int argc, char **argv);
+
+/* Writes what is wrong on standard error; returns the exit status. */
+int report(const WrongLine &line);
 
 } // namespace ctl
