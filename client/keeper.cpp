@@ -2,6 +2,8 @@
 
 #include "client/fields.h"
 
+#include <algorithm>
+
 namespace client {
 
 namespace {
@@ -24,24 +26,17 @@ KeeperNode read_node(Variant dictionary) {
     return node;
 }
 
-template <typename Use>
-void for_each_child(GVariant *container, Use use) {
-    for (gsize i = 0; i < g_variant_n_children(container); i++) {
-        use(Variant(g_variant_get_child_value(container, i)));
-    }
-}
-
 void read_heard(GVariant *times, std::vector<KeeperNode> &nodes) {
-    for_each_child(times, [&nodes](const Variant &entry) {
-        NodeId id = 0;
-        guint64 time = 0;
-        g_variant_get(entry.get(), "{ut}", &id, &time);
-        for (KeeperNode &node : nodes) {
-            if (node.id == id) {
-                node.heard = static_cast<int64_t>(time);
-            }
+    GVariantIter entries;
+    g_variant_iter_init(&entries, times);
+    NodeId id = 0;
+    guint64 time = 0;
+    while (g_variant_iter_next(&entries, "{ut}", &id, &time)) {
+        const auto node = std::ranges::find(nodes, id, &KeeperNode::id);
+        if (node != nodes.end()) {
+            node->heard = static_cast<int64_t>(time);
         }
-    });
+    }
 }
 
 } // namespace
@@ -63,12 +58,14 @@ std::optional<KeeperState> read_keeper(GVariant *reply) {
         return std::nullopt;
     }
     KeeperState state;
-    for_each_child(nodes.get(),
-                   [&](Variant node) { state.nodes.push_back(read_node(std::move(node))); });
+    for (gsize i = 0; i < g_variant_n_children(nodes.get()); i++) {
+        state.nodes.push_back(read_node(Variant(g_variant_get_child_value(nodes.get(), i))));
+    }
     read_heard(heard.get(), state.nodes);
-    for_each_child(causes.get(), [&](const Variant &cause) {
-        state.causes.emplace_back(g_variant_get_string(cause.get(), nullptr));
-    });
+    g_autofree const gchar **texts = g_variant_get_strv(causes.get(), nullptr);
+    for (const gchar **text = texts; *text != nullptr; text++) {
+        state.causes.emplace_back(*text);
+    }
     fields.get("LocalNode", state.local_node);
     fields.get("Verdict", state.verdict);
     fields.get("Stay", state.stay);

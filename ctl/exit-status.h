@@ -4,22 +4,23 @@
 namespace ctl {
 
 struct Exit {
-    enum : int {
-        ok = 0,
-        failed = 1,
-        usage = 2,
-        refused = 3,
-        not_running = 4,
-        timed_out = 5,
-        not_permitted = 6,
-        bus_unreachable = 7,
-        no_corosync = 8,
-    };
+    static constexpr int ok = 0;
+    static constexpr int failed = 1;
+    static constexpr int usage = 2;
+    static constexpr int refused = 3;
+    static constexpr int not_running = 4;
+    static constexpr int timed_out = 5;
+    static constexpr int not_permitted = 6;
+    static constexpr int bus_unreachable = 7;
+    static constexpr int no_corosync = 8;
 };
 
 /* What `check` and `doctor` end with instead, as monitoring systems want it. */
 struct CheckExit {
-    enum : int { ok = 0, warning = 1, critical = 2, unknown = 3 };
+    static constexpr int ok = 0;
+    static constexpr int warning = 1;
+    static constexpr int critical = 2;
+    static constexpr int unknown = 3;
 };
 
 } // namespace ctl

@@ -17,7 +17,7 @@ int main(int argc, char **argv) {
             const Command &command = *options->command;
             /* For an exception that nothing expects. A monitoring system must not take it for a
                warning. */
-            status = command.is_check ? int{CheckExit::unknown} : int{Exit::failed};
+            status = command.is_check ? CheckExit::unknown : Exit::failed;
             status = command.run(*options);
         } else {
             print(std::get<Text>(parsed).text);

@@ -130,6 +130,9 @@ Result<Owner> Bus::owner() {
     if (!answer) {
         return answer.problem();
     }
+    if (!g_variant_is_of_type(answer->get(), G_VARIANT_TYPE("(a{sv})"))) {
+        return Problem{ProblemKind::failed, "to GetConnectionCredentials"};
+    }
     client::Fields fields{client::Variant(g_variant_get_child_value(answer->get(), 0))};
     Owner owner;
     fields.get("UnixUserID", owner.user);

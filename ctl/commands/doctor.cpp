@@ -19,7 +19,7 @@ constexpr Check checks[] = {
     {"steps", check_steps},       {"devices", check_devices},
 };
 
-/* As the line of `check` begins, with the number of findings that are worth a deed. */
+/* As the line of `check` begins, with the number of findings that need something done. */
 std::string summary(const Findings &findings) {
     std::string text;
     for (const Level level : {Level::critical, Level::warning, Level::unknown}) {

@@ -85,7 +85,7 @@ int command_status(const Options &options) {
         }
         line["keeper"] = keeper ? json_keeper(*keeper) : Json();
         print_line(json_line(line));
-        return snapshot ? int{Exit::ok} : spec_of(snapshot.problem()).exit_status;
+        return snapshot ? Exit::ok : spec_of(snapshot.problem()).exit_status;
     }
     if (snapshot) {
         print_status(*snapshot, keeper);
@@ -95,7 +95,7 @@ int command_status(const Options &options) {
     } else if (snapshot) {
         print(label("nodes") + "not known: " + keeper.why_not + "\n");
     }
-    return snapshot ? int{Exit::ok} : report(snapshot.problem());
+    return snapshot ? Exit::ok : report(snapshot.problem());
 }
 
 } // namespace ctl

@@ -98,7 +98,7 @@ int wait_for(const std::string &wanted, Bus &bus, const Deadline &deadline) {
             }
             /* The role may have been lost again meanwhile. */
             if (fits(wanted, settling.last)) {
-                return wanted == "stable" ? wait_for_others(bus, deadline) : int{Exit::ok};
+                return wanted == "stable" ? wait_for_others(bus, deadline) : Exit::ok;
             }
         } catch (const Problem &problem) {
             if (!problem.is_absence()) {

@@ -5,12 +5,10 @@ namespace ctl {
 namespace {
 
 /* "on", or why not. */
-void check_policy(const std::string &state, const char *name, Findings &findings) {
-    if (state == "on") {
-        findings.ok(std::string(name) + " is on");
-    } else {
-        findings.note(std::string(name) + " does nothing: " + printable(state));
-    }
+void check_policy(const std::string &state, const std::string &name, Findings &findings) {
+    const bool on = state == "on";
+    findings.add(on ? Level::ok : Level::note,
+                 name + (on ? " is on" : " does nothing: " + printable(state)));
 }
 
 } // namespace

@@ -183,7 +183,7 @@ Parsed parse_line(std::span<const Command> commands, int argc, char **argv) {
 int report(const WrongLine &line) {
     const bool is_check = line.command != nullptr && line.command->is_check;
     const std::string topic = line.command != nullptr ? std::string(" ") + line.command->name : "";
-    return complain(is_check ? int{CheckExit::unknown} : int{Exit::usage},
+    return complain(is_check ? CheckExit::unknown : Exit::usage,
                     line.fault + "\nTry 'duskvalectl help" + topic + "'.");
 }
 
