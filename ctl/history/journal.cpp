@@ -92,7 +92,7 @@ std::vector<Record> place_ends(std::vector<Record> records) {
         for (auto at = behind;
              at != records.end() && microseconds_between(end->time, at->time) < last_words_us;
              ++at) {
-            behind = at->daemon == daemon ? at + 1 : behind;
+            behind = daemon != 0 && at->daemon == daemon ? at + 1 : behind;
         }
         std::rotate(end, end + 1, behind);
     }
