@@ -5,8 +5,7 @@ import json
 import pytest
 from support import AS_NOBODY
 
-from lab.bus import NAME
-from lab.paths import BUS_POLICIES, COROSYNC, RUN_DIRECTORY
+from lab.paths import COROSYNC, RUN_DIRECTORY
 
 OK, WARNING, CRITICAL, UNKNOWN = range(4)
 
@@ -54,29 +53,6 @@ def test_doctor_finds_what_is_broken_and_nothing_else(healthy):
     )
     status, found = doctor(third)
     assert status == CRITICAL and list(found) == ["corosync", "daemon", "unit"]
-
-
-def test_doctor_sees_a_lost_policy_before_and_after_the_bus_reads_it(healthy):
-    node = healthy.node(1)
-    policy = node.file(f"{BUS_POLICIES}/{NAME}.conf")
-    text = policy.read_bytes()
-    reload_bus = ["dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DBus",
-                  "/org/freedesktop/DBus", "org.freedesktop.DBus.ReloadConfig"]
-    policy.unlink()
-    try:
-        # Whether the bus has seen that by itself is not to be foretold.
-        status, found = doctor(node)
-        assert status == CRITICAL and "not installed" in found["bus"][0][1]
-        node.run(reload_bus)
-        status, found = doctor(node)
-        assert status == CRITICAL and list(found) == ["bus", "daemon"]
-        assert [line.partition(":")[0] for _, line in found["bus"]] == [
-            "the bus policy is not installed", "the policy is not in effect",
-        ]
-    finally:
-        policy.write_bytes(text)
-        node.run(reload_bus)
-    assert doctor(node) == (OK, {})
 
 
 def test_doctor_tells_a_dead_corosync_from_a_stalled_one(healthy):

@@ -4,9 +4,7 @@ import re
 import subprocess
 
 import pytest
-from support import AS_NOBODY, others, said, steps_held, wait_everywhere
-
-from lab.waiting import now
+from support import AS_NOBODY, others, said, wait_everywhere
 
 REFUSED, NOT_RUNNING, TIMED_OUT, NOT_PERMITTED = 3, 4, 5, 6
 
@@ -21,29 +19,11 @@ def ended(process):
     return process.returncode, output
 
 
-def screen(node, master, *, frozen="no", transition="no"):
+def screen(node, master, *, frozen="no"):
     here, role = (", this node", "master") if node is master else ("", "slave")
     return (f"master      node {master.id}{here}\nthis node   node {node.id}, {role}\n"
-            f"members     3\nfrozen      {frozen}\ntransition  {transition}\ndevices     0\n"
+            f"members     3\nfrozen      {frozen}\ntransition  no\ndevices     0\n"
             "nodes       not known: no keeper runs on this node\n")
-
-
-def test_status_before_during_and_after_a_change_of_master(cluster):
-    old = cluster.node(cluster.wait_master())
-    new, third = others(cluster, old.number)
-    assert [said(node) for node in cluster.nodes] == [screen(node, old) for node in cluster.nodes]
-    since = now()
-    with steps_held(new):
-        taking = started(new, "duskvalectl", "take-over", "--wait=60")
-        wait_everywhere([new], "NotifyRunstepBegin", since=since)
-        not_done = "yes: the run steps of this node are not done"
-        assert said(new) == screen(new, new, transition=not_done)
-        wait_everywhere([old, third], "NotifyRunstepsDone", since=since)
-        assert [said(node) for node in (old, third)] == [screen(old, new), screen(third, new)]
-        assert taking.poll() is None
-    status, text = ended(taking)
-    assert status == 0 and f"node {new.id}, this node, is master, 1 run step done, after" in text
-    assert [said(node) for node in cluster.nodes] == [screen(node, new) for node in cluster.nodes]
 
 
 @pytest.mark.packaged
@@ -100,31 +80,3 @@ def test_everybody_may_look_and_only_root_may_ask(cluster):
         assert result.stderr == ("duskvalectl: the policy of the system bus does not let you ask "
                                  "this\nNext: the same as root, with sudo\n")
     assert said(node) == screen(node, master)
-
-
-def test_monitor_goes_on_through_a_restart_of_the_daemon(cluster, tmp_path):
-    master = cluster.node(cluster.wait_master())
-    node, other = others(cluster, master.number)
-    shown = tmp_path / "shown"
-    with shown.open("w", encoding="utf-8") as output:
-        script = 'echo $$ >/run/monitor; exec "$0" monitor'
-        monitor = node.popen(["/bin/sh", "-c", script, "duskvalectl"], stdout=output)
-    path = other.add_device("crate7", "rack 2", "LC-7")
-    for act, line in (
-        (None, f"this is node {node.id}, node {master.id} is master, 3 members"),
-        (lambda: said(other, "send", "going down"), "message: going down"),
-        (lambda: said(other, "keep-alive"), f"keep-alive from node {other.id}"),
-        (lambda: said(other, "hotplug", "add", path),
-         f"node {other.id}: device added LC-7 at rack 2 ({path}), 1 device now"),
-        (node.kill, "the daemon is not running, waiting for it"),
-        (None, "the daemon is running"),
-        # Not before the election of its join is over, which could undo it.
-        (lambda: cluster.wait_master() and said(node, "take-over", "--wait"),
-         f"node {node.id} (this node) is master"),
-    ):
-        if act:
-            act()
-        pattern = re.compile(rf" \d\d:\d\d:\d\d\.\d{{3}}  {re.escape(line)}$", re.MULTILINE)
-        cluster.wait(lambda: pattern.search(shown.read_text(encoding="utf-8")), 10.0, line)
-    node.run(["/bin/sh", "-c", "kill -INT $(cat /run/monitor)"])
-    assert monitor.wait(10) == 0

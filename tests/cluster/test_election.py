@@ -81,20 +81,3 @@ def test_partitions_that_elected_meet_and_agree_again(lab):
         senders = [1, 2] if node.number == 3 else [3]
         expected = [f"ERR(message_handler_master_propose):From {n}: {error}" for n in senders]
         assert lines(node, "SPLIT BRAIN")[0] in expected
-
-
-def test_second_daemon_on_a_node_fails_and_disturbs_nobody(cluster):
-    node = cluster.node(1)
-    since = now()
-    second = node.run(["duskvale-corosync-bridge", "-f"], check=False)
-    assert second.returncode == 1
-    for line in (
-        "CRITICAL **: ", "Failed to acquire com.norvel.DuskvaleCorosync\n",
-        "Failed to acquire name for connection\n",
-        "ERR(duskvale_corosync_new):Failed duskvale_dbus_register()\n",
-    ):
-        assert line in second.stderr
-    wait_everywhere(cluster.nodes, "NotifyJoined", 1, 4, since=since)
-    wait_everywhere(cluster.nodes, "NotifyLeft", 1, 3, since=since)
-    cluster.wait_master()
-    assert all(node.is_active() for node in cluster.nodes)

@@ -1,4 +1,4 @@
-"""The example steps on real nodes. That of the services is tried in test_unit.py."""
+"""The example steps on real nodes. That of the services is tried in test_keeper.py."""
 
 import sys
 
@@ -8,7 +8,7 @@ from support import lines, others, steps_held, take_over
 from lab.examples import (ADDRESS, ADDRESS_6, SERVICE, STORAGE, VIRTUAL_ADDRESS, install,
                           install_address)
 from lab.network import link_address_of
-from lab.paths import EXAMPLES, RUN_DIRECTORY
+from lab.paths import RUN_DIRECTORY
 
 LIMIT = 10.0
 SHARED = "/srv/shared"
@@ -87,33 +87,6 @@ def test_neighbours_follow_the_virtual_address(lab):
     # All of them also ran "stop" without the address.
     ends = [entry for node in lab.nodes for entry in node.signals if "RunstepsDone" in entry.name]
     assert {errors for _, _, [errors] in ends} == {0}
-
-
-def test_neighbours_of_both_sides_of_a_split_go_to_the_one_master(lab):
-    client = lab.client()
-    for node in lab.nodes:
-        install_address(node)
-    keeps = lab.node(1).file(f"{EXAMPLES}/keep-services.conf").read_text(encoding="utf-8")
-    lab.start(drop_in=keeps)  # A daemon that ends leaves the address where it is.
-    master = lab.node(2)
-    master.set("PreferredMaster", True)
-    assert lab.wait_master() == 2
-    lab.partition([1], [2, 3])  # The client stays with node 1.
-    lab.wait_ring([1])
-    lab.wait_ring([2, 3])
-    lab.wait_master(agreed_on=[1])
-    assert lab.wait_master(agreed_on=[2, 3]) == 2
-    assert holders(lab) == [lab.node(1), master]
-    resolve(lab, client, lab.node(1))
-    lab.wait(lambda: not any(map(announces, lab.nodes)), LIMIT, "both sides have been told")
-    lab.heal()
-    lab.wait_ring()
-    assert lab.wait_master(limit=30.0) == 2
-    assert holders(lab) == [master]
-    if master.exits():
-        wait_sent_to(lab, master, client)
-    else:  # Corosync refused its proposals: it never ended, and so had nothing to announce again.
-        resolve(lab, client, master)
 
 
 def test_data_is_promoted_when_the_old_master_has_let_go(lab):

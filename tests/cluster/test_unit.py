@@ -8,7 +8,7 @@ from support import (HEALED, LIMIT_S, NAME, STARTED, STEP, STOPPED, forget_steps
 
 from lab.bus import NAME as BUS_NAME
 from lab.paths import COROSYNC, COROSYNC_CONFIG, DAEMON, EXAMPLES, RUN_DIRECTORY
-from lab.waiting import now, wait_until
+from lab.waiting import wait_until
 
 pytestmark = pytest.mark.package
 
@@ -185,21 +185,6 @@ def test_daemon_stops_before_corosync_and_starts_with_it(node):
     wait_steps(node, HEALED + HEALED)
 
 
-def test_corosync_that_cannot_start_ends_the_attempts(node):
-    node.systemctl("enable", DAEMON)
-    conf = node.file(COROSYNC_CONFIG)
-    conf.rename(conf.with_name("away"))
-    kill(node, "KILL", COROSYNC)
-    # While an attempt waits for corosync the daemon is inactive, too, but has a job.
-    wait_until(
-        lambda: node.show("ActiveState") == "inactive" and not node.show("Job"),
-        LIMIT_S, "no further attempt",
-    )
-    conf.with_name("away").rename(conf)
-    node.systemctl("start", COROSYNC)
-    wait_steps(node, HEALED)
-
-
 def test_loop_of_failing_starts_ends_visibly(node):
     node.stop()
     # Forgets the starts so far; the stop alone does for a disabled unit.
@@ -214,39 +199,6 @@ def test_loop_of_failing_starts_ends_visibly(node):
         assert ("critical", given_up) in unit_findings(node)
     finally:
         node.systemctl("stop", "second")
-
-
-def test_doctor_knows_the_state_of_the_unit(node):
-    enabled = ("ok", "it is enabled: started at boot, and with corosync")
-    running = ("ok", "it is active (running)")
-    node.systemctl("enable", DAEMON)
-    assert unit_findings(node) == [enabled, running]
-    node.file(node.show("FragmentPath")).touch()
-    changed = ("warning", "its file has changed, and systemd has not read it since")
-    assert unit_findings(node) == [enabled, changed, running]
-    node.systemctl("daemon-reload")
-    node.systemctl("disable", "--now", DAEMON)
-    assert unit_findings(node) == [
-        ("warning", "it is not started at boot: disabled"), ("critical", "it is inactive (dead)")
-    ]
-    node.systemctl("mask", "--runtime", DAEMON)
-    try:
-        [masked] = unit_findings(node)
-        assert masked == ("critical", "it is masked: nothing can start it")
-    finally:
-        node.systemctl("unmask", "--runtime", DAEMON)
-
-
-def test_journal_has_the_lines_with_their_priorities(node):
-    write(node, f"{RUN_DIRECTORY}/30-cannot-be-executed.run", STEP)
-    talk = "#!/bin/sh\n[ $1 != start ] || { echo said; echo lamented >&2; }\n"
-    node.write_step("40-talks.run", talk)
-    since = now()
-    node.systemctl("restart", DAEMON)
-    for text, priority in [
-        ("INFO: Starting", 6), (r"ERR\(run_next\):", 3), ("said", 6), ("lamented", 5)
-    ]:
-        assert node.wait_log(f"^{text}", since=since).fields["PRIORITY"] == priority
 
 
 def test_steps_reach_the_node_and_not_a_sandbox(node):
@@ -266,47 +218,6 @@ def test_steps_reach_the_node_and_not_a_sandbox(node):
     node.stop()
     assert node.is_active("managed")
     node.systemctl("stop", "managed")
-
-
-def test_example_step_keeps_a_service_where_the_daemon_runs(node):
-    service = "example.service"
-    settings = "/etc/default/duskvale-service"
-    step = f"{RUN_DIRECTORY}/50-service.run"
-
-    def wait_started(after=0):
-        """The service's pid, once that is another."""
-        def pid():
-            found = node.pid(service)
-            return found if found not in (after, 0) else None
-
-        return wait_until(pid, LIMIT_S, "the service was started")
-
-    def twice(action):
-        return [node.run([step, action], check=False).returncode for _ in range(2)]
-
-    unit = "[Unit]\nStartLimitIntervalSec=0\n[Service]\nExecStart=/bin/sleep infinity\n"
-    write(node, f"/run/systemd/system/{service}", unit)
-    write(node, settings, f'UNITS="{service}"\n')
-    node.run(["install", f"{EXAMPLES}/run.d/50-service.run", step])
-    node.systemctl("daemon-reload")
-    node.systemctl("restart", DAEMON)
-    pid = wait_started()
-    assert twice("start") == [0, 0]
-    assert node.pid(service) == pid
-    for signal, unit in ("KILL", DAEMON), ("ABRT", DAEMON), ("HUP", DAEMON), ("KILL", COROSYNC):
-        kill(node, signal, unit)
-        pid = wait_started(after=pid)
-    node.stop()
-    assert node.show("ActiveState", service) == "inactive"
-    assert twice("stop") == [0, 0]
-    node.start(drop_in="[Service]\nRestart=no\n")
-    wait_started(after=pid)
-    kill(node, "KILL")
-    wait_shown(node, "ActiveState", "inactive", service)
-
-    write(node, settings, f'UNITS="{service} none.service"\n')
-    assert twice("start") == [5, 5]  # that of systemctl
-    assert node.is_active(service)
 
 
 def test_start_and_stop_have_the_same_surroundings(node):

@@ -10,7 +10,7 @@ from lab.waiting import wait_until
 LOST = "went down, was cut off or lost its corosync"
 LIMIT = 15.0
 # Time to ask before the unit starts the daemon again, which joins and may move the role.
-RETURNS_LATE = "[Service]\nRestartSec=10\n"
+RETURNS_LATE = "[Service]\nRestartSec=5\n"
 
 
 def why(node, *parts, never=()):
