@@ -10,6 +10,8 @@ if [ "${DUSKVALE_SANDBOX:-}" != inside ]; then
         --pid --fork --kill-child --mount-proc -- "$0" "$@"
 fi
 unset DUSKVALE_SANDBOX
+# Where a build that counts lines puts its counts; process ids repeat in another sandbox.
+[ -z "${PROFILES:-}" ] || export LLVM_PROFILE_FILE="$PROFILES/${1##*/}-%p.profraw"
 mount -t tmpfs sandbox /mnt
 for dir in /dev /etc /usr/share; do
     layer=/mnt$dir

@@ -238,7 +238,7 @@ TEST_F(Doctor, saysWhatOnlyRootCouldSee) {
     const int program = open(std::getenv("DUSKVALECTL"), O_RDONLY | O_CLOEXEC);
     examine("not root", [&] {
         setenv("DUSKVALECTL", ("/proc/self/fd/" + std::to_string(program)).c_str(), 1);
-        setenv("GCOV_PREFIX", "/mnt/coverage", 1); /* A build that counts lines writes there. */
+        setenv("LLVM_PROFILE_FILE", "/mnt/coverage/%p", 1); /* for a build that counts lines */
         if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) {
             _exit(126);
         }
