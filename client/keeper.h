@@ -48,6 +48,9 @@ struct KeeperState {
     uint64_t aborts = 0;
 };
 
+/* How the texts begin that keepers send each other as messages of the daemon. */
+constexpr const char *keeper_text = "duskvale-keeper ";
+
 /* Answered with all properties: read_keeper(). */
 Call keeper_get_all();
 /* Reads that reply. No value when it is of another form than the keeper's. */

@@ -74,7 +74,10 @@ private:
     void answer(void *call, bool ok, const std::string &text) override {
         object.answer(call, ok, text);
     }
-    void log(int priority, const std::string &text) override { log_line(priority, text); }
+    void log(int priority, const std::string &text) override {
+        log_line(priority, text);
+        object.announce(text);
+    }
 
     GDBusConnection *bus;
     Keeper machine;

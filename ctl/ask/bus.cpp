@@ -82,7 +82,18 @@ void Bus::listen() {
         static_cast<Bus *>(self)->push(*new_owner != '\0' ? News::Content(DaemonAppeared{})
                                                           : DaemonVanished{});
     };
+    const auto on_logged = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
+                              const gchar *, GVariant *arguments, gpointer self) noexcept {
+        const gchar *text = "";
+        if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(s)"))) {
+            g_variant_get(arguments, "(&s)", &text);
+        }
+        static_cast<Bus *>(self)->push(KeeperLogged{text});
+    };
     subscriptions = {
+        g_dbus_connection_signal_subscribe(
+            connection.get(), DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_NAME, "Logged",
+            DUSKVALE_KEEPER_BUS_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, on_logged, this, nullptr),
         g_dbus_connection_signal_subscribe(connection.get(), DUSKVALE_BUS_NAME, DUSKVALE_BUS_NAME,
                                            nullptr, DUSKVALE_BUS_PATH, nullptr,
                                            G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr),

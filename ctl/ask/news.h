@@ -5,18 +5,22 @@
 #include "client/announcement.h"
 
 #include <cstdint>
+#include <string>
 #include <variant>
 
 namespace ctl {
 
 struct DaemonAppeared {};
 struct DaemonVanished {};
+struct KeeperLogged {
+    std::string text; /* a line of this node's keeper */
+};
 struct BusLost {};   /* the bus closed the connection */
 struct EndWanted {}; /* SIGINT or SIGTERM, or nobody reads standard output any more */
 
 struct News {
-    using Content =
-        std::variant<client::Announcement, DaemonAppeared, DaemonVanished, BusLost, EndWanted>;
+    using Content = std::variant<client::Announcement, DaemonAppeared, DaemonVanished, KeeperLogged,
+                                 BusLost, EndWanted>;
     Content content;
     int64_t time; /* of its arrival, microseconds since 1970 */
 

@@ -18,6 +18,7 @@ Wording wording_of(const News &news, NodeId local) {
             return Wording{"daemon-vanished", "the daemon is not running, waiting for it",
                            Colour::bad};
         },
+        [&](const KeeperLogged &logged) { return wording(KeeperLine{logged.text}, local); },
         [](const BusLost &) {
             return Wording{"bus-lost", "the system bus closed the connection", Colour::bad};
         },
@@ -37,6 +38,15 @@ Wording wording_of(const client::Snapshot &now) {
     return {"state", text, Colour::plain, json_snapshot(now)};
 }
 
+/* Keepers talk to each other through the daemon, and a master's sends a keep-alive each second. */
+bool is_talk_of_keepers(const News &news, bool keepers) {
+    const client::Announcement *announcement = news.announcement();
+    const auto *text = announcement != nullptr ? std::get_if<client::Text>(announcement) : nullptr;
+    return (text != nullptr && text->text.starts_with(client::keeper_text)) ||
+           (keepers && announcement != nullptr &&
+            std::holds_alternative<client::KeepAlive>(*announcement));
+}
+
 } // namespace
 
 int command_monitor(const Options &options) {
@@ -46,6 +56,7 @@ int command_monitor(const Options &options) {
         return report(snapshot.problem());
     }
     bus.catch_endings();
+    bool keepers = static_cast<bool>(read_keeper(bus, snapshot));
     NodeId local = snapshot ? snapshot->local_node : 0;
     /* A state is shown in its place: after what was announced before it was asked for. */
     bool state_due = static_cast<bool>(snapshot);
@@ -60,6 +71,10 @@ int command_monitor(const Options &options) {
         news = *bus.next(std::nullopt);
         if (news.is<EndWanted>()) {
             break;
+        }
+        if (is_talk_of_keepers(news, keepers)) {
+            keepers = true;
+            continue;
         }
         wanted = print_wording(news.time, wording_of(news, local), options.json);
         if (news.is<BusLost>()) {

@@ -74,4 +74,10 @@ void Object::publish(Properties news) {
     }
 }
 
+void Object::announce(const std::string &line) {
+    g_dbus_connection_emit_signal(
+        bus, nullptr, DUSKVALE_KEEPER_BUS_PATH, DUSKVALE_KEEPER_BUS_NAME, "Logged",
+        g_variant_new("(s)", duskvale_utf8(line.c_str()).c_str()), nullptr);
+}
+
 } // namespace keeper

@@ -18,6 +18,8 @@ public:
     /* All properties by name, as they are now. */
     using Properties = std::map<std::string, client::Variant>;
     void publish(Properties news);
+    /* A line of the log, to whoever listens. */
+    void announce(const std::string &line);
     /* Each call once. */
     static void answer(void *call, bool ok, const std::string &text);
 
