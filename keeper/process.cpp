@@ -40,13 +40,13 @@ gboolean on_watchdog(gpointer) noexcept {
 class Process : public World {
 public:
     Process(const Config &config, GDBusConnection *bus_)
-        : bus(bus_), machine(config, *this), pulse(told), object(bus, told),
-          disk(DUSKVALE_KEEPER_STATE_FILE, told),
-          programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, told) {
+        : bus(bus_), machine(config, *this), pulse(deliver), object(bus, deliver),
+          disk(DUSKVALE_KEEPER_STATE_FILE, deliver),
+          programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, deliver) {
         take(disk.read());
-        follow_daemon(bus, told);
-        follow_unit(bus, told);
-        follow_corosync(told);
+        follow_daemon(bus, deliver);
+        follow_unit(bus, deliver);
+        follow_corosync(deliver);
     }
 
 private:
@@ -64,7 +64,7 @@ private:
     }
     void take_over() override { call_daemon(bus, client::take_over()); }
     void write_preferred(bool on) override { call_daemon(bus, client::set_preferred(on)); }
-    void read_snapshot() override { read_daemon(bus, told); }
+    void read_snapshot() override { read_daemon(bus, deliver); }
     void read_run_directory() override {
         call_on_main_loop([this, read = list_steps()] { take(read); });
     }
@@ -81,7 +81,7 @@ private:
 
     GDBusConnection *bus;
     Keeper machine;
-    Told told = [this](const Input &input) { take(input); };
+    Deliver deliver = [this](const Input &input) { take(input); };
     Pulse pulse;
     Object object;
     Disk disk;

@@ -57,7 +57,7 @@ def config_text(cluster, token, nodes):
 def views(entries):
     """The ring as a node saw it, from its corosync log: a list of (time, set of node ids).
 
-    A view counts from the moment when corosync serves in it. After a start the list begins anew.
+    A view counts from the moment when corosync serves in it. After a start the list begins again.
     """
     found = []
     members = None

@@ -14,9 +14,9 @@ namespace keeper {
 
 /* Takes what an edge has found out; called by the main loop only. Edges live until the process
  * ends. */
-using Told = std::function<void(const Input &)>;
+using Deliver = std::function<void(const Input &)>;
 
-/* What the daemon announces, as it is told. */
+/* What the daemon announces, in its order. */
 Input input_of(const client::Announcement &announcement);
 
 struct Reply {

@@ -93,15 +93,15 @@ bool wait(const Session &session) {
     return watched.revents == 0 || quorum_dispatch(session.quorum, CS_DISPATCH_ALL) == CS_OK;
 }
 
-void report(const Told &told, Corosync &last, const Corosync &news) {
+void report(const Deliver &deliver, Corosync &last, const Corosync &news) {
     if (last != news) {
         last = news;
-        call_on_main_loop([told, news] { told(news); });
+        call_on_main_loop([deliver, news] { deliver(news); });
     }
 }
 
 /* Returns when the connection is lost, or there is none. */
-void follow(const Told &told, Corosync &last) {
+void follow(const Deliver &deliver, Corosync &last) {
     Session session;
     if (!open(session)) {
         return;
@@ -112,21 +112,21 @@ void follow(const Told &told, Corosync &last) {
          * ones. */
         if (news.connected && !flag(session.cmap, "config.reload_in_progress")) {
             read_keys(session.cmap, news);
-            report(told, last, news);
+            report(deliver, last, news);
         }
     } while (wait(session));
 }
 
 } // namespace
 
-void follow_corosync(const Told &told) {
-    std::thread([told] {
+void follow_corosync(const Deliver &deliver) {
+    std::thread([deliver] {
         Corosync last{.connected = true}; /* so that the first failure is reported */
         for (;; std::this_thread::sleep_for(retry_pause)) {
-            follow(told, last);
+            follow(deliver, last);
             Corosync lost = last;
             lost.connected = false;
-            report(told, last, lost);
+            report(deliver, last, lost);
         }
     }).detach();
 }

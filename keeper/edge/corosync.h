@@ -13,10 +13,10 @@
 namespace keeper {
 
 /*
- * From now on `told` gets a CorosyncRead or QuorumChanged for each change, after each connection
+ * From now on `deliver` gets a CorosyncRead or QuorumChanged for each change, after each connection
  * first a CorosyncRead, and when the connection is lost, or the first attempt fails, one
  * QuorumChanged that says so; then it connects again. A frozen corosync has no changes to report.
  */
-void follow_corosync(const Told &told);
+void follow_corosync(const Deliver &deliver);
 
 } // namespace keeper

@@ -62,7 +62,7 @@ void Disk::write(const Stored &stored) {
     std::thread([this, text = text_of(stored)] {
         call_on_main_loop([this, problem = write_file(path, text)] {
             writing = false;
-            told(DiskWritten{problem});
+            deliver(DiskWritten{problem});
             if (const auto next = std::exchange(waiting, std::nullopt)) {
                 write(*next);
             }

@@ -10,8 +10,9 @@ namespace keeper {
 
 class Disk {
 public:
-    /* `told` gets a DiskWritten after each attempt to write. */
-    Disk(std::string path_, Told told_) : path(std::move(path_)), told(std::move(told_)) {}
+    /* `deliver` gets a DiskWritten after each attempt to write. */
+    Disk(std::string path_, Deliver deliver_)
+        : path(std::move(path_)), deliver(std::move(deliver_)) {}
 
     /* Reads it at once. A file that is not there holds nothing. */
     DiskRead read() const;
@@ -20,7 +21,7 @@ public:
 
 private:
     std::string path;
-    Told told;
+    Deliver deliver;
     bool writing = false;
     std::optional<Stored> waiting;
 };

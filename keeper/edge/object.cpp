@@ -15,7 +15,7 @@ static const std::map<std::string, Asked::What> methods = {{"Move", Asked::move}
                                                            {"Fit", Asked::fit},
                                                            {"Prefer", Asked::prefer}};
 
-Object::Object(GDBusConnection *bus_, Told told_) : bus(bus_), told(std::move(told_)) {
+Object::Object(GDBusConnection *bus_, Deliver deliver_) : bus(bus_), deliver(std::move(deliver_)) {
     g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(keeper_interface_xml, nullptr);
     static const GDBusInterfaceVTable table{on_method, on_read, nullptr, {}};
     g_dbus_connection_register_object(bus, DUSKVALE_KEEPER_BUS_PATH, node->interfaces[0], &table,
@@ -34,7 +34,7 @@ void Object::on_method(GDBusConnection *, const gchar *, const gchar *, const gc
         g_variant_get(arguments, "(b)", &on);
         asked.on = on != FALSE;
     }
-    object->told(asked);
+    object->deliver(asked);
 }
 
 void Object::answer(void *call, bool ok, const std::string &text) {

@@ -12,8 +12,8 @@ namespace keeper {
 
 class Object {
 public:
-    /* `told` gets an input for each call of a method. */
-    Object(GDBusConnection *bus, Told told);
+    /* `deliver` gets an input for each call of a method. */
+    Object(GDBusConnection *bus, Deliver deliver);
 
     /* All properties by name, as they are now. */
     using Properties = std::map<std::string, client::Variant>;
@@ -31,7 +31,7 @@ private:
                              const gchar *property, GError **, gpointer self) noexcept;
 
     GDBusConnection *bus;
-    Told told;
+    Deliver deliver;
     Properties properties;
 };
 

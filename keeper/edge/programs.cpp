@@ -86,7 +86,7 @@ void Programs::end_round_if_over() {
         close(child.output);
         ran.results.push_back(child.result);
     }
-    told(ran);
+    deliver(ran);
 }
 
 } // namespace keeper

@@ -14,9 +14,9 @@ namespace keeper {
 
 class Programs {
 public:
-    /* `told` gets a WatchRan for each round. */
-    Programs(std::string directory_, Duration limit_, Told told_)
-        : directory(std::move(directory_)), limit(limit_), told(std::move(told_)) {}
+    /* `deliver` gets a WatchRan for each round. */
+    Programs(std::string directory_, Duration limit_, Deliver deliver_)
+        : directory(std::move(directory_)), limit(limit_), deliver(std::move(deliver_)) {}
 
     /* Starts a round; not while one runs. */
     void run();
@@ -32,7 +32,7 @@ private:
 
     std::string directory;
     Duration limit;
-    Told told;
+    Deliver deliver;
     std::list<Child> round;
     size_t running = 0; /* of them */
 };

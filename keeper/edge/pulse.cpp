@@ -8,7 +8,7 @@
 
 namespace keeper {
 
-Pulse::Pulse(Told told_) : told(std::move(told_)) {
+Pulse::Pulse(Deliver deliver_) : deliver(std::move(deliver_)) {
     if (sd_bus_open_system(&bus) < 0 ||
         sd_bus_match_signal(bus, nullptr, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH,
                             DUSKVALE_BUS_INTERFACE, "NotifyKeepAlive", on_keep_alive, this) < 0) {
@@ -20,7 +20,7 @@ Pulse::Pulse(Told told_) : told(std::move(told_)) {
 int Pulse::on_keep_alive(sd_bus_message *message, void *self, sd_bus_error *) noexcept {
     NodeId node = 0;
     if (sd_bus_message_read(message, "u", &node) > 0) {
-        static_cast<Pulse *>(self)->told(KeepAlive{node});
+        static_cast<Pulse *>(self)->deliver(KeepAlive{node});
     }
     return 0;
 }

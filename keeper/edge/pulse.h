@@ -14,8 +14,8 @@ namespace keeper {
 
 class Pulse {
 public:
-    /* `told` gets each keep-alive that the daemon announces, also those of other nodes. */
-    explicit Pulse(Told told);
+    /* `deliver` gets each keep-alive that the daemon announces, also those of other nodes. */
+    explicit Pulse(Deliver deliver);
 
     void send();
 
@@ -23,7 +23,7 @@ private:
     static int on_keep_alive(sd_bus_message *message, void *self, sd_bus_error *) noexcept;
     static gboolean on_ready(gint, GIOCondition, gpointer self) noexcept;
 
-    Told told;
+    Deliver deliver;
     sd_bus *bus = nullptr;
 };
 

@@ -50,28 +50,28 @@ static UnitChanged read_unit(GVariant *reply) {
 }
 
 /* The signal of a change lacks what ExecStopPost has become, so all is read each time. */
-static void read(GDBusConnection *bus, Told &told) {
+static void read(GDBusConnection *bus, Deliver &deliver) {
     call(bus, systemd, unit_path,
          {properties, "GetAll", client::owned(g_variant_new("(s)", service))},
-         [&told](const Reply &reply) {
+         [&deliver](const Reply &reply) {
              reply.arguments != nullptr
-                 ? told(read_unit(reply.arguments))
+                 ? deliver(read_unit(reply.arguments))
                  : log_line(LOG_ERR, "systemd says nothing of the daemon's unit: " + reply.error);
          });
 }
 
 static void on_changed(GDBusConnection *bus, const gchar *, const gchar *, const gchar *,
-                       const gchar *, GVariant *, gpointer told) noexcept {
-    read(bus, *static_cast<Told *>(told));
+                       const gchar *, GVariant *, gpointer deliver) noexcept {
+    read(bus, *static_cast<Deliver *>(deliver));
 }
 
-void follow_unit(GDBusConnection *bus, Told &told) {
+void follow_unit(GDBusConnection *bus, Deliver &deliver) {
     g_dbus_connection_signal_subscribe(bus, systemd, properties, "PropertiesChanged", unit_path,
-                                       service, G_DBUS_SIGNAL_FLAGS_NONE, on_changed, &told,
+                                       service, G_DBUS_SIGNAL_FLAGS_NONE, on_changed, &deliver,
                                        nullptr);
     /* Until somebody asks, systemd announces nothing. */
     call(bus, systemd, manager_path, {manager, "Subscribe", nullptr});
-    read(bus, told);
+    read(bus, deliver);
 }
 
 void kill_unit(GDBusConnection *bus) {

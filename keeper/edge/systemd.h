@@ -5,8 +5,8 @@
 
 namespace keeper {
 
-/* `told` gets an UnitChanged for the state now and after each change. */
-void follow_unit(GDBusConnection *bus, Told &told);
+/* `deliver` gets an UnitChanged for the state now and after each change. */
+void follow_unit(GDBusConnection *bus, Deliver &deliver);
 
 /* SIGKILL to the unit's main process. A refusal is logged. */
 void kill_unit(GDBusConnection *bus);

@@ -92,7 +92,7 @@ struct Known {
     std::string name(NodeId node) const;
     std::string frozen_text() const;
 
-    /* Takes what the daemon told, or that there is none, for a change. */
+    /* Takes what the daemon announced, or that there is none, for a change. */
     void change();
     void wait_until_calm() { calm_at = std::max(calm_at, now + calm_after); }
 };

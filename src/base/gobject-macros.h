@@ -1,6 +1,6 @@
 /*
  * The macros of GLib and GObject with -Wold-style-cast and its kin silenced: their expansions hold
- * C casts that are not ours to mend. Every source file that defines a class includes this instead
+ * C casts that are not ours to fix. Every source file that defines a class includes this instead
  * of <glib-object.h> alone.
  */
 #pragma once

@@ -5,7 +5,7 @@
  *
  * When corosync is gone for good (the descriptor has hung up and a dispatch failed) no event can
  * ever come again and the descriptor stays ready for ever: the source is taken off the loop and the
- * process ends with status 1, so that its service manager starts it anew.
+ * process ends with status 1, so that its service manager starts it again.
  */
 #pragma once
 

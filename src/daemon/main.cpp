@@ -18,7 +18,7 @@ namespace {
 using SignalSources = std::array<guint, 65>;
 
 const char *progname;
-/* Borrowed while the loop runs; null as soon as it has been told to quit. */
+/* Borrowed while the loop runs; null as soon as it has been asked to quit. */
 GMainLoop *main_loop;
 
 [[noreturn]] void usage() {

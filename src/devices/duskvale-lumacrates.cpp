@@ -111,7 +111,7 @@ static int read_sysfs_attr(const char *dir, const char *name, std::span<char> te
         DUSKVALE_ERR("Failed opening '%s': %s\n", path, strerror(error));
         return -error;
     }
-    /* One read: sysfs hands out an attribute whole, made anew for each reading from its start. */
+    /* One read: sysfs hands out an attribute whole, made new for each reading from its start. */
     const ssize_t got = read(fd, text.data(), text.size() - 1);
     const int error = errno;
     close(fd);

@@ -129,7 +129,7 @@ std::vector<uint32_t> Cluster::reached(const Node &node) const {
     return keys;
 }
 
-/* Tells every member what changed for it. A process that joins is told only of itself. */
+/* Gives every member what changed for it. A process that joins hears only of itself. */
 void Cluster::change(const std::function<void()> &apply) {
     std::map<uint32_t, std::vector<uint32_t>> before;
     for (const auto &[key, node] : nodes) {

@@ -29,7 +29,7 @@
 
 namespace sim {
 
-/* One entry of the order: a message, or a change of the membership as one member is told it. */
+/* One entry of the order: a message, or a change of the membership as one member hears it. */
 struct Event {
     uint64_t number = 0;
     uint64_t cause = 0; /* the event whose handling sent this message; 0: a timer or a request */
@@ -172,7 +172,7 @@ public:
     uint64_t restart_after = 0;  /* how soon an aborted daemon is started again; 0: never */
     std::map<char, size_t> sent; /* multicasts that were ordered, by type */
     std::map<uint32_t, Node> nodes;
-    Oracle *oracle = nullptr; /* is told what happens to the nodes */
+    Oracle *oracle = nullptr; /* hears what happens to the nodes */
 
 private:
     Cluster &ask(uint32_t key, bool unless_frozen, const std::function<void(Node &)> &request);

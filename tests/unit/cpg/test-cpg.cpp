@@ -19,14 +19,14 @@ struct Session {
         g_main_context_unref(context);
     }
 
-    /* What the library was asked, what was logged and printed, and what the agents were told. */
+    /* What the library was asked, what was logged and printed, and what the agents have heard. */
     std::string outcome() {
         EXPECT_EQ(__fpending(stdout), 0U) << "a list that waits for a full buffer";
         std::string text;
         for (const std::string &call : std::exchange(lib.calls, {})) {
             text += call + "\n";
         }
-        return text + log.take() + list.take() + std::exchange(told, {});
+        return text + log.take() + list.take() + std::exchange(heard, {});
     }
 
     duskvale_cpg *record() const { return static_cast<duskvale_cpg *>(lib.context); }
@@ -36,7 +36,7 @@ struct Session {
         }
     }
     void join() {
-        told += dvcpg_glib_register(object, context) ? "registered\n" : "not registered\n";
+        heard += dvcpg_glib_register(object, context) ? "registered\n" : "not registered\n";
     }
     /* "2:201:5": node, process, reason */
     static std::vector<cpg_address> addresses(const std::string &list) {
@@ -50,7 +50,7 @@ struct Session {
 
     /* They answer -1, since the results of agents must not matter. */
     static int note(void *session, const std::string &line) {
-        static_cast<Session *>(session)->told += line + "\n";
+        static_cast<Session *>(session)->heard += line + "\n";
         return -1;
     }
     static int joined(void *session, uint32_t node, size_t members) {
@@ -72,7 +72,7 @@ struct Session {
     const DuskvaleGCpgAgents all = {.joined = joined, .left = left, .got_message = got};
     DuskvaleGCpgAgents agents = all;
     bool echo = false;
-    std::string told;
+    std::string heard;
     FakeLibcpg lib;
     GMainContext *context = g_main_context_new();
     DuskvaleGCpg *object = dvcpg_glib_new("duskvale", &agents, this);
@@ -81,7 +81,7 @@ struct Session {
 
     const Commands commands = {
         {"register", [this] { join(); }},
-        {"node", [this] { told += std::to_string(duskvale_glib_local_nodeid(object)) + "\n"; }},
+        {"node", [this] { heard += std::to_string(duskvale_glib_local_nodeid(object)) + "\n"; }},
         {"descriptor", [this] { lib.fd = std::stoi(w[1]); }},
         /* What a function of the library returns from now on instead of CS_OK. */
         {"fail",
@@ -92,10 +92,10 @@ struct Session {
         /* How many members there are now, who left, who joined. */
         {"change", [this] { lib.queue_change(number(w[1]), addresses(w[2]), addresses(w[3])); }},
         {"message", [this] { lib.queue_message(number(w[1]), rest(w, 2)); }},
-        {"turn", [this] { told += g_main_context_iteration(context, FALSE) ? "" : "idle\n"; }},
+        {"turn", [this] { heard += g_main_context_iteration(context, FALSE) ? "" : "idle\n"; }},
         {"dispatch", [this] { duskvale_cpg_dispatch(record()); }},
         {"destroy", [this] { destroy(); }},
-        {"open", [this] { told += lib.context != nullptr ? "open\n" : "not open\n"; }},
+        {"open", [this] { heard += lib.context != nullptr ? "open\n" : "not open\n"; }},
         {"echo", [this] { echo = true; }},
         {"debug", [this] { duskvale_debug_set_level(w[1] == "on" ? LOG_DEBUG : LOG_INFO); }},
         {"agents",
@@ -109,7 +109,7 @@ struct Session {
          [this] {
              duskvale_cpg *cpg = nullptr;
              const std::string name(number(w[1]), 'g');
-             told += std::to_string(duskvale_cpg_new(&cpg, name.c_str(), nullptr, nullptr)) + "\n";
+             heard += std::to_string(duskvale_cpg_new(&cpg, name.c_str(), nullptr, nullptr)) + "\n";
          }},
         {"release",
          [this] {

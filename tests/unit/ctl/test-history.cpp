@@ -154,7 +154,7 @@ TEST(History, saysWhatIsWrongWithALog) {
 
 /* A line that the table does not know is shown in the words of the daemon, so none is lost; but
    which lines those are is said here, so that a changed one is not overlooked. */
-TEST(Table, knowsEachLineOfTheDaemon) {
+TEST(EventTable, knowsEachLineOfTheDaemon) {
     std::string text;
     for (const std::string &line : daemon_lines()) {
         text += kind_of(entry(line)) + "\t" + line + "\n";
@@ -177,7 +177,7 @@ TEST(Table, knowsEachLineOfTheDaemon) {
     }
 }
 
-TEST(Table, believesOnlyTheDaemonItsUnitAndRoot) {
+TEST(EventTable, believesOnlyTheDaemonItsUnitAndRoot) {
     const std::string line = "INFO: From 3: UNFROZEN master -- start election";
     EXPECT_EQ(kind_of(entry(line)), "frozen-master");
     for (const json &other :

@@ -18,19 +18,19 @@ protected:
     /* What udev makes of `text` as the rule, for an event of the loopback interface. */
     static std::string udevadm(const std::string &text, const std::string &action) {
         std::ofstream(installed) << text;
-        const Outcome told = shell("udevadm test --action=" + action + " /sys/class/net/lo 2>&1");
-        EXPECT_EQ(told.status, 0);
-        return told.out;
+        const Outcome answer = shell("udevadm test --action=" + action + " /sys/class/net/lo 2>&1");
+        EXPECT_EQ(answer.status, 0);
+        return answer.out;
     }
 
     std::string rule;
 };
 
 TEST_F(UdevRule, isReadWithoutAFaultAndLeavesOtherDevicesAlone) {
-    const std::string told = udevadm(rule, "add");
-    EXPECT_THAT(told, HasSubstr(std::string("Reading rules file: ") + installed));
-    EXPECT_THAT(told, Not(HasSubstr(std::string(installed) + ":")));
-    EXPECT_THAT(told, Not(HasSubstr("duskvalectl")));
+    const std::string answer = udevadm(rule, "add");
+    EXPECT_THAT(answer, HasSubstr(std::string("Reading rules file: ") + installed));
+    EXPECT_THAT(answer, Not(HasSubstr(std::string(installed) + ":")));
+    EXPECT_THAT(answer, Not(HasSubstr("duskvalectl")));
     const std::string broken = std::regex_replace(rule, std::regex("ACTION"), "ACTOIN");
     EXPECT_THAT(udevadm(broken, "add"), HasSubstr(std::string(installed) + ":"));
 }
@@ -39,10 +39,10 @@ TEST_F(UdevRule, runsTheCommandThatReportsTheDevice) {
     up(other);
     const std::string here = std::regex_replace(rule, std::regex("==\"lumacrates\""), "==\"net\"");
     for (const std::string action : {"add", "remove"}) {
-        const std::string told = udevadm(here, action);
+        const std::string answer = udevadm(here, action);
         std::smatch run;
-        ASSERT_TRUE(std::regex_search(told, run, std::regex("run: '(/\\S*)/duskvalectl (.*)'")))
-            << told;
+        ASSERT_TRUE(std::regex_search(answer, run, std::regex("run: '(/\\S*)/duskvalectl (.*)'")))
+            << answer;
         EXPECT_EQ(run[1], INSTALLED_BINDIR);
         const Outcome reported = shell("duskvalectl " + run[2].str());
         EXPECT_EQ(reported.status, 0) << reported.err;

@@ -1,4 +1,5 @@
-/* A coordinator that does nothing but say which debug categories are on, and fails if told to. */
+/* A coordinator that does nothing but say which debug categories are on, and fails when asked to.
+ */
 #include "base/log.h"
 #include "coordinator/duskvale-corosync.h"
 

@@ -54,7 +54,7 @@ struct Session : DBusTest {
     }
     void TestBody() override {}
 
-    /* What was logged and asked of the owner, and what clients were answered and told. */
+    /* What was logged and asked of the owner, and what clients were answered and heard. */
     std::string outcome() {
         if (exported) {
             /* Announcements come before the answer to what was asked after them. */

@@ -26,7 +26,7 @@ struct Session {
         fs::remove_all(driver);
         EXPECT_EQ(lowest_free_descriptor(), free_before) << "a file was left open";
     }
-    std::string outcome() { return log.take() + std::exchange(told, {}); }
+    std::string outcome() { return log.take() + std::exchange(heard, {}); }
 
     void create(const DuskvaleLumacratesAgents *table) {
         release();
@@ -40,7 +40,7 @@ struct Session {
             EXPECT_EQ(inventory, nullptr) << "not released, and the leak checker does not see it";
         }
     }
-    void say(const std::string &line) { told += line + "\n"; }
+    void say(const std::string &line) { heard += line + "\n"; }
     void read_all() {
         DuskvaleLumacrateInfo *details = nullptr;
         const gint32 count = duskvale_lumacrates_inventory(inventory, &details);
@@ -52,7 +52,7 @@ struct Session {
     static int on_notify(gint32 total, const DuskvaleLumacrateInfo *info, gboolean added,
                          const char *devpath, gpointer session) {
         static_cast<Session *>(session)->say(
-            "told: " + std::to_string(total) + (added != FALSE ? " added " : " removed ") +
+            "heard: " + std::to_string(total) + (added != FALSE ? " added " : " removed ") +
             info->location + "|" + info->hardware_id + " " + devpath);
         return 0;
     }
@@ -66,7 +66,7 @@ struct Session {
         {"agents", &agents}, {"none", &empty}, {"null", nullptr}};
 
     DuskvaleLumacrates *inventory = nullptr;
-    std::string told;
+    std::string heard;
     Words w;
     Capture log;
     const int free_before = lowest_free_descriptor();

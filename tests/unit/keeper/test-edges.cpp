@@ -38,11 +38,11 @@ void write(const fs::path &path, const std::string &text, fs::perms mode = fs::p
     fs::permissions(path, mode);
 }
 
-/* What one edge has told; edges live as long as the process. */
+/* What one edge has delivered; edges live as long as the process. */
 template <typename T>
 struct Heard {
     std::vector<T> list;
-    Told told = [this](const Input &input) { list.push_back(std::get<T>(input)); };
+    Deliver deliver = [this](const Input &input) { list.push_back(std::get<T>(input)); };
     bool wait(size_t count) {
         return loop_until([&] { return list.size() >= count; });
     }
@@ -96,7 +96,7 @@ TEST(KeeperConfig, NamesEachMistake) {
 TEST(KeeperDisk, RemembersTheLastOfManyWrites) {
     const fs::path file = scratch("disk") / "state";
     Heard<DiskWritten> heard;
-    Disk disk(file, heard.told);
+    Disk disk(file, heard.deliver);
     EXPECT_EQ(disk.read().stored, Stored{});
     EXPECT_EQ(disk.read().problem, "");
     const Stored last{Unfit{true, "a=b\n[c] \\ \xc3\xa4"}, true};
@@ -112,7 +112,7 @@ TEST(KeeperDisk, KeepsWhatItHadWhenTheDiskIsFull) {
     const fs::path directory = scratch("full");
     ASSERT_EQ(mount("test", directory.c_str(), "tmpfs", 0, "size=8k"), 0);
     Heard<DiskWritten> heard;
-    Disk disk(directory / "state", heard.told);
+    Disk disk(directory / "state", heard.deliver);
     const Stored stored{std::nullopt, true};
     disk.write(stored);
     ASSERT_TRUE(heard.wait(1));
@@ -137,7 +137,7 @@ TEST(KeeperDisk, SaysWhyItCannotBeRead) {
 struct KeeperPrograms : testing::Test {
     const fs::path directory = scratch("watch.d");
     Heard<WatchRan> heard;
-    Programs programs{directory, Duration(1'000), heard.told};
+    Programs programs{directory, Duration(1'000), heard.deliver};
 
     std::vector<std::string> run() {
         const size_t before = heard.list.size();

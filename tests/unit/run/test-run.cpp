@@ -1,4 +1,4 @@
-/* Real steps in a directory of their own: what they are given, and what the owner is told. */
+/* Real steps in a directory of their own: what they are given, and what the owner hears. */
 #include "run/duskvale-run.h"
 
 #include "support/capture.h"
@@ -38,9 +38,9 @@ struct Session {
         fs::remove_all(dir);
     }
 
-    /* What was logged, what the owner was told, and what the steps have written. */
+    /* What was logged, what the owner has heard, and what the steps have written. */
     std::string outcome() {
-        std::string text = log.take() + std::exchange(told, {}) + trace();
+        std::string text = log.take() + std::exchange(heard, {}) + trace();
         fs::remove(dir / "trace");
         for (size_t at; (at = text.find(dir.string())) != std::string::npos;) {
             text.replace(at, dir.string().size(), "DIR");
@@ -84,20 +84,20 @@ struct Session {
     static int step_start(gpointer session, const char *step, gboolean is_master, GPid child) {
         self(session)->pid = child;
         self(session)->started = g_get_monotonic_time();
-        self(session)->told += "begins: " + fs::path(step).filename().string() +
-                               (is_master != FALSE ? " as master\n" : " as slave\n");
+        self(session)->heard += "begins: " + fs::path(step).filename().string() +
+                                (is_master != FALSE ? " as master\n" : " as slave\n");
         return 0;
     }
     static void step_end(gpointer session, const char *step, gboolean is_master, GPid child,
                          int status) {
         EXPECT_EQ(child, self(session)->pid);
-        self(session)->told += "ends: " + fs::path(step).filename().string() +
-                               (is_master != FALSE ? " as master, " : " as slave, ") +
-                               std::to_string(status) + "\n";
+        self(session)->heard += "ends: " + fs::path(step).filename().string() +
+                                (is_master != FALSE ? " as master, " : " as slave, ") +
+                                std::to_string(status) + "\n";
     }
     static int steps_done(gpointer session, int errors) {
         self(session)->done++;
-        self(session)->told += "done: " + std::to_string(errors) + " errors\n";
+        self(session)->heard += "done: " + std::to_string(errors) + " errors\n";
         return 0;
     }
     static constexpr DuskvaleRunAgents agents = {step_start, step_end, steps_done, nullptr};
@@ -109,7 +109,7 @@ struct Session {
     GPid pid = 0;
     gint64 started = 0;
     unsigned done = 0;
-    std::string told;
+    std::string heard;
     Capture log;
     Words w;
 
@@ -126,7 +126,7 @@ struct Session {
         /* Until so many sequences have ended. */
         {"wait",
          [this] {
-             EXPECT_TRUE(loop_until([&] { return done >= number(w[1]); })) << told;
+             EXPECT_TRUE(loop_until([&] { return done >= number(w[1]); })) << heard;
              done = 0;
          }},
         {"until-ready",
@@ -135,7 +135,7 @@ struct Session {
         {"kill", [this] { kill(pid, SIGKILL); }},
         {"reap", [this] { EXPECT_EQ(waitpid(pid, nullptr, 0), pid); }},
         {"release", [this] { g_clear_object(&runner); }},
-        {"sources", [this] { told += sources().empty() ? "nothing left\n" : sources(); }},
+        {"sources", [this] { heard += sources().empty() ? "nothing left\n" : sources(); }},
         {"agents", [this] { create(w[1] == "none" ? &empty : nullptr); }},
         {"idle",
          [this] {

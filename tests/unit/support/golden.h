@@ -1,6 +1,6 @@
 /*
  * Texts held against kept examples, in the directory that GOLDEN names. With UPDATE_GOLDEN=1 in
- * the environment of the test the examples are written anew; read the difference before you commit
+ * the environment of the test the examples are written again; read the difference before you commit
  * it.
  */
 #pragma once

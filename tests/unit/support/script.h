@@ -1,7 +1,7 @@
 /*
  * Tests that are read like a session at a terminal: a file with commands, each in a line that
  * begins with "$ ", and below each what came of it. Played again, the file must stay the same. With
- * UPDATE_GOLDEN=1 it is written anew. Lines that begin with "#" are titles.
+ * UPDATE_GOLDEN=1 it is written again. Lines that begin with "#" are titles.
  *
  * Several commands stand in one line with "; " between them. What is not printable ASCII is written
  * as in C, in octal, on both sides. An outcome has no empty lines.
@@ -66,7 +66,7 @@ void expect_script(const std::string &name) {
             }
             g_autofree gchar *outcome = g_strescape(session->outcome().c_str(), "\n\"");
             EXPECT_EQ(("\n" + std::string(outcome)).find("\n\n"), std::string::npos)
-                << "an empty line, which would not be told from the script's own";
+                << "an empty line, which would look like the script's own";
             played += line + "\n" + outcome;
         } else if (line.empty() || line[0] == '#') {
             played += line + "\n";
