@@ -193,14 +193,19 @@ constexpr size_t unfit_moves_most = 3;
  * election in which only the writer gains: when a slave cleared its preference after the master had
  * set its own, the role moved in 9 of 12 tries. So slaves clear theirs first, and the master writes
  * last: again after each slave that had something to clear, within the half second for which that
- * slave's election lasts. Its report says so at once. A write long after the last change is
- * announced first: a take-over during its election can end daemons, so a request that comes later
- * has to wait, and one that came earlier holds the write back.
+ * slave's election lasts. Its report says so at once. It also writes after a join: of the elections
+ * that a join brings the last one ends in a tie when the master's sync is delivered between its
+ * last gain and the last start, which took up to 20 ms on a busy machine. A write long after the
+ * last change is announced first: a take-over during its election can end daemons, so a request
+ * that comes later has to wait, and one that came earlier holds the write back.
  */
 struct Stay {
     void take(Turn &turn);
     static std::string why_off(const Known &known);
 
+    std::string why_write(Turn &turn);
+    NodeId joined = {}; /* a moment ago; 0: none */
+    Time joined_at{};
     bool clearing = false; /* a slave that is preferred: the daemon is read first */
     std::string off = "unknown", logged = off; /* why it does nothing, and what the log has */
     Time off_since{};

@@ -4,6 +4,10 @@ namespace keeper {
 
 /* An election after the loss of a node ends within this time. */
 constexpr Duration after_leave{1'200};
+/* After a join: when all have sent what a join makes them send, and until when a write's election
+ * ends before a move may begin (calm_after). */
+constexpr Duration after_join{200};
+constexpr Duration join_limit{600};
 constexpr Duration settle_after{2'000};
 
 std::string Stay::why_off(const Known &known) {
@@ -32,7 +36,7 @@ static bool announced(Turn &turn) {
 }
 
 /* On the master: why it must write its preference now; empty: it need not. */
-static std::string why_write(Turn &turn) {
+std::string Stay::why_write(Turn &turn) {
     const Known &known = turn.known;
     const bool others = std::ranges::any_of(known.peers, [&](const auto &entry) {
         return entry.first != known.local && entry.second.member && entry.second.report.preferred;
@@ -45,6 +49,12 @@ static std::string why_write(Turn &turn) {
         /* An election runs in which the others tie with us. */
         return known.name(turn.text->from) + " was preferred until now";
     }
+    if (joined != 0 && turn.due(joined_at + after_join)) {
+        const NodeId node = std::exchange(joined, 0);
+        if (known.current.preferred && known.now < joined_at + join_limit) {
+            return known.name(node) + " has joined";
+        }
+    }
     return !known.current.preferred && !others && turn.due(known.changed_at + settle_after) &&
                    announced(turn)
                ? "it is master, and no other node is preferred"
@@ -54,6 +64,10 @@ static std::string why_write(Turn &turn) {
 void Stay::take(Turn &turn) {
     Known &known = turn.known;
     known.settling = false;
+    if (const auto *news = turn.get<Joined>(); news != nullptr && news->node != known.local) {
+        joined = news->node;
+        joined_at = known.now;
+    }
     if (std::exchange(off, known.stay_off) != known.stay_off) {
         off_since = known.now;
     }
