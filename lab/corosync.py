@@ -11,17 +11,20 @@ totem {{
   crypto_cipher: none
   crypto_hash: none
 }}
-system {{
-  # A lab may have no right to real-time scheduling, and must leave the machine's cgroups alone.
-  sched_rr: no
-  move_to_root_cgroup: no
-}}
 logging {{
   to_syslog: yes
   to_stderr: no
 }}
 nodelist {{
 {nodes}}}
+"""
+
+_SYSTEM = """\
+system {
+  # A lab may have no right to real-time scheduling, and must leave the machine's cgroups alone.
+  sched_rr: no
+  move_to_root_cgroup: no
+}
 """
 
 _QUORUM = """\
@@ -51,7 +54,20 @@ def config_text(cluster, token, nodes):
     transport = "knet" if all(node["id"] <= _KNET_MAX_ID for node in nodes) else "udpu"
     texts = "".join(_NODE.format(**node) for node in nodes)
     quorum = _QUORUM if any(node["image"] == "keeper" for node in nodes) else ""
-    return _CONFIG.format(cluster=cluster, transport=transport, token=token, nodes=texts) + quorum
+    text = _CONFIG.format(cluster=cluster, transport=transport, token=token, nodes=texts)
+    return text + quorum + _SYSTEM
+
+
+def config_from(template, nodes):
+    """The example configuration `template` for these nodes: with their names, and what a lab needs.
+
+    Its addresses are those of a lab already.
+    """
+    for node in nodes:
+        its_name = rf"(?<=nodeid: {node['id']}\n        name: )\w+"
+        template = re.sub(its_name, node["name"], template)
+    # There are no certificates.
+    return template.replace("tls: on", "tls: off") + _SYSTEM
 
 
 def views(entries):

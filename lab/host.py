@@ -113,10 +113,10 @@ class Host:
         """The node's root: over the files of this machine those of the image, and then its own."""
         self.run("sh", "-euc", _MAKE_DISK, f"{_DIRECTORY}/{name}", f"{_DIRECTORY}/{image}/upper:/")
 
-    def boot(self, name, address, link_address):
+    def boot(self, name, addresses, link_address):
         """Comes back at once."""
         group, log = f"{_DIRECTORY}/cgroup/{name}", f"{_DIRECTORY}/{name}/boot.log"
-        self.run("sh", "-euc", _BOOT, group, log, PROGRAMS / "boot", name, address, link_address)
+        self.run("sh", "-euc", _BOOT, group, log, PROGRAMS / "boot", name, addresses, link_address)
 
     def is_on(self, name):
         """Whether the node runs: from `boot` on, until the last of its processes has ended."""

@@ -12,7 +12,7 @@ from . import corosync, paths
 from .bus import Bus
 from .host import PROGRAMS, SWITCH
 from .journal import Journal
-from .network import PREFIX, link_address_of
+from .network import interface_addresses_of, link_address_of
 from .paths import COROSYNC, DAEMON, KEEPER, SIGNALS
 from .processes import run_inside, start_inside
 from .waiting import LabError, now, wait_until
@@ -259,8 +259,8 @@ class Node:
         if self.is_on():
             raise LabError(f"{self} is on already")
         since = now()
-        address = f"{self.address}/{PREFIX}"
-        self.lab.host.boot(self.name, address, link_address_of(self.number))
+        addresses = interface_addresses_of(self.number)
+        self.lab.host.boot(self.name, addresses, link_address_of(self.number))
         if wait:
             self.wait_booted(since)
 
@@ -282,7 +282,7 @@ class Node:
     def begin_reset(self):
         """Makes the node what it was after its first boot, without the daemon; returns a Popen."""
         with open(PROGRAMS / "reset", encoding="utf-8") as script:
-            return self.popen(["sh", "-s", f"{self.address}/{PREFIX}"], stdin=script)
+            return self.popen(["sh", "-s", interface_addresses_of(self.number)], stdin=script)
 
     def is_on(self):
         return self.lab.host.is_on(self.name)

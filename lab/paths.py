@@ -6,6 +6,7 @@ KEEPER = "duskvale-keeper.service"
 SIGNALS = "lab-signals.service"
 
 COROSYNC_CONFIG = "/etc/corosync/corosync.conf"
+COROSYNC_KEY = "/etc/corosync/authkey"
 SETTINGS = "/etc/duskvale"
 RUN_DIRECTORY = "/usr/share/duskvale/run.d"
 WATCH_DIRECTORY = "/etc/duskvale/watch.d"

@@ -2,9 +2,9 @@
 
 import sys
 
-import pytest
 from support import lines, others, steps_held, take_over
 
+from lab.cluster import CHECKOUT
 from lab.examples import (ADDRESS, ADDRESS_6, SERVICE, STORAGE, VIRTUAL_ADDRESS, install,
                           install_address)
 from lab.network import link_address_of
@@ -62,7 +62,6 @@ def announces(node):
     return node.run(["sh", "-c", find], check=False).stdout != ""
 
 
-@pytest.mark.packaged
 def test_neighbours_follow_the_virtual_address(lab):
     client = lab.client()
     for node in lab.nodes:
@@ -132,6 +131,21 @@ def test_data_is_promoted_when_the_old_master_has_let_go(lab):
     since = take_over(lab, new.number)
     end_of_step(new, "start", 0)
     assert holder() == new.name
+
+
+def test_corosync_runs_with_the_template(make_lab):
+    template = (CHECKOUT / "data/examples/corosync/three-nodes.conf").read_text("utf-8")
+    lab = make_lab(nodes=3, keepers=(1, 2, 3), template=template)
+    try:
+        lab.wait_master()
+        for node in lab.nodes:
+            links = node.run(["corosync-cfgtool", "-n"]).stdout
+            assert links.count(" enabled connected") == 4, links  # Two, to each of two nodes.
+            assert "Quorate:          Yes" in node.run(["corosync-quorumtool"], check=False).stdout
+            crypto = node.run(["corosync-cmapctl", "totem.crypto_cipher"]).stdout
+            assert crypto == "totem.crypto_cipher (str) = aes256\n"
+    finally:
+        lab.down()
 
 
 def test_steps_refuse_what_they_cannot_do(lab):
