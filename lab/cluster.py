@@ -37,13 +37,14 @@ RESET_LIMIT = 60.0
 class Lab:
     """`nodes` is how many; `ids` maps a node's number to its corosync id where they differ.
 
-    The nodes run what is in the directory `build`, the first `packaged` of them the `package` (the
-    path of a .deb), if there is one; `token` is corosync's, in ms. Those in `keepers` (numbers)
-    have the keeper, too; then corosync counts votes.
+    The nodes run what is in the directory `build`, or the `package` (the path of a .deb, with that
+    of the keeper beside it); `token` is corosync's, in ms. Those in `keepers` (numbers) have the
+    keeper, too; then corosync counts votes. `template` is the text of an example corosync.conf to
+    use instead, with encryption and a second link.
     """
 
     def __init__(self, name="lab", nodes=3, build=BUILD, ids=None, token=1000, package=None,
-                 packaged=2, keepers=()):
+                 keepers=(), template=None):
         if not re.fullmatch(r"[A-Za-z0-9_-]{1,40}", name):
             raise LabError(f"not a name for a lab: '{name}'")
         if not 1 <= nodes <= MAX_NODES:
@@ -53,14 +54,12 @@ class Lab:
         self.host = None
         self._stays = False
         self._token = token
-        self._sources = {"build": os.path.abspath(build), "keeper": os.path.abspath(build)}
-        if package:
-            self._sources["package"] = os.path.abspath(package)
+        self._template = template
+        self._source = os.path.abspath(package or build)
         self._facts = [
             {"number": number, "name": f"node{number}", "id": (ids or {}).get(number, number),
              "address": address_of(number),
-             "image": "keeper" if number in keepers else
-                      "package" if package and number <= packaged else "build"}
+             "image": "keeper" if number in keepers else "daemon"}
             for number in range(1, nodes + 1)
         ]
         self._nodes = {}
@@ -84,7 +83,7 @@ class Lab:
         As on any machine, the daemons start with the boot, when the ring is there.
         """
         check_requirements()
-        self._check_sources()
+        self._check_source()
         if Host.find(self.name):
             raise LabError(f"the lab '{self.name}' is up already")
         self.host = Host.start(self.name)
@@ -92,7 +91,7 @@ class Lab:
             text = json.dumps(self._facts)
             (self.host.directory / "nodes.json").write_text(text, encoding="utf-8")
             for image in {facts["image"] for facts in self._facts}:
-                self.host.make_image(image, self._sources[image])
+                self.host.make_image(image, self._source)
             self._make_nodes()
             since = now()
             for node in self.nodes:
@@ -238,13 +237,11 @@ class Lab:
     def _make_nodes(self):
         self._nodes = {facts["number"]: Node(self, facts["number"], facts) for facts in self._facts}
 
-    def _check_sources(self):
-        images = {facts["image"] for facts in self._facts}
-        for image in images:
-            if not os.path.exists(self._sources[image]):
-                raise LabError(f"{self._sources[image]} is missing: build it first")
-        if images & {"build", "keeper"}:
-            options = pathlib.Path(self._sources["build"], "meson-info/intro-buildoptions.json")
+    def _check_source(self):
+        if not os.path.exists(self._source):
+            raise LabError(f"{self._source} is missing: build it first")
+        if os.path.isdir(self._source):
+            options = pathlib.Path(self._source, "meson-info/intro-buildoptions.json")
             known = json.loads(options.read_text(encoding="utf-8"))
             prefixes = [option["value"] for option in known if option["name"] == "prefix"]
             if prefixes != ["/usr"]:
@@ -258,11 +255,15 @@ class Lab:
         self.host.set_cable(node.name, SWITCH, "up")
         nodes = [(facts["name"], facts["address"]) for facts in self._facts]
         hosts = [("localhost", "127.0.0.1"), *nodes]
+        config = corosync.config_text(self.name, self._token, self._facts)
+        if self._template:
+            config = corosync.config_from(self._template, self._facts)
         for path, text in {
             "/etc/hostname": f"{node.name}\n",
             "/etc/hosts": "".join(f"{address} {name}\n" for name, address in hosts),
             "/etc/machine-id": f"{node.number:032x}\n",
-            paths.COROSYNC_CONFIG: corosync.config_text(self.name, self._token, self._facts),
+            paths.COROSYNC_CONFIG: config,
+            paths.COROSYNC_KEY: "k" * 256,
             **more,
         }.items():
             node.file(path).write_text(text, encoding="utf-8")

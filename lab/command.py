@@ -17,7 +17,7 @@ def up(options):
     build = options.build or next(filter(os.path.exists, (BUILD, DEMO_BUILD)), BUILD)
     keepers = range(1, options.nodes + 1) if options.keepers else ()
     lab = Lab(options.name, options.nodes, build, token=options.token, package=options.package,
-              packaged=options.nodes, keepers=keepers)
+              keepers=keepers)
     with lab:
         if options.start:
             lab.wait_master()

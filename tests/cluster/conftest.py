@@ -25,9 +25,8 @@ a test that fails otherwise gets them as a section of its report.
 
 Run as root:  /usr/bin/python3 -m pytest tests/cluster [--build DIRECTORY] [--package FILE.deb]
 
-With --package `node` and the nodes 1 and 2 of the other labs have the package installed instead of
-the build. The tests that are marked "package" need it or are about what it installs; ./check runs
-them, and those that are marked "packaged", with the package, and all but the first without.
+With --package, as ./check calls it, the nodes have the package installed instead of the build, and
+that of the keeper where the lab has keepers; the tests that are about packages need it.
 """
 
 import os
@@ -43,7 +42,7 @@ from lab.paths import DAEMON, PACKAGE
 
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(BUILD), help="the build directory to test")
-    parser.addoption("--package", type=pathlib.Path, help="test this .deb on the nodes 1 and 2")
+    parser.addoption("--package", type=pathlib.Path, help="test this .deb instead")
 
 
 @pytest.fixture(scope="session")

@@ -30,7 +30,6 @@ def _healthy(lab):
     return lab
 
 
-@pytest.mark.packaged
 def test_doctor_finds_what_is_broken_and_nothing_else(healthy):
     node, other, third = healthy.nodes
     for member in healthy.nodes:

@@ -3,7 +3,6 @@
 import re
 import subprocess
 
-import pytest
 from support import AS_NOBODY, others, said, wait_everywhere
 
 REFUSED, NOT_RUNNING, TIMED_OUT, NOT_PERMITTED = 3, 4, 5, 6
@@ -26,7 +25,6 @@ def screen(node, master, *, frozen="no"):
             "nodes       not known: no keeper runs on this node\n")
 
 
-@pytest.mark.packaged
 def test_requests_take_effect_or_say_why_not(cluster):
     master = cluster.node(cluster.wait_master())
     slave, third = others(cluster, master.number)

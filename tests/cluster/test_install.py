@@ -10,17 +10,17 @@ from support import NAME, STOPPED, steps, write
 
 from lab.paths import DAEMON, PACKAGE, RUN_DIRECTORY, SETTINGS
 
-pytestmark = pytest.mark.package
+pytestmark = pytest.mark.usefixtures("package")
 
 # Logs, the books of the package system and of systemd, and what the lab and these tests have made.
 OF_OTHERS = re.compile(
-    r"/(var/(log|cache|lib/(dpkg|systemd|corosync)|tmp)|etc/(corosync|systemd)|srv)(/|$)"
+    r"/(var/(log|cache|lib/(dpkg|systemd|corosync)|tmp)|etc/(corosync|systemd)|srv|root/.ssh)(/|$)"
 )
 
 
 def changes(node):
     """The files and directories that the node has and this machine has not."""
-    layers = [node.lab.host.directory / name / "upper" for name in ("package", node.name)]
+    layers = [node.lab.host.directory / name / "upper" for name in (node.image, node.name)]
     names = {"/" + str(path.relative_to(layer)) for layer in layers for path in layer.rglob("*")}
     return {
         name for name in names if not os.path.lexists(name) and os.path.lexists(node.file(name))

@@ -78,7 +78,7 @@ def aborted(nodes, since):
 def test_master_stays_when_slaves_restart(kept):
     master = wait_settled(kept)
     since = now()
-    for slave in others(kept, master.number) * 3:
+    for slave in others(kept, master.number) * 2:
         slave.systemctl("restart", DAEMON)
         assert kept.wait_master() == master.number
     slave.reboot()
@@ -102,7 +102,7 @@ def test_moves_hold(kept):
 
 
 def test_stop_of_the_master_hands_over(kept):
-    for _ in range(3):
+    for _ in range(2):
         master = wait_settled(kept)
         since = now()
         master.stop()
@@ -121,7 +121,9 @@ def test_all_stop_at_once_without_passing_the_role_around(kept):
     stops = [node.popen(["systemctl", "stop", DAEMON]) for node in kept.nodes]
     assert [stop.wait(30) for stop in stops] == [0, 0, 0]
     assert now() - since < 6
-    assert not kept.node(1).log or len(masters_since(kept, since)) <= 1
+    for node in kept.nodes:
+        node.sync()
+    assert len(masters_since(kept, since)) <= 1
 
 
 def test_cut_master_gives_the_address_up(kept):

@@ -10,8 +10,6 @@ from lab.bus import NAME as BUS_NAME
 from lab.paths import COROSYNC, COROSYNC_CONFIG, DAEMON, EXAMPLES, RUN_DIRECTORY
 from lab.waiting import wait_until
 
-pytestmark = pytest.mark.package
-
 ABSENT = "nodelist {\n  node {\n    nodeid: 2\n    ring0_addr: 192.0.2.2\n  }\n"
 
 

@@ -41,10 +41,11 @@ def fresh(lab, **options):
 
 
 def stop_and_prefer(node):
-    """When it starts again, it is preferred; the others have settled without it."""
+    """When it starts again, it is preferred. The master of the others, which may be a new one."""
     node.stop()
-    agreed(node.lab, *others(node.lab, node.number))
+    master, *_ = agreed(node.lab, *others(node.lab, node.number))
     write(node, f"{SETTINGS}/preferred_master", "1\n")
+    return master
 
 
 def without_a_master(text):
@@ -72,8 +73,8 @@ def test_the_masters_daemon_is_killed_and_its_unit_is_stopped(lab):
 
 
 def test_a_slave_that_restarts_moves_the_role_and_so_does_an_old_master(lab):
-    master, joiner, _ = fresh(lab)
-    stop_and_prefer(joiner)
+    _, joiner, _ = fresh(lab)
+    master = stop_and_prefer(joiner)
     joiner.start()
     assert agreed(lab)[0] is joiner
     for node in others(lab, joiner.number):
@@ -83,8 +84,7 @@ def test_a_slave_that_restarts_moves_the_role_and_so_does_an_old_master(lab):
         f"made node {joiner.id} (this node), preferred, master")
 
     old, *_ = fresh(lab)
-    stop_and_prefer(old)
-    new, *_ = agreed(lab, *others(lab, old.number))
+    new = stop_and_prefer(old)
     old.start()
     assert agreed(lab)[0] is old
     for node in others(lab, old.number):
