@@ -24,9 +24,11 @@ Every wait has a limit and ends with Overdue, which shows the state and the last
 a test that fails otherwise gets them as a section of its report.
 
 Run as root:  /usr/bin/python3 -m pytest tests/cluster [--build DIRECTORY] [--package FILE.deb]
+    [--keepers N]
 
 With --package, as ./check calls it, the nodes have the package installed instead of the build, and
-that of the keeper where the lab has keepers; the tests that are about packages need it.
+that of the keeper where the lab has keepers; the tests that are about packages need it. With
+--keepers the first N nodes of each lab have a keeper, also in tests that are not about it.
 """
 
 import os
@@ -42,6 +44,7 @@ from lab.paths import DAEMON, PACKAGE
 
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(BUILD), help="the build directory to test")
+    parser.addoption("--keepers", type=int, default=0, help="how many nodes have one, by default")
     parser.addoption("--package", type=pathlib.Path, help="test this .deb instead")
 
 
@@ -53,6 +56,8 @@ def make_lab(request):
     def make(**options):
         for option in ("build", "package"):
             options.setdefault(option, request.config.getoption(f"--{option}"))
+        keepers = min(request.config.getoption("--keepers"), options["nodes"])
+        options.setdefault("keepers", range(1, keepers + 1))
         lab = Lab(f"tests-{os.getpid()}-{len(labs)}", **options)
         labs.append(lab)
         return lab.up()
