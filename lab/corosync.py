@@ -8,9 +8,7 @@ totem {{
   cluster_name: {cluster}
   transport: {transport}
   token: {token}
-  crypto_cipher: none
-  crypto_hash: none
-}}
+{crypto}}}
 logging {{
   to_syslog: yes
   to_stderr: no
@@ -41,8 +39,12 @@ _NODE = """\
   }}
 """
 
-# Knet, the default, knows no larger node ids.
+# Knet, the default, knows no larger node ids, and is the only transport that encrypts.
 _KNET_MAX_ID = 65535
+_CRYPTO = {
+    "knet": "  crypto_cipher: aes256\n  crypto_hash: sha256\n",
+    "udpu": "  crypto_cipher: none\n  crypto_hash: none\n",
+}
 
 _STARTING = re.compile(r"Corosync Cluster Engine .*starting up")
 _MEMBERS = re.compile(r"Sync members\[\d+\]: (.*)")
@@ -54,7 +56,8 @@ def config_text(cluster, token, nodes):
     transport = "knet" if all(node["id"] <= _KNET_MAX_ID for node in nodes) else "udpu"
     texts = "".join(_NODE.format(**node) for node in nodes)
     quorum = _QUORUM if any(node["image"] == "keeper" for node in nodes) else ""
-    text = _CONFIG.format(cluster=cluster, transport=transport, token=token, nodes=texts)
+    text = _CONFIG.format(cluster=cluster, transport=transport, token=token, nodes=texts,
+                          crypto=_CRYPTO[transport])
     return text + quorum + _SYSTEM
 
 

@@ -107,6 +107,12 @@ void check_corosync(const Facts &facts, Findings &findings) {
     }
     check_ring(corosync, local, findings);
     check_group(facts, local, findings);
+    if (!corosync.encrypted && corosync.listed.size() > 1) {
+        findings.warning(
+            "the ring is not encrypted: whoever can send packets to it decides what root "
+            "runs on each node",
+            "corosync-keygen, and crypto_cipher in /etc/corosync/corosync.conf");
+    }
 }
 
 } // namespace ctl

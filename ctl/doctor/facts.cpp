@@ -37,7 +37,8 @@ client::NodeId node_id(const std::string &digits) {
     return static_cast<client::NodeId>(std::strtoll(digits.c_str(), nullptr, 10));
 }
 
-/* Lines such as "nodelist.node.0.nodeid (u32) = 3" or "runtime.members.3.status (str) = joined". */
+/* Lines such as "nodelist.node.0.nodeid (u32) = 3", "runtime.members.3.status (str) = joined" or
+ * "totem.crypto_cipher (str) = aes256". */
 void read_cmap(const std::string &text, CorosyncFacts &facts) {
     std::map<std::string, client::NodeId> by_position;
     std::string local_position;
@@ -57,6 +58,8 @@ void read_cmap(const std::string &text, CorosyncFacts &facts) {
             facts.listed.insert(node_id(value));
         } else if (key.size() == 4 && last == "status" && value == "joined") {
             facts.ring.insert(node_id(key[2]));
+        } else if (last == "crypto_cipher" || last == "secauth") {
+            facts.encrypted |= value != "none" && value != "off";
         }
     }
     const auto local = by_position.find(local_position);
@@ -80,7 +83,7 @@ CorosyncFacts ask_corosync() {
         void (*read)(const std::string &, CorosyncFacts &);
     };
     static const Question questions[] = {
-        {{"corosync-cmapctl", "runtime.members.", "nodelist."}, read_cmap},
+        {{"corosync-cmapctl", "runtime.members.", "nodelist.", "totem."}, read_cmap},
         {{"corosync-cpgtool", "-d|"}, read_groups},
     };
     CorosyncFacts facts;

@@ -26,6 +26,7 @@ struct CorosyncFacts {
     client::NodeId local = 0;        /* this node's id; 0 without a nodelist */
     std::set<client::NodeId> listed; /* the nodelist of corosync.conf; may be empty */
     std::set<client::NodeId> ring;   /* who is in the ring with this node, itself included */
+    bool encrypted = false;          /* the ring */
     /* The processes in the daemons' group, by node. */
     std::map<client::NodeId, std::set<std::string>> group;
 };

@@ -36,8 +36,12 @@ void give_up(const std::string &reason) {
 }
 
 void log_for_glib() {
-    const auto write = [](const gchar *, GLogLevelFlags, const gchar *message, gpointer) noexcept {
-        log_line(LOG_ERR, message);
+    const auto write = [](const gchar *, GLogLevelFlags level, const gchar *message,
+                          gpointer) noexcept {
+        /* Below that it says, for one, that the unit's sandbox forbids another scheduler. */
+        if (level < G_LOG_LEVEL_MESSAGE) {
+            log_line(LOG_ERR, message);
+        }
     };
     g_log_set_default_handler(write, nullptr);
 }

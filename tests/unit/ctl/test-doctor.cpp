@@ -45,7 +45,8 @@ protected:
     /* Nodes 3, 7 and the big one are listed; 7 is this node. */
     static void corosync_says(const std::vector<std::string> &in_ring,
                               const std::vector<std::string> &in_group) {
-        std::string ring = "nodelist.local_node_pos (u32) = 1\n"
+        std::string ring = "totem.crypto_cipher (str) = aes256\n"
+                           "nodelist.local_node_pos (u32) = 1\n"
                            "nodelist.node.0.nodeid (u32) = 3\n"
                            "nodelist.node.1.nodeid (u32) = 7\n"
                            "nodelist.node.2.nodeid (u32) = 3232235777\n"
@@ -137,6 +138,11 @@ TEST_F(Doctor, saysWhereCorosyncAndTheGroupAreNotWhole) {
     corosync_says({}, {"23|7"});
     stand_in("corosync-cmapctl", saying("runtime.members.7.status (str) = joined\n"));
     examine("without a nodelist");
+    stand_in("corosync-cmapctl", saying("nodelist.node.0.nodeid (u32) = 7\n"
+                                        "nodelist.node.1.nodeid (u32) = 3\n"
+                                        "totem.crypto_cipher (str) = none\n"));
+    examine("nobody is in the ring, which is not encrypted");
+    stand_in("corosync-cmapctl", saying("runtime.members.7.status (str) = joined\n"));
     stop();
     examine("without a nodelist or a daemon");
     stand_in("corosync-cmapctl", "exec sleep 600\n");
