@@ -1,3 +1,3 @@
 """What is claimed about speed, and how to measure it again: bench/run, overlap, ring, log, keeper
-and soak. See docs/performance.md.
+and tie-breaker. See docs/performance.md.
 """

@@ -5,6 +5,7 @@ import os
 import sys
 
 from . import diagnosis, host
+from .chaos.run import chaos
 from .cluster import BUILD, DEMO_BUILD, Lab
 from .paths import DAEMON
 from .processes import environment, inside
@@ -80,6 +81,14 @@ VERBS = {
         (("--token",),
          {"type": int, "default": 1000, "metavar": "MS", "help": "corosync's (1000)"}),
         (("--no-start",), {"dest": "start", "action": "store_false", "help": "stop the daemons"}),
+    ]),
+    "chaos": (chaos, "random faults on a lab of its own, and what must hold after each burst", [
+        (("-n", "--nodes"), {"type": int, "default": 3, "help": "how many nodes (3)"}),
+        (("--keepers",),
+         {"type": int, "default": 99, "metavar": "N", "help": "on the first N nodes (all)"}),
+        (("--minutes",), {"type": float, "default": 60.0, "help": "for how long (60)"}),
+        (("--seed",), {"type": int, "help": "of the choice of faults; printed at the start"}),
+        (("--build",), {"metavar": "DIRECTORY", "default": BUILD, "help": "what to run (build)"}),
     ]),
     "down": (down, "end a lab; nothing of it is left", []),
     "status": (status, "show the nodes", []),

@@ -1,0 +1,110 @@
+"""lab chaos: bursts of faults, and the time until all is as it must be."""
+
+import collections
+import random
+import signal
+import statistics
+import time
+
+from ..cluster import Lab
+from ..examples import install_address
+from ..paths import EXAMPLES, KEEPER
+from ..waiting import LabError, now
+from .faults import Faults
+from .invariants import broken
+
+HEAL_LIMIT_S = 60.0
+HOLD_S = 2.0      # for so long without a break it must hold
+WATCH = "90-virtual-address.watch"
+
+
+class Chaos:
+    def __init__(self, lab):
+        self.lab = lab
+        self.faults = Faults(lab)
+        self.done = collections.Counter()
+        self.aborts = collections.Counter()  # by the faults of the burst
+        self.heals = []
+        self.history = []
+        lab.reset()
+        for node in lab.nodes:
+            install_address(node)
+            if node.image == "keeper":
+                watch = node.file(f"{EXAMPLES}/watch.d/{WATCH}").read_text(encoding="utf-8")
+                node.write_watch(WATCH, watch)
+        lab.start()
+        lab.wait_master()
+
+    def run(self, minutes):
+        end = now() + 60 * minutes
+        while now() < end:
+            since = now()
+            names = self._burst()
+            self.faults.resume()
+            self.faults.repair() if random.random() < 0.3 else self._start_what_gave_up()
+            self.heals.append((self._wait_healed(), names))
+            for node in self.lab.nodes:
+                if any(e.status == signal.SIGABRT for e in node.exits(since)):
+                    self.aborts[", ".join(names)] += 1
+        self.faults.repair()
+        self._wait_healed()
+
+    def _burst(self):
+        names = []
+        for _ in range(random.randint(1, 4)):
+            done = self.faults.do_one()
+            if done:
+                self.history.append(f"{now():.3f} {done[1]}: {done[0]}")
+                self.done[done[0]] += 1
+                names.append(done[0])
+            time.sleep(random.choice((0, 0, 0.1, 1, 4)))
+        return names
+
+    def _start_what_gave_up(self):
+        """The units give up after ten starts in 30 s, for all to see; here nobody would look."""
+        for group in self.faults.groups():
+            for node in group:
+                node.systemctl("reset-failed", check=False)
+                node.systemctl("start", "--no-block", "corosync", "duskvale-corosync-bridge",
+                               check=False)
+                node.duskvalectl("fit", check=False)
+
+    def _wait_healed(self):
+        """Seconds from now until it held, for good."""
+        begun = now()
+        held_since, why = None, []
+        while now() - begun < HEAL_LIMIT_S:
+            why = [text for group in self.faults.groups()
+                   for text in broken(self.lab.nodes, group)]
+            held_since = None if why else held_since or now()
+            if held_since and now() - held_since >= HOLD_S:
+                return held_since - begun
+            time.sleep(0.1)
+        raise LabError(f"not healed within {HEAL_LIMIT_S:g} s: {'; '.join(why)}")
+
+    def report(self):
+        times = sorted(seconds for seconds, _ in self.heals)
+        longest, names = max(self.heals)
+        print(f"{sum(self.done.values())} faults in {len(times)} bursts: {dict(self.done)}")
+        print(f"until all was well, s: median {statistics.median(times):.1f}, 95 of 100 "
+              f"{times[len(times) * 95 // 100]:.1f}, longest {longest:.1f} ({', '.join(names)})")
+        print(f"daemons that ended themselves: {sum(self.aborts.values())} {dict(self.aborts)}")
+
+
+def chaos(options):
+    seed = options.seed if options.seed is not None else time.time_ns()
+    random.seed(seed)
+    print(f"--nodes {options.nodes} --keepers {options.keepers} --seed {seed}", flush=True)
+    with Lab(f"{options.name}-chaos", nodes=options.nodes, build=options.build,
+             keepers=range(1, min(options.keepers, options.nodes) + 1)) as lab:
+        run = Chaos(lab)
+        try:
+            run.run(options.minutes)
+        except LabError:
+            print(*run.history, lab.diagnosis(), sep="\n")
+            for node in lab.nodes:
+                lines = node.journal.entries(now() - 2 * HEAL_LIMIT_S, KEEPER)
+                print(f"--- the keeper of {node}", *(f"{e.time:.3f} {e.text}" for e in lines),
+                      sep="\n")
+            raise
+        run.report()
