@@ -195,9 +195,10 @@ constexpr size_t unfit_moves_most = 3;
  * last: again after each slave that had something to clear, within the half second for which that
  * slave's election lasts. Its report says so at once. It also writes after a join: of the elections
  * that a join brings the last one ends in a tie when the master's sync is delivered between its
- * last gain and the last start, which took up to 20 ms on a busy machine. A write long after the
- * last change is announced first: a take-over during its election can end daemons, so a request
- * that comes later has to wait, and one that came earlier holds the write back.
+ * last gain and the last start, which took up to 20 ms on a busy machine. In the election that a
+ * write starts that cannot be: start and sync have one sender, and so come in their order. A write
+ * long after the last change is announced first: a take-over during its election can end daemons,
+ * so a request that comes later has to wait, and one that came earlier holds the write back.
  */
 struct Stay {
     void take(Turn &turn);

@@ -113,11 +113,3 @@ def test_purge_leaves_nothing_behind(node):
     node.run(["dpkg", "--purge", NAME])
     assert {name for name in changes(node) if not OF_OTHERS.match(name)} == set()
     assert node.run(["find", "/etc", "/lib/systemd", "-name", "*duskvale*"]).stdout == ""
-
-
-def test_daemon_of_a_user_is_refused(node):
-    node.stop()
-    nobody = ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"]
-    result = node.run([*nobody, f"/usr/sbin/{NAME}", "-f"], check=False)
-    assert result.returncode == 1
-    assert "ERR(duskvale_cpg_new):Failed: cpg_initialize()\n" in result.stderr

@@ -6,7 +6,6 @@ import pytest
 from support import (HEALED, LIMIT_S, NAME, STARTED, STEP, STOPPED, forget_steps, steps,
                      wait_steps, write)
 
-from lab.bus import NAME as BUS_NAME
 from lab.paths import COROSYNC, COROSYNC_CONFIG, DAEMON, EXAMPLES, RUN_DIRECTORY
 from lab.waiting import wait_until
 
@@ -51,11 +50,6 @@ def test_unit_is_sound_and_as_closed_as_it_was(node):
     # In tenths; lower is more closed. What it was measured to be is in docs/install.md.
     security = ["systemd-analyze", "security", "--offline=true", "--threshold=93"]
     node.run([*security, node.show("FragmentPath")])
-
-
-def test_start_is_over_when_the_name_is_owned(node):
-    node.systemctl("restart", DAEMON)
-    node.run(["busctl", "status", BUS_NAME])
 
 
 def test_boot_brings_the_daemon_after_corosync(node):
