@@ -22,18 +22,24 @@ struct NewMaster {
 struct FrozenMaster {
     NodeId node = 0;
     std::string reason;
+    NodeId sender = 0; /* the node that reports it; the signal leaves it 0 */
     bool operator==(const FrozenMaster &) const = default;
 };
 
-/* A node joined the group, or left it; `members` are in it now. */
+/* Corosync's reasons for a change of the group. The signals do not name them. */
+enum class Reason { unknown, joined, left, node_down, node_up, process_gone };
+
+/* A node joined the group, or left it; `members` are in it now, 0 where that is not known. */
 struct Joined {
     NodeId node = 0;
     uint32_t members = 0;
+    Reason reason = Reason::unknown;
     bool operator==(const Joined &) const = default;
 };
 struct Left {
     NodeId node = 0;
     uint32_t members = 0;
+    Reason reason = Reason::unknown;
     bool operator==(const Left &) const = default;
 };
 

@@ -11,20 +11,15 @@ namespace {
 Wording wording_of(const News &news, NodeId local) {
     const auto visitor = client::Overloaded{
         [&](const client::Announcement &a) { return wording(to_event(a), local); },
-        [](const DaemonAppeared &) {
-            return Wording{"daemon-appeared", "the daemon is running"};
-        },
+        [](const DaemonAppeared &) { return say("daemon-appeared", "the daemon is running"); },
         [](const DaemonVanished &) {
-            return Wording{"daemon-vanished", "the daemon is not running, waiting for it",
-                           Colour::bad};
+            return say("daemon-vanished", "the daemon is not running, waiting for it", Colour::bad);
         },
         [&](const KeeperLogged &logged) { return wording(KeeperLine{logged.text}, local); },
         [](const BusLost &) {
-            return Wording{"bus-lost", "the system bus closed the connection", Colour::bad};
+            return say("bus-lost", "the system bus closed the connection", Colour::bad);
         },
-        [](const EndWanted &) {
-            return Wording{"end-wanted", "asked to end"};
-        },
+        [](const EndWanted &) { return say("end-wanted", "asked to end"); },
     };
     return std::visit(visitor, news.content);
 }
@@ -39,12 +34,10 @@ Wording wording_of(const client::Snapshot &now) {
 }
 
 /* Keepers talk to each other through the daemon, and a master's sends a keep-alive each second. */
-bool is_talk_of_keepers(const News &news, bool keepers) {
-    const client::Announcement *announcement = news.announcement();
-    const auto *text = announcement != nullptr ? std::get_if<client::Text>(announcement) : nullptr;
-    return (text != nullptr && text->text.starts_with(client::keeper_text)) ||
-           (keepers && announcement != nullptr &&
-            std::holds_alternative<client::KeepAlive>(*announcement));
+bool is_talk_of_keepers(const client::Announcement *news, bool keepers) {
+    const auto *text = std::get_if<client::Text>(news);
+    return text != nullptr ? text->text.starts_with(client::keeper_text)
+                           : keepers && std::get_if<client::KeepAlive>(news) != nullptr;
 }
 
 } // namespace
@@ -72,7 +65,7 @@ int command_monitor(const Options &options) {
         if (news.is<EndWanted>()) {
             break;
         }
-        if (is_talk_of_keepers(news, keepers)) {
+        if (is_talk_of_keepers(news.announcement(), keepers)) {
             keepers = true;
             continue;
         }

@@ -21,15 +21,12 @@ Json json_change(const LastChange &change) {
 } // namespace
 
 int command_why(const Options &options) {
-    Reading reading{.all = false};
     std::optional<LastChange> change;
-    for (std::size_t entries = 1000; !reading.all && !(change && change->complete); entries *= 8) {
-        reading = read_records({options.log, options.since}, entries);
-        change = find_last_change(reading);
-    }
-    if (!reading.fault.empty()) {
-        return complain(Exit::failed, reading.fault);
-    }
+    const Reading reading =
+        read_records({options.log, options.since}, 1000, [&change](const Reading &now) {
+            change = find_last_change(now);
+            return change && change->complete;
+        });
     if (options.json) {
         print_line(json_line({{"change", change ? json_change(*change) : Json()}}));
     } else if (!change) {

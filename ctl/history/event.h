@@ -12,7 +12,8 @@
 
 namespace ctl {
 
-using client::NodeId;
+using client::FrozenMaster, client::Joined, client::Left, client::NewMaster, client::NodeId;
+using client::Reason;
 
 /* ---- the daemon of this node ---- */
 
@@ -38,21 +39,8 @@ struct KeeperLine {
 
 /* ---- the group ---- */
 
-/* Corosync's reasons for a change of the group. */
-enum class Reason { unknown, joined, left, node_down, node_up, process_gone };
-
 /* The group has changed; who came and went follows. */
 struct GroupChanged {};
-struct Joined {
-    NodeId node = 0;
-    Reason reason = Reason::unknown;
-    uint32_t members = 0; /* now; 0: not known */
-};
-struct Left {
-    NodeId node = 0;
-    Reason reason = Reason::unknown;
-    uint32_t members = 0; /* now; 0: not known */
-};
 /* A node came or went, and no election follows. */
 struct StayedFrozen {
     NodeId node = 0;
@@ -66,12 +54,6 @@ struct ElectionEnded {
     std::string how; /* "stays" or "should be" */
     NodeId winner = 0;
     bool preferred = false; /* the winner */
-};
-/* What a node holds to be frozen, 0 for nothing. Each reports it at each join and when asked to. */
-struct FreezeReported {
-    NodeId sender = 0; /* not known from the bus: 0 */
-    NodeId node = 0;
-    std::string reason = {};
 };
 /* A node asks the others to take mastership from the master. */
 struct GaveBack {
@@ -90,13 +72,15 @@ struct Remark {
     bool trouble = false;
 };
 
-using Event =
-    std::variant<DaemonStarted, LocalNode, DaemonEnded, OperatorRequest, KeeperLine, GroupChanged,
-                 Joined, Left, StayedFrozen, ElectionEnded, client::NewMaster, FreezeReported,
-                 GaveBack, MastersDisagree, Remark, client::StepBegin, client::StepEnd,
-                 client::StepsDone, client::Hotplug, client::KeepAlive, client::Text>;
+using Event = std::variant<DaemonStarted, LocalNode, DaemonEnded, OperatorRequest, KeeperLine,
+                           GroupChanged, StayedFrozen, ElectionEnded, GaveBack, MastersDisagree,
+                           Remark, client::Joined, client::Left, client::NewMaster,
+                           client::FrozenMaster, client::StepBegin, client::StepEnd,
+                           client::StepsDone, client::Hotplug, client::KeepAlive, client::Text>;
 
-Event to_event(const client::Announcement &announcement);
+inline Event to_event(const client::Announcement &announcement) {
+    return std::visit([](const auto &same) { return Event(same); }, announcement);
+}
 
 /* When the journal took an entry, in microseconds. */
 struct Stamp {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <stdexcept>
 
 namespace ctl {
 
@@ -24,51 +25,57 @@ constexpr const char *journalctl =
     " _UID=0 _SYSTEMD_UNIT=" DUSKVALE_IDENT ".service + _PID=1 UNIT=" DUSKVALE_IDENT ".service"
     " + _UID=0 SYSLOG_IDENTIFIER=duskvalectl + _UID=0 _SYSTEMD_UNIT=duskvale-keeper.service ";
 
-/* All of the source; null, with the error, when it cannot be read. */
-char *read_source(const Source &source, std::size_t entries, GError **error) {
-    char *text = nullptr;
+std::string read_source(const Source &source, const std::string &name, std::size_t entries) {
+    g_autofree char *text = nullptr;
+    g_autoptr(GError) error = nullptr;
+    bool is_read = false;
     if (!source.file.empty()) {
         const std::string file = source.file == "-" ? "/dev/stdin" : source.file;
-        g_file_get_contents(file.c_str(), &text, nullptr, error);
-        return text;
+        is_read = g_file_get_contents(file.c_str(), &text, nullptr, &error) != FALSE;
+    } else {
+        /* Not both: with --since, journalctl (systemd 252) prints the first lines, not the last. */
+        const std::string part =
+            source.since.empty() ? "--lines=" + std::to_string(entries) : "--since=" + source.since;
+        g_autofree char *option = g_shell_quote(part.c_str());
+        const std::string command = journalctl + std::string(option);
+        int status = 0;
+        is_read = g_spawn_command_line_sync(command.c_str(), &text, nullptr, &status, &error) &&
+                  g_spawn_check_wait_status(status, &error);
     }
-    /* Not both: with --since, journalctl (systemd 252) prints the first lines, not the last. */
-    const std::string part =
-        source.since.empty() ? "--lines=" + std::to_string(entries) : "--since=" + source.since;
-    g_autofree char *option = g_shell_quote(part.c_str());
-    const std::string command = journalctl + std::string(option);
-    int status = 0;
-    if (g_spawn_command_line_sync(command.c_str(), &text, nullptr, &status, error) &&
-        !g_spawn_check_wait_status(status, error)) {
-        g_clear_pointer(&text, g_free);
+    if (!is_read) {
+        throw std::runtime_error(name + " cannot be read: " + error->message);
     }
     return text;
 }
 
-} // namespace
-
-int64_t microseconds_between(const Stamp &from, const Stamp &to) {
-    return std::max<int64_t>(
-        from.boot == to.boot ? to.monotonic - from.monotonic : to.realtime - from.realtime, 0);
+/* The service manager's word of an end may be read before the last words of the daemon that ended:
+   they reach journald by different sockets. It is put behind them. */
+std::vector<Record> place_ends(std::vector<Record> records) {
+    int daemon = 0;
+    for (auto end = records.begin(); end != records.end(); ++end) {
+        daemon = end->daemon != 0 ? end->daemon : daemon;
+        if (std::holds_alternative<DaemonEnded>(end->event) && end->daemon == 0) {
+            const auto later = std::find_if(end, records.end(), [end](const Record &record) {
+                return microseconds_between(end->time, record.time) >= last_words_us;
+            });
+            std::stable_partition(end, later, [daemon](const Record &record) {
+                return daemon != 0 && record.daemon == daemon;
+            });
+        }
+    }
+    return records;
 }
 
-Reading read_records(const Source &source, std::size_t entries) {
+Reading read_last(const Source &source, std::size_t entries) {
     const std::string name = source.file.empty() ? "the journal" : source.file;
     Reading reading;
-    g_autoptr(GError) error = nullptr;
-    g_autofree char *text = read_source(source, entries, &error);
-    if (text == nullptr) {
-        reading.fault = "cannot read " + name + ": " + error->message;
-        return reading;
-    }
     std::size_t count = 0;
-    std::istringstream lines(text);
+    std::istringstream lines(read_source(source, name, entries));
     for (std::string line; std::getline(lines, line); count++) {
         const json entry = json::parse(line, nullptr, false);
         if (!entry.is_object() || !entry.contains("__REALTIME_TIMESTAMP")) {
-            reading.fault = name + ", line " + std::to_string(count + 1) +
-                            ": not an entry as \"journalctl -o json\" prints it";
-            return reading;
+            throw std::runtime_error(name + ", line " + std::to_string(count + 1) +
+                                     ": not an entry as \"journalctl -o json\" prints it");
         }
         if (auto record = read_record(entry)) {
             const auto *local = std::get_if<LocalNode>(&record->event);
@@ -81,22 +88,21 @@ Reading read_records(const Source &source, std::size_t entries) {
     return reading;
 }
 
-std::vector<Record> place_ends(std::vector<Record> records) {
-    int daemon = 0;
-    for (auto end = records.begin(); end != records.end(); ++end) {
-        daemon = end->daemon != 0 ? end->daemon : daemon;
-        if (!std::holds_alternative<DaemonEnded>(end->event) || end->daemon != 0) {
-            continue;
-        }
-        auto behind = end + 1;
-        for (auto at = behind;
-             at != records.end() && microseconds_between(end->time, at->time) < last_words_us;
-             ++at) {
-            behind = daemon != 0 && at->daemon == daemon ? at + 1 : behind;
-        }
-        std::rotate(end, end + 1, behind);
+} // namespace
+
+int64_t microseconds_between(const Stamp &from, const Stamp &to) {
+    return std::max<int64_t>(
+        from.boot == to.boot ? to.monotonic - from.monotonic : to.realtime - from.realtime, 0);
+}
+
+Reading read_records(const Source &source, std::size_t entries,
+                     const std::function<bool(const Reading &)> &enough) {
+    Reading reading = read_last(source, entries);
+    while (!enough(reading) && !reading.all) {
+        entries *= 8;
+        reading = read_last(source, entries);
     }
-    return records;
+    return reading;
 }
 
 std::vector<Record> place_group_lists(const std::vector<Record> &records) {

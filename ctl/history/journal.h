@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,11 +28,12 @@ struct Reading {
     std::vector<Record> records = {}; /* oldest first; what tells an operator nothing is left out */
     NodeId local = 0;                 /* this node; 0: the records do not say */
     bool all = true;                  /* the source holds no other entries */
-    std::string fault = {};           /* why it could not be read; "" when it could */
 };
 
-/* Of the journal only the last `entries`, or all since a time; a file is read whole. */
-Reading read_records(const Source &source, std::size_t entries);
+/* Of the journal only the last `entries`, or all since a time, and more while they are not enough;
+   a file is read whole. */
+Reading read_records(const Source &source, std::size_t entries,
+                     const std::function<bool(const Reading &)> &enough);
 
 /*
  * The daemon logs that the group has changed, and prints who came and went on its standard output,
@@ -40,9 +42,6 @@ Reading read_records(const Source &source, std::size_t entries);
  * that time. One that no change of the same daemon came shortly before is dropped: a run step,
  * which shares the output, has printed it. read_records() has done it.
  */
-/* The service manager's word of an end may be read before the last words of the daemon that ended:
-   they reach journald by different sockets. It is put behind them. */
-std::vector<Record> place_ends(std::vector<Record> records);
 std::vector<Record> place_group_lists(const std::vector<Record> &records);
 
 } // namespace ctl

@@ -4,6 +4,7 @@
 
 #include <glib.h>
 
+#include <cstring>
 #include <set>
 
 namespace ctl {
@@ -37,17 +38,13 @@ struct Change {
     std::size_t at = 0;
     NodeId master = 0;
     NodeId before = 0;            /* the master until then; 0: not known */
-    Place lost;                   /* since when there was none */
-    Place cause;                  /* the first that may have led to it */
-    Place request;                /* the last of an operator or of the keeper, of this node */
-    Place ended_by;               /* the keeper's word of why it ended this node's daemon */
-    Place lift;                   /* a node reported that nothing is frozen, though it was: */
-    NodeId lifted = 0;            /* to this node */
-    bool lift_by_joining = false; /* of that node; else it was asked to */
-    Place started;                /* this node's daemon */
-    bool booted = false;          /* this node, before that */
-    Place returned;               /* the node that had left joined again */
-    Place reunited;               /* nodes that had been apart met */
+    Place lost = {};              /* since when there was none */
+    Place cause = {};             /* the first that may have led to it */
+    Place request = {};           /* the last of an operator or of the keeper, of this node */
+    Place ended_by = {};          /* the keeper's word of why it ended this node's daemon */
+    std::string first_words = {}; /* of the first, where its own do not say enough */
+    std::string later = {};       /* what else it took, each with " and " behind it */
+    Place reunited = {};          /* nodes that had been apart met */
     bool preferred = false;       /* the master, as its election says */
     bool alone = false;           /* corosync has lost all other nodes */
 
@@ -73,28 +70,28 @@ public:
         result.complete = first_start && *first_start < first.value_or(change->at);
         if (first) {
             result.sentences.push_back(
-                {records[*first].time, cause(*first) + at(change->ended_by)});
+                {records[*first].time, cause(*first) + at(change->ended_by) + no_master()});
         }
-        if (change->master == 0) {
-            result.sentences.back().text +=
-                "; this node has known no master since" +
-                (frozen != 0 ? ", and mastership is frozen to " + name(frozen) : "");
-            return result;
+        const bool known = change->lost ? !get<DaemonStarted>(*change->lost) : change->before != 0;
+        if (change->master != 0) {
+            if (known) {
+                result.without_us = span(change->lost.value_or(change->at), change->at);
+            }
+            result.sentences.push_back(
+                {records[change->at].time,
+                 change->later + outcome() + gap(result.without_us) + at(change->request)});
         }
-        if (change->lost ? !get<DaemonStarted>(*change->lost) : change->before != 0) {
-            result.without_us = span(change->lost.value_or(change->at), change->at);
-        }
-        result.sentences.push_back(
-            {records[change->at].time,
-             later_causes() + outcome() + gap(result.without_us) + at(change->request)});
         return result;
     }
 
     void operator()(const DaemonStarted &) {
         end_daemon(); /* in case the journal does not have it */
         first_start = first_start.value_or(now);
-        next.started = now;
-        next.booted = !boot.empty() && boot != records[now].time.boot;
+        if (next.lost != now) {
+            next.later = "it started again" + and_at();
+        } else if (!boot.empty() && boot != records[now].time.boot) {
+            next.first_words = "this node booted";
+        }
         ended = false;
         members.clear();
         frozen = 0;
@@ -117,11 +114,10 @@ public:
         request = event.command.starts_with("freeze") ? request : now;
     }
     void operator()(const KeeperLine &event) {
-        const auto has = [&](const char *words) {
-            return event.text.find(words) != event.text.npos;
-        };
-        request = has("take over: ") || has("taking over: ") ? now : request;
-        kill = has("ending the daemon") ? now : kill;
+        const char *text = event.text.c_str();
+        const bool moves = std::strstr(text, "take over: ") || std::strstr(text, "taking over: ");
+        request = moves ? now : request;
+        kill = std::strstr(text, "ending the daemon") ? now : kill;
     }
 
     void operator()(const Joined &event) {
@@ -131,8 +127,9 @@ public:
         exchange = now;
         reunited = event.reason == Reason::node_up ? now : reunited;
         add_cause();
-        const auto *left = get<Left>(*next.first());
-        next.returned = left != nullptr && left->node == event.node ? now : next.returned;
+        if (const auto *left = get<Left>(*next.first()); left && left->node == event.node) {
+            next.later = "it joined again" + and_at();
+        }
     }
 
     void operator()(const Left &event) {
@@ -154,18 +151,21 @@ public:
      * reports that nothing is frozen in spite of a freeze only when it is asked to or has joined
      * without having known of it.
      */
-    void operator()(const FreezeReported &event) {
+    void operator()(const FrozenMaster &event) {
         members.insert(event.sender);
         const bool answers = recent(exchange);
         in_force = answers ? in_force : frozen;
         if (event.node == 0 && in_force != 0) {
-            next.lift = now;
-            next.lifted = in_force;
-            next.lift_by_joining = answers && joiners.contains(event.sender);
+            const std::string how = answers && joiners.contains(event.sender)
+                                        ? " joined without the freeze to "
+                                        : " was asked to lift the freeze to ";
+            const std::string text = name(event.sender) + how + name(in_force);
+            (next.first() ? next.later : next.first_words) += next.first() ? text + and_at() : text;
         }
         joiners.erase(event.sender);
         if (event.node == 0 && (in_force != 0 || !answers)) {
             add_cause();
+            in_force = 0;
         }
         frozen = event.node;
     }
@@ -190,7 +190,7 @@ public:
         settle();
     }
 
-    void operator()(const client::NewMaster &event) {
+    void operator()(const NewMaster &event) {
         const bool elected = recent(chosen, request_us) &&
                              std::get<ElectionEnded>(records[*chosen].event).winner == event.node;
         apply(event.node, elected                            ? Way::election
@@ -219,7 +219,10 @@ private:
     void add_cause() { next.cause = recent(next.cause) ? next.cause : now; }
 
     void lose_master() {
-        next.lost = next.lost.value_or(now);
+        if (!next.lost) {
+            next.lost = now;
+            next.first_words.clear();
+        }
         next.master = master = 0;
     }
 
@@ -235,11 +238,7 @@ private:
 
     /* No election runs any more. */
     void settle() {
-        Change settled;
-        settled.before = next.before;
-        settled.lost = next.lost;
-        settled.ended_by = next.ended_by;
-        next = settled;
+        next = {.before = next.before, .lost = next.lost, .ended_by = next.ended_by};
         exchange.reset();
         joiners.clear();
     }
@@ -262,11 +261,10 @@ private:
             change->request = asked;
             request.reset(); /* it explains no later change */
         }
-        master = next.before = node;
+        master = node;
         members.insert(node);
-        next.lost.reset();
-        next.ended_by.reset();
         chosen.reset();
+        next = {.before = node};
         settle();
     }
 
@@ -275,50 +273,35 @@ private:
     std::string clock(const Place &at) const { return clock_text(records[*at].time.realtime); }
     std::string name(NodeId node) const { return name_of(node, local); }
     std::string words(std::size_t at) const { return wording(records[at].event, local).text; }
+    std::string and_at() const { return " at " + clock(now) + ", and "; }
     std::string at(const Place &place) const {
         return place ? " (at " + clock(place) + " " + words(*place) + ")" : "";
     }
 
     std::string cause(std::size_t at) const {
-        std::string text = change->lift == at ? lift() : words(at);
-        text = change->booted && get<DaemonStarted>(at) ? "this node booted" : text;
+        std::string text = change->first_words.empty() ? words(at) : change->first_words;
         /* Those that corosync lost at once are one cause. */
         for (std::size_t i = at + 1; get<Left>(at) && i < records.size() && get<Left>(i); i++) {
             text += ", and so did " + name(get<Left>(i)->node);
         }
         text += change->alone ? "; or this node was cut off" : "";
         if (get<MastersDisagree>(at)) {
+            const std::string together = " (no nodes had been apart: one was held up, or a "
+                                         "take-over crossed an election)";
             return change->reunited ? "SPLIT BRAIN: " + text + " (they had been apart until " +
                                           clock(change->reunited) + ")"
-                   : local != 0
-                       ? text + " (no nodes had been apart: one was held up, or a take-over "
-                                "crossed an election)"
-                       : text;
+                                    : text + (local != 0 ? together : "");
         }
-        text +=
-            change->lost && change->before != 0 ? "; " + name(change->before) + " was master" : "";
-        return text;
+        return text + (change->lost && change->before != 0
+                           ? "; " + name(change->before) + " was master"
+                           : "");
     }
 
-    std::string lift() const {
-        return name(std::get<FreezeReported>(records[*change->lift].event).sender) +
-               (change->lift_by_joining ? " joined without the freeze to "
-                                        : " was asked to lift the freeze to ") +
-               name(change->lifted);
-    }
-
-    /* What else it took, each with " and " behind it. */
-    std::string later_causes() const {
-        std::string text;
-        if (change->started && change->started != change->first()) {
-            text += "it started again at " + clock(change->started) + ", and ";
-        } else if (change->returned) {
-            text += "it joined again at " + clock(change->returned) + ", and ";
-        }
-        if (change->lift && change->lift != change->first()) {
-            text += lift() + " at " + clock(change->lift) + ", and ";
-        }
-        return text;
+    std::string no_master() const {
+        return change->master != 0
+                   ? ""
+                   : "; this node has known no master since" +
+                         (frozen != 0 ? ", and mastership is frozen to " + name(frozen) : "");
     }
 
     std::string outcome() const {
@@ -341,21 +324,20 @@ private:
         case Way::take_over:
             /* Without a word of an election, of which the next moment might bring the end. */
             return winner + (fresh ? " took over" : " was asked to take over") + place;
-        case Way::give_back:
-            return winner + " took over" + place;
         case Way::frozen_return:
+            return winner + ", to which mastership is frozen, took over" + place;
+        case Way::give_back:
             break;
         }
-        return winner + ", to which mastership is frozen, took over" + place;
+        return winner + " took over" + place;
     }
 
     std::string gap(const std::optional<int64_t> &without_us) const {
-        std::string text;
-        if (without_us) {
-            text = *without_us == 0 ? "; this node was never without a master"
-                                    : "; this node had no master for " +
-                                          duration_text(std::chrono::microseconds(*without_us));
-        }
+        std::string text = !without_us ? ""
+                           : *without_us == 0
+                               ? "; this node was never without a master"
+                               : "; this node had no master for " +
+                                     duration_text(std::chrono::microseconds(*without_us));
         for (std::size_t i = change->at; i < records.size(); i++) {
             if (const auto *done = get<client::StepsDone>(i);
                 done != nullptr && done->failed != 0) {

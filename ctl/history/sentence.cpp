@@ -11,14 +11,6 @@ std::string with(const std::string &text) {
     return text.empty() ? "" : ": " + printable(text);
 }
 
-std::string members_now(uint32_t members) {
-    return members != 0 ? ", " + counted(members, "member") + " now" : "";
-}
-
-Json member(NodeId node, uint32_t members) {
-    return {{"node", json_node(node)}, {"members", members != 0 ? Json(members) : Json()}};
-}
-
 std::string left_text(Reason reason, const std::string &node) {
     return reason == Reason::process_gone ? "the daemon of " + node + " ended"
            : reason == Reason::node_down  ? node + " went down, was cut off or lost its corosync"
@@ -36,9 +28,12 @@ std::string hotplug_text(const client::Hotplug &device) {
            printable(device.devpath) + "), " + counted(device.devices, "device") + " now";
 }
 
-Wording say(const char *word, const std::string &text, Colour colour = Colour::plain,
-            const Json &values = Json::object()) {
-    return {word, text, colour, values};
+/* `members` are in the group now. */
+Wording say_group(const char *word, const std::string &text, Colour colour, NodeId node,
+                  uint32_t members) {
+    return say(word, text + (members != 0 ? ", " + counted(members, "member") + " now" : ""),
+               colour,
+               {{"node", json_node(node)}, {"members", members != 0 ? Json(members) : Json()}});
 }
 
 } // namespace
@@ -69,12 +64,11 @@ Wording wording(const Event &event, NodeId local) {
         [&](const Joined &e) {
             const bool apart = e.reason == Reason::node_up;
             const char *how = apart ? " is in reach again; its daemon had been running" : " joined";
-            return say("joined", name(e.node) + how + members_now(e.members), plain,
-                       member(e.node, e.members));
+            return say_group("joined", name(e.node) + how, plain, e.node, e.members);
         },
         [&](const Left &e) {
-            return say("left", left_text(e.reason, name(e.node)) + members_now(e.members), doubtful,
-                       member(e.node, e.members));
+            return say_group("left", left_text(e.reason, name(e.node)), doubtful, e.node,
+                             e.members);
         },
         [&](const StayedFrozen &e) {
             const std::string how = e.how == "LEFT" ? " left" : " joined";
@@ -85,10 +79,10 @@ Wording wording(const Event &event, NodeId local) {
             const std::string how = e.how == "stays" ? "the election kept " : "the election chose ";
             return say("election-ended", how + name(e.winner), plain, node(e.winner));
         },
-        [&](const client::NewMaster &e) {
+        [&](const NewMaster &e) {
             return say("new-master", name(e.node) + " is master", good, node(e.node));
         },
-        [&](const FreezeReported &e) {
+        [&](const FrozenMaster &e) {
             const std::string sender = e.sender != 0 ? name(e.sender) + " reports: " : "";
             return say("frozen-master", sender + frozen(e.node, e.reason), doubtful,
                        {{"node", json_node(e.node)}, {"reason", e.reason}});
@@ -144,22 +138,6 @@ bool print_wording(int64_t time, const Wording &words, bool json) {
     line.update(words.values);
     line["sentence"] = words.text;
     return print_line(json_line(line));
-}
-
-Event to_event(const client::Announcement &announcement) {
-    const auto visitor = client::Overloaded{
-        [](const client::FrozenMaster &a) {
-            return Event(FreezeReported{0, a.node, a.reason});
-        },
-        [](const client::Joined &a) {
-            return Event(Joined{a.node, Reason::unknown, a.members});
-        },
-        [](const client::Left &a) {
-            return Event(Left{a.node, Reason::unknown, a.members});
-        },
-        [](const auto &same) { return Event(same); },
-    };
-    return std::visit(visitor, announcement);
 }
 
 } // namespace ctl

@@ -16,6 +16,11 @@ struct Wording {
     Json values = Json::object(); /* the event's members */
 };
 
+inline Wording say(const char *word, const std::string &text, Colour colour = Colour::plain,
+                   const Json &values = Json::object()) {
+    return {word, text, colour, values};
+}
+
 /* `local` is this node's id; 0 when it is not known. */
 Wording wording(const Event &event, NodeId local);
 

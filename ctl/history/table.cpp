@@ -50,15 +50,12 @@ constexpr Origin origins[] = {
 
 std::string field_of(const json &entry, const char *name) {
     const json value = entry.value(name, json());
-    if (value.is_string()) {
-        return value.get<std::string>();
-    }
     /* What is not plain text is an array of its bytes. */
     std::string bytes;
     for (const json &byte : value.is_array() ? value : json::array()) {
         bytes += static_cast<char>(byte.is_number_integer() ? byte.get<int>() : '?');
     }
-    return bytes;
+    return value.is_string() ? value.get<std::string>() : bytes;
 }
 
 Writer writer_of(const json &entry) {
@@ -93,21 +90,18 @@ struct Row {
     Event (*make)(const Words &words); /* null for a line that says nothing to an operator */
 };
 
-/* An event whose first members are these words of the line. */
-template <typename E, int... places>
+/* An event whose first members are these words of the line; `none` for one that it does not have.
+ */
+constexpr std::size_t none = 99;
+template <typename E, std::size_t... places>
 Event make(const Words &words) {
-    return E{words.at(places)...};
+    return E{(places == none ? Word() : words.at(places))...};
 }
 
 Event make_step(const Words &words) {
     const std::string action = words.at(1).text == "0" ? "stop" : "start";
     return words.size() == 3 ? Event(client::StepBegin{words.at(0), action})
                              : Event(client::StepEnd{words.at(0), action, words.at(3)});
-}
-
-Event make_hotplug(const Words &words) {
-    const bool added = words.at(2).text == "ADDED";
-    return client::Hotplug{words.at(0), words.at(1), added, words.at(3), words.at(4), words.at(5)};
 }
 
 constexpr Writer daemon = Writer::daemon;
@@ -128,27 +122,31 @@ constexpr Row rows[] = {
     {Writer::keeper, "%s", make<KeeperLine, 0>},
 
     {daemon, "DBG(CPG): cpg_confchg_fn: group_name='%s'", make<GroupChanged>},
-    {Writer::daemon_output, "\t[%zu] joined: nodeid=%u pid=%u reason=%u", make<Joined, 1, 3>},
-    {Writer::daemon_output, "\t[%zu] left: nodeid=%u pid=%u reason=%u", make<Left, 1, 3>},
+    {Writer::daemon_output, "\t[%zu] joined: nodeid=%u pid=%u reason=%u", make<Joined, 1, none, 3>},
+    {Writer::daemon_output, "\t[%zu] left: nodeid=%u pid=%u reason=%u", make<Left, 1, none, 3>},
     {daemon, "INFO: From %u: %s -- no master election (FROZEN to %u%s",
      make<StayedFrozen, 0, 1, 2>},
 
     {daemon, "INFO: ELECTION-FINISHED: Master %s %u %s[priority %d]", make<ElectionEnded, 0, 1, 3>},
-    {daemon, "INFO: MASTER: (nodeid = %u %s", make<client::NewMaster, 0>},
-    {daemon, "INFO: SLAVE: (master nodeid = %u %s", make<client::NewMaster, 0>},
+    {daemon, "INFO: MASTER: (nodeid = %u %s", make<NewMaster, 0>},
+    {daemon, "INFO: SLAVE: (master nodeid = %u %s", make<NewMaster, 0>},
     {daemon,
      "ERR(message_handler_master_propose):From %u: SPLIT BRAIN RECONNECTED (current %d, got %d) "
      "-- Aborting",
      make<MastersDisagree, 0, 1, 2>},
     {daemon, "INFO: From %u: MASTER_GIVEBACK -- %s", make<GaveBack, 0>},
-    {daemon, "INFO: From %u: FROZEN MASTER %u (%s) -- %s master", make<FreezeReported, 0, 1, 2>},
-    {daemon, "INFO: From %u: FROZEN MASTER %u -- %s slave", make<FreezeReported, 0, 1>},
-    {daemon, "INFO: From %u: UNFROZEN master -- start election", make<FreezeReported, 0>},
+    {daemon, "INFO: From %u: FROZEN MASTER %u (%s) -- %s master", make<FrozenMaster, 1, 2, 0>},
+    {daemon, "INFO: From %u: FROZEN MASTER %u -- %s slave", make<FrozenMaster, 1, none, 0>},
+    {daemon, "INFO: From %u: UNFROZEN master -- start election", make<FrozenMaster, none, none, 0>},
 
     {daemon, "INFO: ---------- started %s (is_master=%d) (pid = %d)", make_step},
     {daemon, "INFO: ---------- ended %s (is_master=%d) (pid = %d, status = %d)", make_step},
     {daemon, "INFO: ---------- run steps done (%d errors)", make<client::StepsDone, 0>},
-    {daemon, "INFO: From %u: now %d Lumacrates: %s [%s] @%s (%s)", make_hotplug},
+    {daemon, "INFO: From %u: now %d Lumacrates: %s [%s] @%s (%s)",
+     [](const Words &w) {
+         return Event(
+             client::Hotplug{w.at(0), w.at(1), w.at(2).text == "ADDED", w.at(3), w.at(4), w.at(5)});
+     }},
 
     /* Another line has it in better words. */
     {daemon, "INFO: %s signal handler for signo: %d", nullptr},
@@ -156,7 +154,6 @@ constexpr Row rows[] = {
     {daemon, "INFO: Ending", nullptr},
     {daemon, "INFO: Already running -- remember pending transition (is_master=%d)", nullptr},
     {daemon, "INFO: Run pending transition (is_master=%d)", nullptr},
-    {daemon, "DBG(CPG): duskvale_cpg_new: Joined: Poll fd: %d", nullptr},
     {daemon, "ERR(run_step_end):%s", nullptr},
     {daemon, "ERR(run_steps_done):%s: done with %d errors", nullptr},
     {daemon, "ERR(duskvale_cpg_dispatch):Failed: cpg_dispatch()", nullptr},
@@ -186,11 +183,10 @@ bool scan(std::string_view format, std::string_view text, Words &words) {
 
 /* What systemd reports of the unit: sd-messages.h has the ids, journalctl -x explains them. */
 Event read_report(const json &entry) {
-    constexpr const char *process_exit = "98e322203f7a4ed290d09fe03c09fe15";
     if (field_of(entry, "MESSAGE_ID") == "de5b426a63be47a7b6ac3eaac82e2f6f") {
         return DaemonEnded{"was stopped with its unit"};
     }
-    if (field_of(entry, "MESSAGE_ID") != process_exit ||
+    if (field_of(entry, "MESSAGE_ID") != "98e322203f7a4ed290d09fe03c09fe15" ||
         field_of(entry, "COMMAND") != "ExecStart") {
         return Remark{"systemd: " + field_of(entry, "MESSAGE"), false};
     }
@@ -206,10 +202,10 @@ std::optional<Record> read_record(const json &entry) {
     const auto number = [&](const char *name) { return int64_t{Word{field_of(entry, name)}}; };
     const Writer writer = writer_of(entry);
     const std::string message = field_of(entry, "MESSAGE").substr(0, longest_message);
-    Record record;
-    record.time = {number("__REALTIME_TIMESTAMP"), number("__MONOTONIC_TIMESTAMP"),
-                   field_of(entry, "_BOOT_ID")};
-    record.daemon = static_cast<int>(number("SYSLOG_PID"));
+    Record record{{number("__REALTIME_TIMESTAMP"), number("__MONOTONIC_TIMESTAMP"),
+                   field_of(entry, "_BOOT_ID")},
+                  static_cast<int>(number("SYSLOG_PID")),
+                  {}};
     for (const Row &row : rows) {
         Words words;
         if (row.writer == writer && scan(row.format, message, words)) {

@@ -215,7 +215,7 @@ TEST(EventTable, believesOnlyTheDaemonItsUnitAndRoot) {
 TEST(GroupLists, belongToTheChangeBeforeThemOrToNone) {
     const ctl::Record change{{1'000'000, 1'000'000, "one"}, 12, ctl::GroupChanged{}};
     const ctl::Record said{{1'001'000, 1'001'000, "one"}, 12, ctl::Remark{}};
-    ctl::Record left{{1'002'000, 1'002'000, "one"}, 12, ctl::Left{3, ctl::Reason::node_down}};
+    ctl::Record left{{1'002'000, 1'002'000, "one"}, 12, ctl::Left{3, 0, ctl::Reason::node_down}};
     const auto placed = ctl::place_group_lists({change, said, left, left});
     ASSERT_EQ(placed.size(), 3U);
     EXPECT_EQ(placed[0].time.realtime, 1'000'000);
