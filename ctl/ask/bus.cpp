@@ -1,7 +1,5 @@
 #include "ctl/ask/bus.h"
 
-#include "client/fields.h"
-
 #include "base/paths.h"
 
 #include <glib-unix.h>
@@ -50,17 +48,11 @@ Bus::~Bus() {
 
 void Bus::connect() {
     g_autoptr(GError) error = nullptr;
-    g_autofree char *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
-    if (address != nullptr) {
-        const auto flags =
-            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        connection.reset(
-            g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, &error));
-    }
+    connection.reset(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
     if (!connection) {
         throw classify_connection(error);
     }
+    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
     const auto on_closed = [](GDBusConnection *, gboolean, GError *, gpointer self) noexcept {
         static_cast<Bus *>(self)->push(BusLost{});
     };
@@ -68,57 +60,45 @@ void Bus::connect() {
 }
 
 void Bus::listen() {
-    const auto on_signal = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                              const gchar *name, GVariant *arguments, gpointer self) noexcept {
-        if (std::optional<client::Announcement> known =
-                client::read_announcement(name, arguments)) {
-            static_cast<Bus *>(self)->push(std::move(*known));
-        }
-    };
-    const auto on_owner = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                             const gchar *, GVariant *arguments, gpointer self) noexcept {
-        const gchar *new_owner = nullptr;
-        g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &new_owner);
-        static_cast<Bus *>(self)->push(*new_owner != '\0' ? News::Content(DaemonAppeared{})
-                                                          : DaemonVanished{});
-    };
-    const auto on_logged = [](GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                              const gchar *, GVariant *arguments, gpointer self) noexcept {
+    const auto on_signal = [](GDBusConnection *, const gchar *, const gchar *,
+                              const gchar *interface, const gchar *name, GVariant *arguments,
+                              gpointer self) noexcept {
+        auto *bus = static_cast<Bus *>(self);
         const gchar *text = "";
-        if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(s)"))) {
-            g_variant_get(arguments, "(&s)", &text);
+        if (g_str_equal(interface, bus_name)) {
+            g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &text);
+            bus->push(*text != '\0' ? News::Content(DaemonAppeared{}) : DaemonVanished{});
+        } else if (g_str_equal(interface, DUSKVALE_KEEPER_BUS_NAME)) {
+            if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(s)"))) {
+                g_variant_get(arguments, "(&s)", &text);
+                bus->push(KeeperLogged{text});
+            }
+        } else if (auto known = client::read_announcement(name, arguments)) {
+            bus->push(std::move(*known));
         }
-        static_cast<Bus *>(self)->push(KeeperLogged{text});
     };
-    subscriptions = {
-        g_dbus_connection_signal_subscribe(
-            connection.get(), DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_NAME, "Logged",
-            DUSKVALE_KEEPER_BUS_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, on_logged, this, nullptr),
-        g_dbus_connection_signal_subscribe(connection.get(), DUSKVALE_BUS_NAME, DUSKVALE_BUS_NAME,
-                                           nullptr, DUSKVALE_BUS_PATH, nullptr,
-                                           G_DBUS_SIGNAL_FLAGS_NONE, on_signal, this, nullptr),
-        g_dbus_connection_signal_subscribe(connection.get(), bus_name, bus_name, "NameOwnerChanged",
-                                           bus_path, DUSKVALE_BUS_NAME, G_DBUS_SIGNAL_FLAGS_NONE,
-                                           on_owner, this, nullptr)};
+    const auto subscribe = [&](const char *sender, const char *signal, const char *path,
+                               const char *about) {
+        subscriptions.push_back(g_dbus_connection_signal_subscribe(
+            connection.get(), sender, sender, signal, path, about, G_DBUS_SIGNAL_FLAGS_NONE,
+            on_signal, this, nullptr));
+    };
+    subscribe(DUSKVALE_KEEPER_BUS_NAME, "Logged", DUSKVALE_KEEPER_BUS_PATH, nullptr);
+    subscribe(DUSKVALE_BUS_NAME, nullptr, DUSKVALE_BUS_PATH, nullptr);
+    subscribe(bus_name, "NameOwnerChanged", bus_path, DUSKVALE_BUS_NAME);
 }
 
-void Bus::catch_endings() {
-    const auto on_interrupt = [](gpointer self) noexcept -> gboolean {
-        static_cast<Bus *>(self)->push(EndWanted{});
-        return G_SOURCE_CONTINUE;
-    };
-    const auto on_output_closed = [](gint, GIOCondition, gpointer self) noexcept -> gboolean {
+void Bus::watch_output() {
+    const auto on_closed = [](gint, GIOCondition, gpointer self) noexcept -> gboolean {
         auto *bus = static_cast<Bus *>(self);
-        bus->push(EndWanted{});
+        bus->push(OutputClosed{});
         /* The descriptor stays ready for ever; once is enough. */
         bus->output_source.release();
         return G_SOURCE_REMOVE;
     };
     std::signal(SIGPIPE, SIG_IGN);
-    sources.emplace_back(g_unix_signal_add(SIGINT, on_interrupt, this));
-    sources.emplace_back(g_unix_signal_add(SIGTERM, on_interrupt, this));
     output_source = client::Source(g_unix_fd_add(
-        STDOUT_FILENO, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), on_output_closed, this));
+        STDOUT_FILENO, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), on_closed, this));
 }
 
 Result<client::Snapshot> Bus::read() {
@@ -131,26 +111,6 @@ Result<client::Snapshot> Bus::read() {
     const std::optional<client::Snapshot> snapshot = client::read_snapshot(answer->get(), &fault);
     return snapshot ? Result(*snapshot)
                     : Result<client::Snapshot>(Problem{ProblemKind::failed, fault});
-}
-
-Result<Owner> Bus::owner() {
-    const Result<client::Variant> answer =
-        call(bus_name, bus_path,
-             {bus_name, "GetConnectionCredentials",
-              client::owned(g_variant_new("(s)", DUSKVALE_BUS_NAME))});
-    if (!answer) {
-        return answer.problem();
-    }
-    if (!g_variant_is_of_type(answer->get(), G_VARIANT_TYPE("(a{sv})"))) {
-        return Problem{ProblemKind::failed, "to GetConnectionCredentials"};
-    }
-    client::Fields fields{client::Variant(g_variant_get_child_value(answer->get(), 0))};
-    Owner owner;
-    fields.get("UnixUserID", owner.user);
-    fields.get("ProcessID", owner.process);
-    return fields.missing().empty()
-               ? Result(owner)
-               : Result<Owner>(Problem{ProblemKind::failed, "it lacks " + fields.missing()});
 }
 
 Result<bool> Bus::ask(const client::Call &asked) {

@@ -27,12 +27,6 @@ using Deadline = std::optional<int64_t>;
 Deadline after(double seconds);
 bool passed(const Deadline &deadline);
 
-/* The process that owns the daemon's name, as the bus knows it. */
-struct Owner {
-    uint32_t user = 0;
-    uint32_t process = 0;
-};
-
 /* What the keeper of this node knows, or why that is not known. */
 struct KeeperView {
     std::optional<client::KeeperState> state;
@@ -63,12 +57,11 @@ public:
 
     /* From now on, what the daemon announces, and its coming and going, is queued. */
     void listen();
-    /* Queues EndWanted instead of letting a signal end the process. */
-    void catch_endings();
+    /* Queues OutputClosed when nobody reads standard output any more. */
+    void watch_output();
 
     /* The daemon's state; a daemon that does not answer within 5 seconds is a problem. */
     Result<client::Snapshot> read();
-    Result<Owner> owner();
     /* Makes one of the daemon's calls; false when the daemon refuses it, true also where it has no
        status to answer with. */
     Result<bool> ask(const client::Call &call);
@@ -92,7 +85,6 @@ private:
 
     client::Object<GDBusConnection> connection;
     std::vector<guint> subscriptions;
-    std::vector<client::Source> sources;
     client::Source output_source;
     std::deque<News> queue;
 };

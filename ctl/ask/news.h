@@ -15,12 +15,12 @@ struct DaemonVanished {};
 struct KeeperLogged {
     std::string text; /* a line of this node's keeper */
 };
-struct BusLost {};   /* the bus closed the connection */
-struct EndWanted {}; /* SIGINT or SIGTERM, or nobody reads standard output any more */
+struct BusLost {};      /* the bus closed the connection */
+struct OutputClosed {}; /* nobody reads standard output any more */
 
 struct News {
     using Content = std::variant<client::Announcement, DaemonAppeared, DaemonVanished, KeeperLogged,
-                                 BusLost, EndWanted>;
+                                 BusLost, OutputClosed>;
     Content content;
     int64_t time; /* of its arrival, microseconds since 1970 */
 

@@ -1,6 +1,6 @@
 #include "ctl/ask/problem.h"
 
-#include "ctl/ask/corosync-probe.h"
+#include "ctl/ask/program.h"
 #include "ctl/exit-status.h"
 #include "ctl/print/text.h"
 
@@ -64,10 +64,6 @@ Problem classify_call(const GError *error) {
         /* The bus answers so for a daemon that ended while it had the call. */
         {G_DBUS_ERROR_NO_REPLY, ProblemKind::daemon_not_running},
         {G_DBUS_ERROR_ACCESS_DENIED, ProblemKind::not_permitted},
-        {G_DBUS_ERROR_AUTH_FAILED, ProblemKind::not_permitted},
-        {G_DBUS_ERROR_TIMEOUT, ProblemKind::no_answer},
-        {G_DBUS_ERROR_TIMED_OUT, ProblemKind::no_answer},
-        {G_DBUS_ERROR_DISCONNECTED, ProblemKind::bus_unreachable},
     };
     for (const Meaning &meaning : meanings) {
         if (g_error_matches(error, G_DBUS_ERROR, meaning.code)) {

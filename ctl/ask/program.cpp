@@ -1,8 +1,7 @@
 #include "ctl/ask/program.h"
 
-#include "client/handle.h"
-
-#include <gio/gio.h>
+#include <glib.h>
+#include <sys/wait.h>
 
 namespace ctl {
 
@@ -13,43 +12,39 @@ constexpr int status_of_limit = 124;
 
 } // namespace
 
-ProgramAnswer ask_program(const std::vector<std::string> &words, int limit_s) {
-    const std::string limit = std::to_string(limit_s);
-    std::vector<const char *> argv{"timeout", "--kill-after=2", limit.c_str()};
-    for (const std::string &word : words) {
-        argv.push_back(word.c_str());
+ProgramAnswer ask_program(std::vector<std::string> words, int limit_s) {
+    const char *path = g_getenv("PATH");
+    const std::string folders = path != nullptr ? std::string(path) + ":" : "";
+    words.insert(words.begin(),
+                 {"timeout", "--kill-after=2", std::to_string(limit_s), "env", "LC_ALL=C.UTF-8",
+                  "PATH=" + folders + "/usr/sbin:/sbin:/usr/bin:/bin"});
+    std::vector<char *> argv;
+    for (std::string &word : words) {
+        argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-
-    const client::Object<GSubprocessLauncher> launcher(
-        g_subprocess_launcher_new(static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | //
-                                                                G_SUBPROCESS_FLAGS_STDERR_PIPE)));
-    const char *path = g_getenv("PATH");
-    g_subprocess_launcher_setenv(
-        launcher.get(), "PATH",
-        ((path != nullptr ? std::string(path) + ":" : "") + "/usr/sbin:/sbin:/usr/bin:/bin")
-            .c_str(),
-        TRUE);
-    g_subprocess_launcher_setenv(launcher.get(), "LC_ALL", "C.UTF-8", TRUE);
 
     ProgramAnswer answer;
     g_autoptr(GError) error = nullptr;
     g_autofree char *out = nullptr;
     g_autofree char *err = nullptr;
-    const client::Object<GSubprocess> process(
-        g_subprocess_launcher_spawnv(launcher.get(), argv.data(), &error));
-    if (!process ||
-        !g_subprocess_communicate_utf8(process.get(), nullptr, nullptr, &out, &err, &error)) {
+    int status = 0;
+    if (g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out,
+                     &err, &status, &error) == FALSE) {
         answer.err = error->message;
         return answer;
     }
     answer.out = out;
     answer.err = g_strstrip(err);
-    if (g_subprocess_get_if_exited(process.get())) {
-        answer.status = g_subprocess_get_exit_status(process.get());
-        answer.timed_out = answer.status == status_of_limit;
-    }
+    answer.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    answer.timed_out = answer.status == status_of_limit;
     return answer;
+}
+
+bool corosync_is_there() {
+    constexpr int inactive = 3, no_such_unit = 4; /* systemctl(1); else it could not say */
+    const int status = ask_program({"systemctl", "is-active", "corosync"}).status;
+    return status != inactive && status != no_such_unit;
 }
 
 } // namespace ctl

@@ -15,6 +15,9 @@ struct ProgramAnswer {
 
 /* Runs a program that is in the PATH or in a sbin folder, which an ordinary user's PATH leaves out.
    After so many seconds it is ended, and killed 2 seconds later. */
-ProgramAnswer ask_program(const std::vector<std::string> &words, int limit_s = 5);
+ProgramAnswer ask_program(std::vector<std::string> words, int limit_s = 5);
+
+/* Whether corosync runs on this node; true where systemd does not say. */
+bool corosync_is_there();
 
 } // namespace ctl

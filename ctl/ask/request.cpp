@@ -1,8 +1,8 @@
 #include "ctl/ask/request.h"
 
 #include "ctl/ask/program.h"
-#include "ctl/ask/progress.h"
 #include "ctl/exit-status.h"
+#include "ctl/history/sentence.h"
 #include "ctl/print/text.h"
 
 #include "base/paths.h"
@@ -47,11 +47,9 @@ std::string refusal(const Request &request, const client::Snapshot &now) {
 }
 
 std::string role_text(const client::Snapshot &snapshot) {
-    if (snapshot.master_node == 0) {
-        return "no master is known";
-    }
-    return node_text(snapshot.master_node) + (snapshot.is_master ? ", this node," : "") +
-           " is master";
+    return snapshot.master_node == 0 ? "no master is known"
+           : snapshot.is_master      ? node_text(snapshot.master_node) + ", this node, is master"
+                                     : node_text(snapshot.master_node) + " is master";
 }
 
 std::string outcome_text(const Settling &settling, int64_t took) {
@@ -89,23 +87,34 @@ int timed_out(const Settling &settling, double limit) {
     return complain(Exit::timed_out, "timed out after " + duration_text(waited) + ": " + missing);
 }
 
+/* For someone who sits in front of a terminal. */
+void show_progress(const News &news, client::NodeId local) {
+    const client::Announcement *announcement = news.announcement();
+    if (announcement != nullptr && isatty(STDERR_FILENO) == 1 &&
+        !std::holds_alternative<client::Text>(*announcement) &&
+        !std::holds_alternative<client::KeepAlive>(*announcement)) {
+        std::fprintf(stderr, "  %s\n", wording(to_event(*announcement), local).text.c_str());
+    }
+}
+
+SettleRequest settling_of(const Request &request, const client::Snapshot &before, double limit) {
+    SettleRequest result;
+    if (request.effect) {
+        result.effect = [&](const client::Announcement &announcement) {
+            return request.effect(announcement, before);
+        };
+    }
+    result.deadline = after(limit);
+    return result;
+}
+
 int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &before,
                     double limit) {
     const int64_t start = g_get_monotonic_time();
-    Settling settling;
-    {
-        Progress progress;
-        SettleRequest settle_request;
-        if (request.effect) {
-            settle_request.effect = [&](const client::Announcement &announcement) {
-                return request.effect(announcement, before);
-            };
-        }
-        settle_request.election = request.election && request.election(before);
-        settle_request.deadline = after(limit);
-        settle_request.watcher = [&](const News &news) { progress.show(news, before.local_node); };
-        settling = settle(bus, before, settle_request);
-    }
+    SettleRequest wanted = settling_of(request, before, limit);
+    wanted.election = request.election && request.election(before);
+    wanted.watcher = [&](const News &news) { show_progress(news, before.local_node); };
+    const Settling settling = settle(bus, before, wanted);
     if (!settling.in_time) {
         return timed_out(settling, limit);
     }
@@ -114,20 +123,6 @@ int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &be
         return complain(Exit::failed, "it did not last: something else has changed it since");
     }
     return settling.failed > 0 ? Exit::failed : Exit::ok;
-}
-
-/* Whether the effect shows within a second. */
-bool took_effect(Bus &bus, const Request &request, const client::Snapshot &before) {
-    const Deadline deadline = after(1);
-    bool seen = request.effect == nullptr;
-    while (!seen) {
-        const std::optional<News> news = bus.next(deadline);
-        if (!news) {
-            return false;
-        }
-        seen = news->announcement() != nullptr && request.effect(*news->announcement(), before);
-    }
-    return true;
 }
 
 /* The daemon says nothing of a setting that it could not write, and loses it with its end. */
@@ -174,8 +169,11 @@ int carry_out(const Request &request, std::optional<double> wait) {
         return asked;
     }
     const int status = wait ? wait_for_effect(bus, request, before, *wait) : Exit::ok;
-    const bool in_effect = wait ? status == Exit::ok : took_effect(bus, request, before);
-    return request.stored_in != nullptr && in_effect ? check_stored(request) : status;
+    if (status != Exit::ok || request.stored_in == nullptr ||
+        (!wait && !settle(bus, before, settling_of(request, before, 1)).effect_seen)) {
+        return status;
+    }
+    return check_stored(request);
 }
 
 int ask_keeper(Bus &bus, const std::string &name, const client::Call &call, const char *without) {

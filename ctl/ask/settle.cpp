@@ -1,10 +1,6 @@
 #include "ctl/ask/settle.h"
 
-#include "client/overloaded.h"
-
 namespace ctl {
-
-using client::Overloaded;
 
 namespace {
 
@@ -61,30 +57,21 @@ private:
     }
 
     void follow(const client::Announcement &announcement) {
-        std::visit(Overloaded{
-                       [this](const client::NewMaster &) {
-                           result.steps_running = true;
-                           stir();
-                       },
-                       [this](const client::FrozenMaster &) { stir(); },
-                       [this](const client::Joined &) { stir(); },
-                       [this](const client::Left &) { stir(); },
-                       [this](const client::StepBegin &begin) {
-                           result.steps_running = true;
-                           result.step = begin.step;
-                       },
-                       [this](const client::StepEnd &end) {
-                           result.step.clear();
-                           result.steps++;
-                           result.failed += end.wait_status != 0 ? 1 : 0;
-                       },
-                       [this](const client::StepsDone &) {
-                           result.steps_running = false;
-                           result.step.clear();
-                       },
-                       [](const auto &) {}, /* neither mastership nor a step */
-                   },
-                   announcement);
+        const auto *begin = std::get_if<client::StepBegin>(&announcement);
+        const auto *end = std::get_if<client::StepEnd>(&announcement);
+        const bool applied = std::holds_alternative<client::NewMaster>(announcement);
+        const bool done = std::holds_alternative<client::StepsDone>(announcement);
+        if (applied || std::holds_alternative<client::FrozenMaster>(announcement) ||
+            std::holds_alternative<client::Joined>(announcement) ||
+            std::holds_alternative<client::Left>(announcement)) {
+            stir();
+        }
+        result.steps_running = !done && (result.steps_running || applied || begin != nullptr);
+        if (begin != nullptr || end != nullptr || done) {
+            result.step = begin != nullptr ? begin->step : "";
+        }
+        result.steps += end != nullptr ? 1 : 0;
+        result.failed += end != nullptr && end->wait_status != 0 ? 1 : 0;
     }
 
     /*

@@ -37,11 +37,6 @@ void judge(const client::Snapshot &now, unsigned expected_members, Findings &fin
     }
 }
 
-unsigned listed(const client::KeeperState &keeper) {
-    return static_cast<unsigned>(
-        std::ranges::count(keeper.nodes, true, &client::KeeperNode::listed));
-}
-
 /* The worst finding decides the verdict; all of them make the text. */
 std::string verdict_line(const Findings &findings) {
     std::string line = spec_of(findings.worst()).verdict;
@@ -85,7 +80,8 @@ int command_check(const Options &options) {
         findings.add_verdict(*keeper);
     }
     if (now && keeper && !options.members) {
-        expected = listed(*keeper);
+        expected = static_cast<unsigned>(
+            std::ranges::count(keeper->nodes, true, &client::KeeperNode::listed));
     } else if (now) {
         judge(*now, expected, findings);
     }

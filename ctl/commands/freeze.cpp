@@ -12,9 +12,8 @@ namespace {
 
 /* Without the blanks around it, which the daemon would not keep over a restart. */
 std::string trimmed(const std::string &text) {
-    const auto first = text.find_first_not_of(" \t");
-    const auto last = text.find_last_not_of(" \t");
-    return first == std::string::npos ? "" : text.substr(first, last - first + 1);
+    g_autofree char *copy = g_strdup(text.c_str());
+    return g_strstrip(copy);
 }
 
 constexpr size_t max_reason = 1000;

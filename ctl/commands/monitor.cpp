@@ -19,7 +19,7 @@ Wording wording_of(const News &news, NodeId local) {
         [](const BusLost &) {
             return say("bus-lost", "the system bus closed the connection", Colour::bad);
         },
-        [](const EndWanted &) { return say("end-wanted", "asked to end"); },
+        [](const OutputClosed &) { return say("output-closed", "nobody reads this"); },
     };
     return std::visit(visitor, news.content);
 }
@@ -48,7 +48,7 @@ int command_monitor(const Options &options) {
     if (!snapshot && !snapshot.problem().is_absence()) {
         return report(snapshot.problem());
     }
-    bus.catch_endings();
+    bus.watch_output();
     bool keepers = static_cast<bool>(read_keeper(bus, snapshot));
     NodeId local = snapshot ? snapshot->local_node : 0;
     /* A state is shown in its place: after what was announced before it was asked for. */
@@ -62,7 +62,7 @@ int command_monitor(const Options &options) {
             continue;
         }
         news = *bus.next(std::nullopt);
-        if (news.is<EndWanted>()) {
+        if (news.is<OutputClosed>()) {
             break;
         }
         if (is_talk_of_keepers(news.announcement(), keepers)) {

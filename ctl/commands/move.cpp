@@ -4,7 +4,6 @@
 #include "ctl/print/text.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace ctl {
 
@@ -17,11 +16,8 @@ constexpr const char *without_keeper =
     "duskvalectl take-over";
 
 const client::KeeperNode *find(const client::KeeperState &keeper, const std::string &word) {
-    client::NodeId id = 0;
-    const char *end = word.data() + word.size();
-    const bool number = std::from_chars(word.data(), end, id).ptr == end && !word.empty();
     const auto found = std::ranges::find_if(keeper.nodes, [&](const client::KeeperNode &node) {
-        return node.name == word || (number && node.id == id);
+        return node.name == word || std::to_string(node.id) == word;
     });
     return found != keeper.nodes.end() ? &*found : nullptr;
 }

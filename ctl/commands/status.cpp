@@ -15,32 +15,24 @@ std::string label(const char *name) {
 }
 
 std::string master_line(const client::Snapshot &snapshot) {
-    if (snapshot.master_node == 0) {
-        return paint(Colour::bad, "none known");
-    }
     const std::string node = node_text(snapshot.master_node);
-    return snapshot.is_master ? paint(Colour::good, node + ", this node") : node;
+    return snapshot.master_node == 0 ? paint(Colour::bad, "none known")
+           : snapshot.is_master      ? paint(Colour::good, node + ", this node")
+                                     : node;
 }
 
-std::string frozen_line(const client::Snapshot &snapshot) {
-    if (snapshot.frozen_node == 0) {
-        return "no";
-    }
-    std::string text = "to " + node_text(snapshot.frozen_node);
-    if (snapshot.frozen_node == snapshot.local_node) {
-        text += ", this node";
-    }
-    return paint(Colour::doubtful, text + ": " + reason_text(snapshot.frozen_reason));
+std::string frozen_line(const client::Snapshot &now) {
+    const char *self = now.frozen_node == now.local_node ? ", this node" : "";
+    return now.frozen_node == 0
+               ? "no"
+               : paint(Colour::doubtful, "to " + node_text(now.frozen_node) + self + ": " +
+                                             reason_text(now.frozen_reason));
 }
 
-std::string members_line(const client::Snapshot &snapshot) {
-    if (snapshot.members == 0) {
-        return paint(Colour::bad, "0: the daemon has not joined the group yet");
-    }
-    if (snapshot.members == 1) {
-        return paint(Colour::doubtful, "1: no other node could take over");
-    }
-    return std::to_string(snapshot.members);
+std::string members_line(const client::Snapshot &now) {
+    return now.members == 0   ? paint(Colour::bad, "0: the daemon has not joined the group yet")
+           : now.members == 1 ? paint(Colour::doubtful, "1: no other node could take over")
+                              : std::to_string(now.members);
 }
 
 void print_status(const client::Snapshot &snapshot, const KeeperView &keeper) {

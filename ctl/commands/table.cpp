@@ -33,7 +33,7 @@ const Command command_table[] = {
     {"move",
      "make another node the master, by name or id; without one, the keeper chooses",
      command_move,
-     {optional_text("NODE", &Options::text), wait}},
+     {text("NODE", &Options::text, false), wait}},
     {"take-over", "make this node the master", command_take_over, {wait}},
     {"give-back", "hand mastership from this node to another", command_give_back, {wait}},
     {"freeze",
@@ -75,7 +75,7 @@ const Command command_table[] = {
     {"help",
      "show this text, or the help of a command",
      nullptr,
-     {optional_text("COMMAND", &Options::text)}},
+     {text("COMMAND", &Options::text, false)}},
 };
 
 } // namespace

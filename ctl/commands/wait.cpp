@@ -9,10 +9,7 @@ namespace ctl {
 namespace {
 
 bool fits(const std::string &wanted, const client::Snapshot &now) {
-    if (now.master_node == 0) {
-        return false;
-    }
-    return wanted == "stable" || (wanted == "master") == now.is_master;
+    return now.master_node != 0 && (wanted == "stable" || (wanted == "master") == now.is_master);
 }
 
 int timed_out(const std::string &wanted, const std::string &state) {

@@ -28,6 +28,11 @@ inline constexpr const char *ask_as_root = "sudo duskvalectl doctor";
 bool only_root_changes(const std::string &path, const char *what, const struct stat &status,
                        Findings &findings);
 
+/* The directory `path`: what is `missing` without it, and how bad a file system with `flag`, of
+   statvfs(3), would be. False when there is none. */
+bool check_directory(const std::string &path, const char *missing, unsigned long flag, Level level,
+                     const char *fault, Findings &findings);
+
 /* `path` as a word for a shell's command line, safe for a terminal. */
 std::string shell_word(const std::string &path);
 

@@ -11,8 +11,6 @@ namespace {
 
 using Nodes = std::set<client::NodeId>;
 
-constexpr const char *status_command = "systemctl status corosync";
-
 std::string nodes_text(const Nodes &nodes) {
     std::string text;
     for (const client::NodeId node : nodes) {
@@ -35,7 +33,7 @@ void check_ring(const CorosyncFacts &corosync, client::NodeId local, Findings &f
     } else if (!missing.empty()) {
         findings.warning("in the nodelist, but not in the ring with this node: " +
                              nodes_text(missing),
-                         "corosync-cfgtool -s; and there: " + std::string(status_command));
+                         "corosync-cfgtool -s; and there: systemctl status corosync");
     } else {
         findings.ok(node_text(local) + " is in a ring of " + counted(corosync.ring.size(), "node"));
     }
@@ -77,25 +75,9 @@ void check_group(const Facts &facts, client::NodeId local, Findings &findings) {
 
 void check_corosync(const Facts &facts, Findings &findings) {
     const CorosyncFacts &corosync = facts.corosync;
-    switch (corosync.answer) {
-    case CorosyncFacts::Answer::not_running:
-        findings.critical("corosync is not running",
-                          "systemctl start corosync; if it ends: journalctl -u corosync -e");
+    if (corosync.problem) {
+        findings.add(corosync.problem->level, corosync.problem->text, corosync.problem->next);
         return;
-    case CorosyncFacts::Answer::none_in_time:
-        findings.critical("corosync is running but does not answer: it is stopped or starved",
-                          status_command);
-        return;
-    case CorosyncFacts::Answer::not_permitted:
-        findings.unknown("corosync is running; it shows the ring and the group only to root",
-                         ask_as_root);
-        return;
-    case CorosyncFacts::Answer::failed:
-        findings.unknown("corosync could not be asked: " + printable(corosync.fault),
-                         status_command);
-        return;
-    case CorosyncFacts::Answer::given:
-        break;
     }
     const client::NodeId local =
         corosync.local == 0 && facts.daemon ? facts.daemon->local_node : corosync.local;

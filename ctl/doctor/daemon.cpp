@@ -25,23 +25,9 @@ void check_snapshot(const client::Snapshot &now, Findings &findings) {
     }
 }
 
-/* A daemon that was started by hand would not be restarted, and its steps not stopped. */
-void check_process(const Owner &owner, const UnitFacts &unit, Findings &findings) {
-    const std::string process = "process " + std::to_string(owner.process);
-    if (unit.property("MainPID") == std::to_string(owner.process)) {
-        findings.ok("the unit runs it: " + process);
-    } else if (unit.booted && unit.fault.empty()) {
-        findings.warning("it runs outside of its unit: " + process,
-                         "end it, then systemctl restart " DUSKVALE_IDENT);
-    }
-}
-
 } // namespace
 
 void check_daemon(const Facts &facts, Findings &findings) {
-    if (facts.owner) {
-        check_process(*facts.owner, facts.unit, findings);
-    }
     if (facts.daemon) {
         check_snapshot(*facts.daemon, findings);
         return;

@@ -1,7 +1,7 @@
 #include "ctl/doctor/facts.h"
 
-#include "ctl/ask/corosync-probe.h"
 #include "ctl/ask/program.h"
+#include "ctl/doctor/checks.h"
 
 #include "base/paths.h"
 
@@ -76,8 +76,28 @@ void read_groups(const std::string &text, CorosyncFacts &facts) {
     }
 }
 
+/* Why a program of corosync failed. Corosync answers only root, and whom its configuration names.
+ */
+Finding problem_of(const ProgramAnswer &program, const std::string &name) {
+    constexpr const char *look = "systemctl status corosync";
+    if (program.timed_out) {
+        return {Level::critical, "corosync",
+                "corosync is running but does not answer: it is stopped or starved", look};
+    }
+    if (program.err.find("CS_ERR_ACCESS") != program.err.npos ||
+        program.err.ends_with("error 11")) {
+        return {Level::unknown, "corosync",
+                "corosync is running; it shows the ring and the group only to root", ask_as_root};
+    }
+    if (!corosync_is_there()) {
+        return {Level::critical, "corosync", "corosync is not running",
+                "systemctl start corosync; if it ends: journalctl -u corosync -e"};
+    }
+    return {Level::unknown, "corosync",
+            "corosync could not be asked: " + name + ": " + printable(program.err), look};
+}
+
 CorosyncFacts ask_corosync() {
-    using Answer = CorosyncFacts::Answer;
     struct Question {
         std::vector<std::string> words;
         void (*read)(const std::string &, CorosyncFacts &);
@@ -87,24 +107,14 @@ CorosyncFacts ask_corosync() {
         {{"corosync-cpgtool", "-d|"}, read_groups},
     };
     CorosyncFacts facts;
-    if (!corosync_is_there()) {
-        facts.answer = Answer::not_running;
-        return facts;
-    }
     for (const auto &[words, read] : questions) {
         const ProgramAnswer program = ask_program(words);
         if (program.status != 0) {
-            const bool refused = program.err.find("CS_ERR_ACCESS") != std::string::npos ||
-                                 program.err.ends_with("error 11");
-            facts.answer = program.timed_out ? Answer::none_in_time
-                           : refused         ? Answer::not_permitted
-                                             : Answer::failed;
-            facts.fault = words.front() + ": " + program.err;
+            facts.problem = problem_of(program, words.front());
             return facts;
         }
         read(program.out, facts);
     }
-    facts.answer = Answer::given;
     return facts;
 }
 
@@ -117,7 +127,7 @@ UnitFacts ask_systemd() {
     const ProgramAnswer systemctl =
         ask_program({"systemctl", "show", DUSKVALE_IDENT,
                      "--property=LoadState,UnitFileState,ActiveState,SubState,Result,NRestarts,"
-                     "MainPID,NeedDaemonReload"});
+                     "NeedDaemonReload"});
     if (systemctl.status != 0) {
         facts.fault = systemctl.err.empty() ? "no answer" : systemctl.err;
         return facts;
@@ -133,11 +143,6 @@ UnitFacts ask_systemd() {
 
 } // namespace
 
-std::string UnitFacts::property(const std::string &name) const {
-    const auto found = properties.find(name);
-    return found == properties.end() ? "" : found->second;
-}
-
 Facts gather_facts() {
     Facts facts;
     facts.corosync = ask_corosync();
@@ -145,12 +150,10 @@ Facts gather_facts() {
     Bus bus;
     try {
         bus.connect();
-        facts.owner = bus.owner();
         facts.daemon = bus.read();
         facts.keeper = bus.read_keeper();
     } catch (const Problem &problem) {
         facts.bus = problem;
-        facts.owner = problem;
         facts.daemon = problem;
     }
     return facts;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ctl/ask/bus.h"
+#include "ctl/doctor/finding.h"
 
 #include "client/node-id.h"
 
@@ -14,15 +15,7 @@ namespace ctl {
 
 /* What corosync on this node knows of the ring and of the daemons' group. */
 struct CorosyncFacts {
-    enum class Answer {
-        given,
-        not_running,
-        not_permitted, /* corosync answers only root, and whom its configuration names */
-        none_in_time,
-        failed, /* one of its programs is missing or complains */
-    };
-    Answer answer = Answer::failed;
-    std::string fault;               /* for `failed`: in whose words */
+    std::optional<Finding> problem;  /* why the rest is not known */
     client::NodeId local = 0;        /* this node's id; 0 without a nodelist */
     std::set<client::NodeId> listed; /* the nodelist of corosync.conf; may be empty */
     std::set<client::NodeId> ring;   /* who is in the ring with this node, itself included */
@@ -38,7 +31,10 @@ struct UnitFacts {
     std::map<std::string, std::string> properties; /* systemd.directives(7); empty with a fault */
 
     /* Empty for one that is not known. */
-    std::string property(const std::string &name) const;
+    std::string property(const std::string &name) const {
+        const auto found = properties.find(name);
+        return found == properties.end() ? "" : found->second;
+    }
     /* Whether a start is under way that still waits for corosync's ring. */
     bool waits_for_ring() const { return property("SubState") == "start-pre"; }
 };
@@ -47,7 +43,6 @@ struct Facts {
     CorosyncFacts corosync;
     UnitFacts unit;
     std::optional<Problem> bus; /* why the bus cannot be reached */
-    Result<Owner> owner = Problem{};
     Result<client::Snapshot> daemon = Problem{};
     KeeperView keeper;
 };

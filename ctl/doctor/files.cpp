@@ -1,6 +1,7 @@
 #include "ctl/doctor/checks.h"
 
 #include <glib.h>
+#include <sys/statvfs.h>
 
 namespace ctl {
 
@@ -19,6 +20,23 @@ bool only_root_changes(const std::string &path, const char *what, const struct s
                          "chmod go-w " + shell_word(path));
     }
     return status.st_uid == 0 && !by_mode;
+}
+
+bool check_directory(const std::string &path, const char *missing, unsigned long flag, Level level,
+                     const char *fault, Findings &findings) {
+    struct stat status = {};
+    struct statvfs system = {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+        findings.warning(path + " is not a directory: " + missing, "install -d -m 755 " + path);
+        return false;
+    }
+    if (statvfs(path.c_str(), &system) == 0 && (system.f_flag & flag) != 0) {
+        findings.add(level, path + fault, "findmnt --target " + path);
+    }
+    if (only_root_changes(path, "the directory", status, findings)) {
+        findings.ok("only root can write to " + path);
+    }
+    return true;
 }
 
 std::string shell_word(const std::string &path) {

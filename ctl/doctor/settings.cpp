@@ -12,23 +12,6 @@ namespace ctl {
 
 namespace {
 
-constexpr const char *directory = "/etc/duskvale";
-
-void check_directory(Findings &findings) {
-    const std::string name = directory;
-    struct stat status = {};
-    struct statvfs system = {};
-    if (stat(directory, &status) != 0 || !S_ISDIR(status.st_mode)) {
-        findings.warning(name + " is not a directory: no setting outlives a restart",
-                         "install -d -m 755 " + name);
-    } else if (statvfs(directory, &system) == 0 && (system.f_flag & ST_RDONLY) != 0) {
-        findings.warning(name + " is read-only: no setting outlives a restart",
-                         "findmnt --target " + name);
-    } else if (only_root_changes(directory, "the directory", status, findings)) {
-        findings.ok("only root can write to " + name);
-    }
-}
-
 StoredSetting check_file(const char *path, Findings &findings) {
     StoredSetting setting = read_stored(path);
     struct stat status = {};
@@ -68,7 +51,7 @@ void check_preferred(const Facts &facts, Findings &findings) {
 void check_frozen_node(const Facts &facts, client::NodeId node, Findings &findings) {
     const CorosyncFacts &corosync = facts.corosync;
     const std::string frozen = "mastership is frozen to " + node_text(node);
-    if (corosync.answer != CorosyncFacts::Answer::given) {
+    if (corosync.problem) {
         findings.note(frozen);
     } else if (corosync.group.contains(node)) {
         findings.ok(frozen + ", which is there");
@@ -113,7 +96,8 @@ void check_frozen(const Facts &facts, Findings &findings) {
 } // namespace
 
 void check_settings(const Facts &facts, Findings &findings) {
-    check_directory(findings);
+    check_directory("/etc/duskvale", "no setting outlives a restart", ST_RDONLY, Level::warning,
+                    " is read-only: no setting outlives a restart", findings);
     check_preferred(facts, findings);
     check_frozen(facts, findings);
 }

@@ -84,26 +84,11 @@ void check_bystander(const std::string &path, const struct stat &status, Finding
     }
 }
 
-bool check_directory(Findings &findings) {
-    struct stat status = {};
-    if (stat(DUSKVALE_RUN_DIR, &status) != 0 || !S_ISDIR(status.st_mode)) {
-        findings.warning(DUSKVALE_RUN_DIR " is not a directory: a master starts nothing",
-                         "install -d -m 755 " DUSKVALE_RUN_DIR);
-        return false;
-    }
-    only_root_changes(DUSKVALE_RUN_DIR, "the directory", status, findings);
-    struct statvfs system = {};
-    if (statvfs(DUSKVALE_RUN_DIR, &system) == 0 && (system.f_flag & ST_NOEXEC) != 0) {
-        findings.critical(DUSKVALE_RUN_DIR " is on a file system on which nothing can be run",
-                          "findmnt --target " DUSKVALE_RUN_DIR);
-    }
-    return true;
-}
-
 } // namespace
 
 void check_steps(const Facts &, Findings &findings) {
-    if (!check_directory(findings)) {
+    if (!check_directory(DUSKVALE_RUN_DIR, "a master starts nothing", ST_NOEXEC, Level::critical,
+                         " is on a file system on which nothing can be run", findings)) {
         return;
     }
     g_autoptr(GError) error = nullptr;

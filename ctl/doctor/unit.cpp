@@ -30,9 +30,7 @@ void check_active(const UnitFacts &unit, Findings &findings) {
     } else if (state == "failed") {
         /* Result is that of the last end, mostly also when systemd has given up restarting. */
         findings.critical(text + ": " + printable(unit.property("Result")) +
-                              (restarts.empty() || restarts == "0"
-                                   ? ""
-                                   : "; restarts before that: " + printable(restarts)),
+                              "; restarts before that: " + printable(restarts),
                           "journalctl -u " DUSKVALE_IDENT " -e; when the cause is fixed: "
                           "systemctl reset-failed " DUSKVALE_IDENT ", then systemctl start it");
     } else if (state == "inactive") {

@@ -1,5 +1,7 @@
 #include "ctl/history/journal.h"
 
+#include "ctl/ask/program.h"
+
 #include "base/paths.h"
 
 #include <glib.h>
@@ -19,33 +21,34 @@ constexpr int64_t latest_list_us = 5'000'000;
 /* No daemon is started again so soon after its end. */
 constexpr int64_t last_words_us = 100'000;
 
-constexpr const char *journalctl =
-    "journalctl --quiet --no-pager --output=json --output-fields=MESSAGE,MESSAGE_ID,"
-    "SYSLOG_IDENTIFIER,SYSLOG_PID,_PID,_UID,_COMM,_SYSTEMD_UNIT,UNIT,EXIT_CODE,EXIT_STATUS,COMMAND"
-    " _UID=0 _SYSTEMD_UNIT=" DUSKVALE_IDENT ".service + _PID=1 UNIT=" DUSKVALE_IDENT ".service"
-    " + _UID=0 SYSLOG_IDENTIFIER=duskvalectl + _UID=0 _SYSTEMD_UNIT=duskvale-keeper.service ";
+/* A long journal on a slow disk takes its time. */
+constexpr int journal_limit_s = 300;
+constexpr const char *unit = "_SYSTEMD_UNIT=" DUSKVALE_IDENT ".service";
 
 std::string read_source(const Source &source, const std::string &name, std::size_t entries) {
-    g_autofree char *text = nullptr;
-    g_autoptr(GError) error = nullptr;
-    bool is_read = false;
     if (!source.file.empty()) {
+        g_autofree char *text = nullptr;
+        g_autoptr(GError) error = nullptr;
         const std::string file = source.file == "-" ? "/dev/stdin" : source.file;
-        is_read = g_file_get_contents(file.c_str(), &text, nullptr, &error) != FALSE;
-    } else {
-        /* Not both: with --since, journalctl (systemd 252) prints the first lines, not the last. */
-        const std::string part =
-            source.since.empty() ? "--lines=" + std::to_string(entries) : "--since=" + source.since;
-        g_autofree char *option = g_shell_quote(part.c_str());
-        const std::string command = journalctl + std::string(option);
-        int status = 0;
-        is_read = g_spawn_command_line_sync(command.c_str(), &text, nullptr, &status, &error) &&
-                  g_spawn_check_wait_status(status, &error);
+        if (g_file_get_contents(file.c_str(), &text, nullptr, &error) == FALSE) {
+            throw std::runtime_error(name + " cannot be read: " + error->message);
+        }
+        return text;
     }
-    if (!is_read) {
-        throw std::runtime_error(name + " cannot be read: " + error->message);
+    const ProgramAnswer answer = ask_program(
+        {"journalctl", "--quiet", "--no-pager", "--output=json",
+         "--output-fields=MESSAGE,MESSAGE_ID,SYSLOG_IDENTIFIER,SYSLOG_PID,_PID,_UID,_COMM,"
+         "_SYSTEMD_UNIT,UNIT,EXIT_CODE,EXIT_STATUS,COMMAND",
+         "_UID=0", unit, "+", "_PID=1", "UNIT=" DUSKVALE_IDENT ".service", "+", "_UID=0",
+         "SYSLOG_IDENTIFIER=duskvalectl", "+", "_UID=0", "_SYSTEMD_UNIT=duskvale-keeper.service",
+         /* Not both: with --since, journalctl (systemd 252) prints the first lines, not the last.
+          */
+         source.since.empty() ? "--lines=" + std::to_string(entries) : "--since=" + source.since},
+        journal_limit_s);
+    if (answer.status != 0) {
+        throw std::runtime_error(name + " cannot be read: " + answer.err);
     }
-    return text;
+    return answer.out;
 }
 
 /* The service manager's word of an end may be read before the last words of the daemon that ended:

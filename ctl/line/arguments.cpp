@@ -60,15 +60,9 @@ Argument one_of(const char *name, std::initializer_list<std::string> words) {
     };
 }
 
-Argument text(const char *name, std::string Options::*value) {
+Argument text(const char *name, std::string Options::*value, bool required) {
     return [=](CLI::App &command, Options &options) {
-        command.add_option(name, options.*value)->required()->check(check_utf8);
-    };
-}
-
-Argument optional_text(const char *name, std::string Options::*value) {
-    return [=](CLI::App &command, Options &options) {
-        command.add_option(name, options.*value)->check(check_utf8);
+        command.add_option(name, options.*value)->required(required)->check(check_utf8);
     };
 }
 

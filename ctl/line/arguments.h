@@ -21,9 +21,7 @@ using Argument = std::function<void(CLI::App &command, Options &options)>;
 /* One of `words`, all of which `name` shows; into Options::word. */
 Argument one_of(const char *name, std::initializer_list<std::string> words);
 /* A text for the bus. */
-Argument text(const char *name, std::string Options::*value);
-/* The same, which may be left out. */
-Argument optional_text(const char *name, std::string Options::*value);
+Argument text(const char *name, std::string Options::*value, bool required = true);
 
 Argument flag(const char *name, bool Options::*value, const char *help);
 /* "--name=SHOWN": any text. */

@@ -46,36 +46,6 @@ public:
     }
 };
 
-struct ExitSpec {
-    int status;
-    const char *meaning;
-};
-
-constexpr ExitSpec exits[] = {
-    {Exit::ok, "done"},
-    {Exit::failed, "failed: a run step failed, or another took over, or as the message says"},
-    {Exit::usage, "usage: the command line is wrong"},
-    {Exit::refused, "refused: the request cannot be granted now; the message says why"},
-    {Exit::not_running, "the daemon is not running"},
-    {Exit::timed_out, "timed out"},
-    {Exit::not_permitted, "not permitted by the policy of the bus"},
-    {Exit::bus_unreachable, "the system bus cannot be reached"},
-    {Exit::no_corosync, "the daemon is not running, and neither is corosync"},
-};
-
-std::string exit_status_text() {
-    std::string text =
-        "'duskvalectl help COMMAND' shows which options a command takes.\n\nExit status:\n";
-    for (const ExitSpec &exit : exits) {
-        text += "  " + std::to_string(exit.status) + "  " + exit.meaning + "\n";
-    }
-    return text + "'check' and 'doctor' end with 0 OK, 1 warning, 2 critical, 3 unknown instead.";
-}
-
-WrongLine no_such(const std::string &command) {
-    return {nullptr, "there is no command '" + command + "'"};
-}
-
 class Line {
 public:
     explicit Line(std::span<const Command> table) : commands(table) {
@@ -91,16 +61,14 @@ public:
             }
         }
         app.set_version_flag("--version", "duskvalectl " DUSKVALE_VERSION, "show the version");
-        app.footer(exit_status_text());
+        app.footer("'duskvalectl help COMMAND' shows which options a command takes.\n"
+                   "More, such as the exit statuses: man duskvalectl");
     }
 
     Parsed parse(std::vector<std::string> words) {
         const bool named = !words.empty() && !words.front().starts_with('-');
         if (named) {
-            options.command = find(words.front());
-            if (options.command == nullptr) {
-                throw no_such(words.front());
-            }
+            options.command = &find(words.front());
         } else if (words != Words{"--help"} && words != Words{"-h"} &&
                    words != Words{"--version"}) {
             /* Options without a command are those of the first. */
@@ -139,9 +107,12 @@ public:
 private:
     using Words = std::vector<std::string>;
 
-    const Command *find(const std::string &name) const {
+    const Command &find(const std::string &name) const {
         const auto found = std::ranges::find(commands, name, &Command::name);
-        return found != commands.end() ? &*found : nullptr;
+        if (found == commands.end()) {
+            throw WrongLine{nullptr, "there is no command '" + name + "'"};
+        }
+        return *found;
     }
 
     Parsed help() {
@@ -149,10 +120,7 @@ private:
         if (options.text.empty()) {
             return Text{app.help()};
         }
-        if (find(options.text) == nullptr) {
-            throw no_such(options.text);
-        }
-        return Text{app.get_subcommand(options.text)->help(app.get_name())};
+        return Text{app.get_subcommand(find(options.text).name)->help(app.get_name())};
     }
 
     std::string extra_text(const std::string &word, bool named) const {

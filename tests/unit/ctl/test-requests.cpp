@@ -115,7 +115,7 @@ TEST_F(Requests, sayWhenTheDaemonEndsMeanwhile) {
     up(other);
     on_take_over = [this] { stop(); };
     Child child([] {
-        leave_network(true);
+        corosync_runs(true);
         exec_duskvalectl({"take-over", "--wait"});
     });
     EXPECT_EQ(child.end(), 4) << child.stderr_text();

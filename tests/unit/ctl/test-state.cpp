@@ -50,8 +50,8 @@ TEST_F(State, saysWhatIsMissingAndWhatToTry) {
             text += transcript(words, outcome_of(child));
         }
     };
-    ask("no corosync", [] { leave_network(false); });
-    ask("no daemon", [] { leave_network(true); });
+    ask("no corosync", [] { corosync_runs(false); });
+    ask("no daemon", [] { corosync_runs(true); });
     ask("no bus", [] { setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1); });
     expect_golden("missing", text);
 }
@@ -84,7 +84,7 @@ TEST_F(State, ofADaemonThatEndsDuringACallIsThatItDoesNotRun) {
         return client.driver("NameHasOwner", "('" DUSKVALE_BUS_NAME "',)") == "(true,)";
     }));
     Child child([] {
-        leave_network(true);
+        corosync_runs(true);
         exec_duskvalectl({"status"});
     });
     EXPECT_EQ(child.end(), 4) << child.stderr_text();

@@ -1,8 +1,0 @@
-/* Whether corosync runs on this node. */
-#pragma once
-
-namespace ctl {
-
-bool corosync_is_there();
-
-} // namespace ctl
