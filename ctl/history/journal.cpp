@@ -69,6 +69,35 @@ std::vector<Record> place_ends(std::vector<Record> records) {
     return records;
 }
 
+/*
+ * The daemon logs that the group has changed, and prints who came and went on its standard output,
+ * which takes another way to the journal and so comes later, after lines of the daemon that tell
+ * what followed. This puts the Joined and Left in the place of their GroupChanged and gives them
+ * that time. One that no change of the same daemon came shortly before is dropped: a run step,
+ * which shares the output, has printed it.
+ */
+std::vector<Record> place_group_lists(const std::vector<Record> &records) {
+    std::vector<Record> result;
+    std::size_t place = 0; /* behind the last change and what of its lists has come; 0: none yet */
+    for (const Record &record : records) {
+        Record *change = place != 0 ? &result[place - 1] : nullptr;
+        if (!std::holds_alternative<Joined>(record.event) &&
+            !std::holds_alternative<Left>(record.event)) {
+            result.push_back(record);
+            place = std::holds_alternative<GroupChanged>(record.event) ? result.size() : place;
+        } else if (change != nullptr && change->daemon == record.daemon &&
+                   microseconds_between(change->time, record.time) < latest_list_us) {
+            const Record placed{change->time, record.daemon, record.event};
+            if (std::holds_alternative<GroupChanged>(change->event)) {
+                *change = placed;
+            } else {
+                result.insert(result.begin() + static_cast<std::ptrdiff_t>(place++), placed);
+            }
+        }
+    }
+    return result;
+}
+
 Reading read_last(const Source &source, std::size_t entries) {
     const std::string name = source.file.empty() ? "the journal" : source.file;
     Reading reading;
@@ -106,28 +135,6 @@ Reading read_records(const Source &source, std::size_t entries,
         reading = read_last(source, entries);
     }
     return reading;
-}
-
-std::vector<Record> place_group_lists(const std::vector<Record> &records) {
-    std::vector<Record> result;
-    std::size_t place = 0; /* behind the last change and what of its lists has come; 0: none yet */
-    for (const Record &record : records) {
-        Record *change = place != 0 ? &result[place - 1] : nullptr;
-        if (!std::holds_alternative<Joined>(record.event) &&
-            !std::holds_alternative<Left>(record.event)) {
-            result.push_back(record);
-            place = std::holds_alternative<GroupChanged>(record.event) ? result.size() : place;
-        } else if (change != nullptr && change->daemon == record.daemon &&
-                   microseconds_between(change->time, record.time) < latest_list_us) {
-            const Record placed{change->time, record.daemon, record.event};
-            if (std::holds_alternative<GroupChanged>(change->event)) {
-                *change = placed;
-            } else {
-                result.insert(result.begin() + static_cast<std::ptrdiff_t>(place++), placed);
-            }
-        }
-    }
-    return result;
 }
 
 } // namespace ctl

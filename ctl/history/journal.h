@@ -35,13 +35,4 @@ struct Reading {
 Reading read_records(const Source &source, std::size_t entries,
                      const std::function<bool(const Reading &)> &enough);
 
-/*
- * The daemon logs that the group has changed, and prints who came and went on its standard output,
- * which takes another way to the journal and so comes later, after lines of the daemon that tell
- * what followed. This puts the Joined and Left in the place of their GroupChanged and gives them
- * that time. One that no change of the same daemon came shortly before is dropped: a run step,
- * which shares the output, has printed it. read_records() has done it.
- */
-std::vector<Record> place_group_lists(const std::vector<Record> &records);
-
 } // namespace ctl
