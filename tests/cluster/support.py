@@ -3,6 +3,7 @@
 import contextlib
 import os
 import re
+import signal
 import time
 
 from lab.waiting import now, wait_until
@@ -38,6 +39,11 @@ HEALED = STOPPED + STARTED
 
 def others(lab, *numbers):
     return [node for node in lab.nodes if node.number not in numbers]
+
+
+def aborted(nodes, since=None):
+    """The aborts of their daemons since then, or the last reset, as when two masters meet."""
+    return [end for node in nodes for end in node.exits(since) if end.status == signal.SIGABRT]
 
 
 def wait_everywhere(nodes, name, *arguments, since):

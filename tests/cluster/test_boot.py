@@ -1,10 +1,9 @@
 """A ring that forms again, or that all nodes form at once: the daemons wait, and none aborts."""
 
 import re
-import signal
 
 import pytest
-from support import lines, others, time_at
+from support import aborted, lines, others, time_at
 
 from lab.waiting import now
 
@@ -15,13 +14,6 @@ def _four(make_lab):
     lab = make_lab(nodes=4, token=3000)
     yield lab
     lab.down()
-
-
-def aborted(nodes):
-    """Those on which a daemon has aborted since the last reset, as when two masters meet."""
-    return [
-        node for node in nodes if ("killed", signal.SIGABRT) in [exit[1:] for exit in node.exits()]
-    ]
 
 
 def test_killed_corosync_comes_back_with_its_daemon_and_ends_no_other(lab):

@@ -5,7 +5,7 @@ import signal
 import time
 
 import pytest
-from support import LIMIT_S, others, said, write
+from support import LIMIT_S, aborted, others, said, write
 
 from bench.holders import Watch, has_address, overlap
 from lab.examples import EXAMPLES, SERVICE, install, install_address
@@ -69,10 +69,6 @@ def masters_since(lab, since):
     """The masters that were applied on any node since then."""
     return {found.arguments[0] for node in lab.nodes for found in node.signals_since(since)
             if found.name == "NotifyNewMaster"}
-
-
-def aborted(nodes, since):
-    return [end for node in nodes for end in node.exits(since) if end.status == signal.SIGABRT]
 
 
 def test_master_stays_when_slaves_restart(kept):

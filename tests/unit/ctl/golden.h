@@ -5,6 +5,7 @@
 #include "support/child.h"
 #include "support/golden.h"
 
+#include <glib.h>
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -88,6 +89,23 @@ inline std::string session(
         between();
     }
     return text;
+}
+
+/* Carries out the command lines of a kept example again: a new case is a "$" line there. */
+inline void expect_session(const std::string &name) {
+    std::string text;
+    std::istringstream lines(file_text(std::filesystem::path(GOLDEN) / name));
+    for (std::string line; std::getline(lines, line);) {
+        gchar **words = nullptr;
+        if (line.starts_with("$ duskvalectl") &&
+            g_shell_parse_argv(line.substr(2, line.find("  # ") - 2).c_str(), nullptr, &words,
+                               nullptr)) {
+            const Words arguments{words + 1, words + g_strv_length(words)};
+            text += transcript(arguments, duskvalectl(arguments));
+        }
+        g_strfreev(words);
+    }
+    expect_golden(name, text);
 }
 
 /* The same as expect_golden for output with the present time in it, which counts only by its form.

@@ -34,45 +34,15 @@ std::set<std::string> options_in_help(const Words &words) {
 } // namespace
 
 TEST(Table, helpShowsAllOfIt) {
-    expect_golden("help", session({{"help"}, {"help", "history"}, {"help", "send"}}));
+    expect_session("help");
     EXPECT_EQ(duskvalectl({"--help"}).out, duskvalectl({"help"}).out);
     EXPECT_EQ(duskvalectl({"freeze", "-h"}).out, duskvalectl({"help", "freeze"}).out);
     EXPECT_EQ(duskvalectl({"--version"}).out, "duskvalectl " PROJECT_VERSION "\n");
 }
 
 TEST(Table, usageFaultsAreReportedWithoutTouchingTheBus) {
-    expect_golden("usage", session({
-                               {"stauts"},
-                               {"--bogus"},
-                               {"--wait", "take-over"},
-                               {"status", "extra"},
-                               {"status", "--json=1"},
-                               {"monitor", "--wait"},
-                               {"freeze"},
-                               {"freeze", "kernel", "upgrade"},
-                               {"freeze", "  "},
-                               {"freeze", "two\nlines"},
-                               {"take-over", "--wait=soon"},
-                               {"take-over", "--wait=100000001"},
-                               {"take-over", "--wait=-1"},
-                               {"take-over", "--wait=nan"},
-                               {"prefer", "maybe"},
-                               {"wait", "quiet"},
-                               {"wait", "master", "--timeout"},
-                               {"wait", "master", "--timeout=0"},
-                               {"check", "--members=none"},
-                               {"check", "--members=0"},
-                               {"check", "--members=-1"},
-                               {"check", "--members=4294967296"},
-                               {"check", "--bogus"},
-                               {"doctor", "--bogus"},
-                               {"send", "caf\xe9"},
-                               {"hotplug", "plug", "/sys/x"},
-                               {"hotplug", "add", "relative"},
-                               {"history", "--last=0"},
-                               {"why", "--since=today", "--log=-"},
-                               {"help", "stauts"},
-                           }));
+    expect_session("usage");
+    EXPECT_THAT(duskvalectl({"freeze", "two\nlines"}).err, HasSubstr("must be one line"));
     EXPECT_THAT(duskvalectl({"freeze", std::string(1001, 'x')}).err,
                 HasSubstr("too long, at most 1000 bytes"));
     /* What is just allowed goes on, and finds no daemon. */
