@@ -75,6 +75,7 @@ class Host:
                     # By now the handle keeps the pid from being used again.
                     if (pid, name) in _hosts():
                         return host
+                    os.close(host._handle)
         return None
 
     def stay(self):
@@ -117,6 +118,10 @@ class Host:
         """Comes back at once."""
         group, log = f"{_DIRECTORY}/cgroup/{name}", f"{_DIRECTORY}/{name}/boot.log"
         self.run("sh", "-euc", _BOOT, group, log, PROGRAMS / "boot", name, addresses, link_address)
+
+    def power_off(self, name):
+        """Ends all processes of the node at once."""
+        (self.directory / "cgroup" / name / "cgroup.kill").write_text("1", encoding="ascii")
 
     def is_on(self, name):
         """Whether the node runs: from `boot` on, until the last of its processes has ended."""

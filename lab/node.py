@@ -1,7 +1,6 @@
 """One node of a lab, seen from outside: its daemon and other units, its journal, files, power and
 cable."""
 
-import os
 import pathlib
 import re
 import shutil
@@ -249,9 +248,8 @@ class Node:
 
     def power_off(self):
         """Ends everything on the node at once, as a power cut does. Its disk stays."""
-        init = self.init
         self.lab.host.unplug(self.name)
-        os.kill(init, signal.SIGKILL)
+        self.lab.host.power_off(self.name)
         self._wait(lambda: not self.is_on(), 30.0, f"{self} is off")
 
     def power_on(self, wait=True):
