@@ -91,10 +91,10 @@ static void judge_cluster(Turn &turn, const std::string &freeze_changed, Causes 
     const Known &known = turn.known;
     const NodeId frozen = known.current.frozen_node;
     const bool alone = known.current.members < 2;
+    const NodeId master = known.current.master_node;
+    judge_master(turn, master, causes);
     for (const auto &[node, name] : known.nodes()) {
-        if (node == known.current.master_node) {
-            judge_master(turn, node, causes);
-        } else if (known.corosync.nodes.contains(node) || known.member(node)) {
+        if (node != master && (known.corosync.nodes.contains(node) || known.member(node))) {
             judge_other(known, node, causes);
         }
     }

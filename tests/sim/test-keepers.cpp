@@ -420,5 +420,19 @@ TEST(KeptService, DoesNotGoRoundForEver) {
     }
 }
 
+/* Whoever can send to the group can name any node. */
+TEST(KeptService, IsMissedWhenTheMasterIsNotANodeOfTheCluster) {
+    Kept c(3, 1);
+    for (auto &[key, machine] : c.machines) {
+        c.start(key);
+    }
+    c.run(10'000);
+    c.inject(words('M', {99, 0, 0}));
+    c.run(100);
+    for (auto &[key, machine] : c.machines) {
+        EXPECT_THAT(machine.keeper->judgement().causes.at(0), testing::HasSubstr("is missing"));
+    }
+}
+
 } // namespace
 } // namespace sim
