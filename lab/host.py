@@ -155,6 +155,14 @@ class Host:
         if f"port-{name}" in self._links():
             self.run("ip", "link", "set", f"port-{name}", "master", side, state)
 
+    def set_deaf(self, link_address, deaf):
+        """What is sent to this card goes to the switch itself, which does not want it."""
+        entry = (link_address, "dev", SWITCH, "self", "permanent")
+        if deaf:
+            self.run("bridge", "fdb", "replace", *entry)
+        else:
+            self.run("sh", "-c", 'bridge fdb delete "$@" 2>/dev/null || :', "sh", *entry)
+
     def unplug(self, name):
         """The node's network card has gone, as with its power."""
         if f"port-{name}" in self._links():

@@ -242,8 +242,13 @@ class Node:
         side, _ = self.lab.host.cable(self.name)
         self.lab.host.set_cable(self.name, side, "down")
 
+    def deafen(self):
+        """What the node sends arrives; what is sent to it does not, on any of its addresses."""
+        self.lab.host.set_deaf(link_address_of(self.number), True)
+
     def heal(self):
-        """Repairs the cable, and ends a partition for this node."""
+        """Repairs the cable in both directions, and ends a partition for this node."""
+        self.lab.host.set_deaf(link_address_of(self.number), False)
         self.lab.host.set_cable(self.name, SWITCH, "up")
 
     def power_off(self):

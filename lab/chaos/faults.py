@@ -34,6 +34,7 @@ class Faults:
             "corosync restarted": self._unit("restart", COROSYNC),
             "bus killed": self._kill("dbus.service"),
             "journald killed": self._kill("systemd-journald.service"),
+            "journald hangs": self._pause("systemd-journald.service"),
             "daemon hangs": self._pause(DAEMON),
             "corosync hangs": self._pause(COROSYNC),
             "all that hangs goes on": lambda _node: self.resume(),
@@ -41,6 +42,7 @@ class Faults:
             "power back": lambda _node: self._power_on(),
             "reboot": lambda node: node.reboot(),
             "cable cut": lambda node: (node.cut(), self.cut.add(node)),
+            "cable cut in one direction": lambda node: (node.deafen(), self.cut.add(node)),
             "cables repaired": lambda _node: self._heal(),
             "address lost": lambda node: node.run(
                 ["ip", "address", "delete", f"{ADDRESS}/32", "dev", "eth0"]),
