@@ -1,3 +1,4 @@
+#include "base/glib-log.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "coordinator/duskvale-corosync.h"
@@ -107,6 +108,7 @@ int run_mainloop() {
 
 int main(int argc, char *argv[]) {
     progname = argv[0];
+    duskvale_limit_glib_log();
     Options options;
     const int unknown = parse_options(argc, argv, &options);
     if (unknown != 0) {

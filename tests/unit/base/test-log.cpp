@@ -1,11 +1,14 @@
+#include "base/glib-log.h"
 #include "base/log.h"
 #include "support/capture.h"
 #include "support/child.h"
 #include "support/syslog-socket.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
@@ -24,6 +27,21 @@ TEST(LogLine, CarriesThePrefixOfItsKindAndNothingElse) {
     DUSKVALE_DBG(LogCategory::cpg_glib, "of too low a level\n");
     EXPECT_EQ(err.text(), "ERR(TestBody):no newlineWARN: 1\n"
                           "INFO: plain\nDBG(CPG_GLIB): TestBody: \n");
+}
+
+TEST(GLibLog, WritesTenWarningsAMinuteAndWhatIsWorse) {
+    Child child([] {
+        g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK));
+        duskvale_limit_glib_log();
+        for (int i = 0; i < 1000; i++) {
+            g_warning("of a stranger");
+        }
+        g_critical("worse");
+    });
+    EXPECT_EQ(child.end(), 0);
+    const std::string text = child.stderr_text();
+    EXPECT_NE(text.find("stranger (others are left out for up to a minute)"), text.npos) << text;
+    EXPECT_EQ(std::ranges::count(text, '*'), 11 * 4) << text;
 }
 
 TEST(Syslog, FilesLinesUnderTheNamedFacilityWhateverItsCase) {
