@@ -1,8 +1,8 @@
 #include "ctl/ask/problem.h"
 
-#include "ctl/ask/program.h"
 #include "ctl/exit-status.h"
 #include "ctl/print/text.h"
+#include "ctl/program.h"
 
 #include "base/paths.h"
 

@@ -1,9 +1,9 @@
 #include "ctl/ask/request.h"
 
-#include "ctl/ask/program.h"
 #include "ctl/exit-status.h"
 #include "ctl/history/sentence.h"
 #include "ctl/print/text.h"
+#include "ctl/program.h"
 
 #include "base/paths.h"
 

@@ -1,7 +1,7 @@
-#include "ctl/ask/program.h"
 #include "ctl/ask/request.h"
 #include "ctl/commands/commands.h"
 #include "ctl/print/text.h"
+#include "ctl/program.h"
 
 #include "base/paths.h"
 

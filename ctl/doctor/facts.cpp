@@ -1,7 +1,7 @@
 #include "ctl/doctor/facts.h"
 
-#include "ctl/ask/program.h"
 #include "ctl/doctor/checks.h"
+#include "ctl/program.h"
 
 #include "base/paths.h"
 

@@ -1,6 +1,6 @@
 #include "ctl/history/journal.h"
 
-#include "ctl/ask/program.h"
+#include "ctl/program.h"
 
 #include "base/paths.h"
 

@@ -1,4 +1,4 @@
-#include "ctl/ask/program.h"
+#include "ctl/program.h"
 
 #include <glib.h>
 #include <sys/wait.h>
