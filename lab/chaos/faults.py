@@ -46,7 +46,7 @@ class Faults:
             "cables repaired": lambda _node: self._heal(),
             "address lost": lambda node: node.run(
                 ["ip", "address", "delete", f"{ADDRESS}/32", "dev", "eth0"]),
-            "the bad step is gone": self._remove_step,
+            "the bad step is gone": self.remove_step,
             "requests cross": self._requests,
         }
         self._kinds.update({name: self._step(text) for name, text in STEPS.items()})
@@ -77,7 +77,7 @@ class Faults:
         self._power_on()
         self._heal()
         for node in self.lab.nodes:
-            self._remove_step(node)
+            self.remove_step(node)
             node.systemctl("reset-failed", DAEMON, COROSYNC, check=False)
             node.systemctl("start", "--no-block", COROSYNC, DAEMON, check=False)
             if node.image == "keeper":
@@ -124,7 +124,7 @@ class Faults:
         return lambda node: node.write_step(BAD_STEP, text)
 
     @staticmethod
-    def _remove_step(node):
+    def remove_step(node):
         node.file(f"{RUN_DIRECTORY}/{BAD_STEP}").unlink(missing_ok=True)
 
     def _requests(self, _node):

@@ -8,6 +8,7 @@ from ..paths import DAEMON, SETTINGS
 from ..waiting import LabError
 
 _STEPS = re.compile(r"INFO: -+ started .* \(is_master=(\d)\)")
+_DONE = re.compile(r"INFO: -+ run steps done \((\d+) errors\)")
 
 
 def broken(nodes, together):
@@ -54,10 +55,21 @@ def has_address(node):
 
 def _last_role(node):
     """Whether the last sequence of the daemon that runs was that of a master; None: it had none."""
+    last = _last_line(node, _STEPS)
+    return last[1] == "1" if last else None
+
+
+def steps_failed(node):
+    """Whether a step of the last sequence of the daemon that runs has."""
+    last = _last_line(node, _DONE)
+    return last is not None and last[1] != "0"
+
+
+def _last_line(node, pattern):
     begun = int(node.show("ExecMainStartTimestampMonotonic")) / 1e6
     found = [match for entry in node.journal.entries(begun, DAEMON)
-             if (match := _STEPS.search(entry.text))]
-    return found[-1][1] == "1" if found else None
+             if (match := pattern.search(entry.text))]
+    return found[-1] if found else None
 
 
 def _badly_stored(node, state):

@@ -8,10 +8,10 @@ import time
 
 from ..cluster import Lab
 from ..examples import install_address
-from ..paths import EXAMPLES, KEEPER
+from ..paths import DAEMON, EXAMPLES, KEEPER
 from ..waiting import LabError, now
 from .faults import Faults
-from .invariants import broken
+from .invariants import broken, steps_failed
 
 HEAL_LIMIT_S = 60.0
 HOLD_S = 2.0      # for so long without a break it must hold
@@ -42,11 +42,13 @@ class Chaos:
             names = self._burst()
             self.faults.resume()
             self.faults.repair() if random.random() < 0.3 else self._start_what_gave_up()
+            self._start_what_failed()
             self.heals.append((self._wait_healed(), names))
             for node in self.lab.nodes:
                 if any(e.status == signal.SIGABRT for e in node.exits(since)):
                     self.aborts[", ".join(names)] += 1
         self.faults.repair()
+        self._start_what_failed()
         self._wait_healed()
 
     def _burst(self):
@@ -68,6 +70,13 @@ class Chaos:
                 node.systemctl("start", "--no-block", "corosync", "duskvale-corosync-bridge",
                                check=False)
                 node.duskvalectl("fit", check=False)
+
+    def _start_what_failed(self):
+        """What was not started is not watched: somebody repairs the step, and starts again."""
+        for group in self.faults.groups():
+            for node in filter(steps_failed, group):
+                self.faults.remove_step(node)
+                node.systemctl("restart", "--no-block", DAEMON, check=False)
 
     def _wait_healed(self):
         """Seconds from now until it held, for good."""
