@@ -28,7 +28,10 @@ bool Known::present(NodeId node) const {
 
 std::string Known::why_unfit(NodeId node) const {
     const Report last = report(node);
-    return !present(node)                       ? "its keeper is not heard"
+    const char *silent = node != local ? "its keeper is not heard"
+                         : ready       ? "corosync does not carry its messages"
+                                       : "its daemon does not run";
+    return !present(node)                       ? silent
            : !last.unfit.empty()                ? last.unfit
            : last.quorum == Quorum::no          ? "it has no quorum"
            : last.leaving                       ? "its daemon is being stopped"
