@@ -23,7 +23,6 @@ constexpr int64_t last_words_us = 100'000;
 
 /* A long journal on a slow disk takes its time. */
 constexpr int journal_limit_s = 300;
-constexpr const char *unit = "_SYSTEMD_UNIT=" DUSKVALE_IDENT ".service";
 constexpr const char *fields =
     "--output-fields=MESSAGE,MESSAGE_ID,SYSLOG_IDENTIFIER,SYSLOG_PID,_PID,"
     "_UID,_COMM,_SYSTEMD_UNIT,UNIT,EXIT_CODE,EXIT_STATUS,COMMAND";
@@ -40,9 +39,10 @@ std::string read_source(const Source &source, const std::string &name, std::size
     }
     /* Not both --lines and --since: then journalctl (systemd 252) prints the first lines. */
     const ProgramAnswer answer = ask_program(
-        {"journalctl", "--quiet", "--no-pager", "--output=json", fields, "_UID=0", unit, "+",
-         "_PID=1", "UNIT=" DUSKVALE_IDENT ".service", "+", "_UID=0",
-         "SYSLOG_IDENTIFIER=duskvalectl", "+", "_UID=0", "_SYSTEMD_UNIT=duskvale-keeper.service",
+        {"journalctl", "--quiet", "--no-pager", "--output=json", fields, "_UID=0",
+         "_SYSTEMD_UNIT=duskvale-corosync-bridge.service", "+", "_PID=1",
+         "UNIT=duskvale-corosync-bridge.service", "+", "_UID=0", "SYSLOG_IDENTIFIER=duskvalectl",
+         "+", "_UID=0", "_SYSTEMD_UNIT=duskvale-keeper.service",
          source.since.empty() ? "--lines=" + std::to_string(entries) : "--since=" + source.since},
         journal_limit_s);
     if (answer.status != 0) {
