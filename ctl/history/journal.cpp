@@ -2,8 +2,6 @@
 
 #include "ctl/program.h"
 
-#include "base/paths.h"
-
 #include <glib.h>
 
 #include <algorithm>
