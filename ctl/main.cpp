@@ -10,14 +10,14 @@
 int main(int argc, char **argv) {
     using namespace ctl;
     std::setlocale(LC_CTYPE, "");
-    int status = Exit::failed;
+    int status = Exit::failed, failed = Exit::failed;
     try {
         const Parsed parsed = parse_line(commands(), argc, argv);
         if (const auto *options = std::get_if<Options>(&parsed)) {
             const Command &command = *options->command;
             /* For an exception that nothing expects. A monitoring system must not take it for a
                warning. */
-            status = command.is_check ? CheckExit::unknown : Exit::failed;
+            status = failed = command.is_check ? CheckExit::unknown : Exit::failed;
             status = command.run(*options);
         } else {
             print(std::get<Text>(parsed).text);
@@ -30,5 +30,5 @@ int main(int argc, char **argv) {
     } catch (const std::exception &fault) {
         complain(status, std::string("cannot go on: ") + fault.what());
     }
-    return finish_output(status);
+    return finish_output(status, failed);
 }

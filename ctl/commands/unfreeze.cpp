@@ -71,6 +71,9 @@ int command_unfreeze(const Options &options) {
     if (options.alone) {
         return unfreeze_alone(options);
     }
+    if (options.yes) {
+        throw WrongLine{options.command, "--yes is for --alone"};
+    }
     Request request;
     request.name = "unfreeze";
     request.call = client::unfreeze();

@@ -30,7 +30,7 @@ int command_why(const Options &options) {
     if (options.json) {
         print_line(json_line({{"change", change ? json_change(*change) : Json()}}));
     } else if (!change) {
-        print_line("the journal shows no change of master");
+        print_line("what was read shows no change of master");
     } else {
         for (const Sentence &sentence : change->sentences) {
             print_line(date_clock_text(sentence.time.realtime) + "  " + sentence.text);

@@ -90,7 +90,7 @@ public:
         if (next.lost != now) {
             next.later = "it started again" + and_at();
         } else if (!boot.empty() && boot != records[now].time.boot) {
-            next.first_words = "this node booted";
+            next.first_words = "this node's daemon started after this node booted";
         }
         ended = false;
         members.clear();
@@ -106,7 +106,7 @@ public:
     }
     void operator()(const MastersDisagree &) {
         end_daemon();
-        next.reunited = recent(reunited) ? reunited : std::nullopt;
+        next.reunited = reunited;
     }
 
     void operator()(const OperatorRequest &event) {
@@ -176,6 +176,7 @@ public:
     }
 
     void operator()(const ElectionEnded &event) {
+        reunited.reset(); /* they agree */
         next.preferred = event.preferred;
         if (event.how != "stays") {
             chosen = now;
@@ -281,10 +282,12 @@ private:
     std::string cause(std::size_t at) const {
         std::string text = change->first_words.empty() ? words(at) : change->first_words;
         /* Those that corosync lost at once are one cause. */
-        for (std::size_t i = at + 1; get<Left>(at) && i < records.size() && get<Left>(i); i++) {
-            text += ", and so did " + name(get<Left>(i)->node);
+        const auto *left = get<Left>(at);
+        for (std::size_t i = at + 1; left && i < records.size() && span(at, i) == 0; i++) {
+            text += get<Left>(i) ? ", and " + words(i) : "";
         }
-        text += change->alone ? "; or this node was cut off" : "";
+        const bool lost = left && left->reason == Reason::node_down;
+        text += lost && change->alone ? "; or this node was cut off" : "";
         if (get<MastersDisagree>(at)) {
             const std::string together = " (no nodes had been apart: one was held up, or a "
                                          "take-over crossed an election)";
@@ -320,7 +323,7 @@ private:
         case Way::kept:
             return "the election that followed kept " + winner + " as master";
         case Way::during_election:
-            return winner + " took over" + place + " while an election ran";
+            return winner + " took over" + place + " while an election ran, as asked or elected";
         case Way::take_over:
             /* Without a word of an election, of which the next moment might bring the end. */
             return winner + (fresh ? " took over" : " was asked to take over") + place;

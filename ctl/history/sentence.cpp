@@ -6,11 +6,6 @@ namespace ctl {
 
 namespace {
 
-/* ": the text", or nothing. */
-std::string with(const std::string &text) {
-    return text.empty() ? "" : ": " + printable(text);
-}
-
 std::string left_text(Reason reason, const std::string &node) {
     return reason == Reason::process_gone ? "the daemon of " + node + " ended"
            : reason == Reason::node_down  ? node + " went down, was cut off or lost its corosync"
@@ -47,7 +42,7 @@ Wording wording(const Event &event, NodeId local) {
     const auto name = [local](NodeId node) { return name_of(node, local); };
     const auto frozen = [&](NodeId node, const std::string &reason) {
         return (node != 0 ? "mastership is frozen to " + name(node) : "mastership is not frozen") +
-               with(reason);
+               (reason.empty() ? "" : ": " + printable(reason));
     };
     const auto node = [](NodeId id) { return Json{{"node", json_node(id)}}; };
     const auto visitor = client::Overloaded{
@@ -91,7 +86,8 @@ Wording wording(const Event &event, NodeId local) {
             return say("give-back", name(e.sender) + " was asked to give mastership back");
         },
         [&](const MastersDisagree &e) {
-            const std::string both = name(e.sender) + " named " + name(e.there) +
+            const std::string who = e.sender == local ? "this node's late answer" : name(e.sender);
+            const std::string both = who + " named " + name(e.there) +
                                      " as master where this node named " + name(e.here);
             return say("masters-disagree", both + ", and this node's daemon ended itself", bad);
         },
@@ -124,7 +120,7 @@ Wording wording(const Event &event, NodeId local) {
             return say("keep-alive", "keep-alive from " + name(e.node), plain, node(e.node));
         },
         [](const client::Text &e) {
-            return say("message", "message" + with(e.text), plain, {{"text", e.text}});
+            return say("message", "message: " + printable(e.text), plain, {{"text", e.text}});
         },
     };
     return std::visit(visitor, event);

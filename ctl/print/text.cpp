@@ -148,14 +148,13 @@ bool print_line(const std::string &text) {
     return print(text + "\n") && succeeded(std::fflush(stdout) == 0);
 }
 
-int finish_output(int status) {
+int finish_output(int status, int failed) {
     succeeded(std::fflush(stdout) == 0);
     /* Who closes a pipe has seen enough. */
     if (output_fault == 0 || output_fault == EPIPE) {
         return status;
     }
-    return complain(Exit::failed,
-                    std::string("cannot write the output: ") + std::strerror(output_fault));
+    return complain(failed, std::string("cannot write the output: ") + std::strerror(output_fault));
 }
 
 } // namespace ctl

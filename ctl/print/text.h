@@ -52,8 +52,8 @@ bool print(const std::string &text);
 /* The same with a newline, written out at once. */
 bool print_line(const std::string &text);
 
-/* Writes out what is buffered; Exit::failed, with a message, when not all could be written, else
-   `status`. A reader who had enough and closed the pipe is no failure. */
-int finish_output(int status);
+/* Writes out what is buffered; `failed`, with a message, when not all could be written, else
+   `status`. That a reader had enough and closed the pipe is not a failure. */
+int finish_output(int status, int failed);
 
 } // namespace ctl

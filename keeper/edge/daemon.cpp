@@ -10,24 +10,24 @@ constexpr const char *signals[] = {"NotifyNewMaster",  "NotifyFrozenMaster", "No
                                    "NotifyLeft",       "NotifyGotMessage",   "NotifyRunstepBegin",
                                    "NotifyRunstepEnd", "NotifyRunstepsDone"};
 
-static void tell(gpointer deliver, const Input &input) {
+static void pass_on(gpointer deliver, const Input &input) {
     (*static_cast<Deliver *>(deliver))(input);
 }
 
 static void on_signal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
                       const gchar *name, GVariant *arguments, gpointer deliver) noexcept {
     if (const auto read = client::read_announcement(name, arguments)) {
-        tell(deliver, input_of(*read));
+        pass_on(deliver, input_of(*read));
     }
 }
 
 static void on_appeared(GDBusConnection *, const gchar *, const gchar *,
                         gpointer deliver) noexcept {
-    tell(deliver, DaemonAppeared{});
+    pass_on(deliver, DaemonAppeared{});
 }
 
 static void on_vanished(GDBusConnection *, const gchar *, gpointer deliver) noexcept {
-    tell(deliver, DaemonVanished{});
+    pass_on(deliver, DaemonVanished{});
 }
 
 void follow_daemon(GDBusConnection *bus, Deliver &deliver) {

@@ -121,7 +121,8 @@ TEST(Why, answersOnEachNodeAfterEachCase) {
    report of its end. */
 TEST(History, believesOnlyWhoItIsAboutAndPutsThingsInOrder) {
     std::string text;
-    for (const std::string name : {"forged", "lists", "late-words"}) {
+    for (const std::string name :
+         {"forged", "lists", "late-words", "apart", "one-by-one", "own-answer"}) {
         const std::string log =
             "--log=" + source_path("tests/unit/ctl/journals-edited/" + name).string();
         text += "### " + name + "\n" + duskvalectl({"history", log}).out +
