@@ -44,13 +44,13 @@ class Faults:
             "cable cut": lambda node: (node.cut(), self.cut.add(node)),
             "cable cut in one direction": lambda node: (node.deafen(), self.cut.add(node)),
             "cables repaired": lambda _node: self._heal(),
-            "address lost": lambda node: node.run(
-                ["ip", "address", "delete", f"{ADDRESS}/32", "dev", "eth0"]),
             "the bad step is gone": self.remove_step,
             "requests cross": self._requests,
         }
         self._kinds.update({name: self._step(text) for name, text in STEPS.items()})
-        if keepers:
+        if keepers:  # Without one nobody would give the address back.
+            self._kinds["address lost"] = lambda node: node.image == "keeper" and node.run(
+                ["ip", "address", "delete", f"{ADDRESS}/32", "dev", "eth0"])
             self._kinds["keeper killed"] = self._kill(KEEPER)
             self._kinds["keeper hangs"] = self._pause(KEEPER)
 
