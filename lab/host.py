@@ -163,6 +163,11 @@ class Host:
         else:
             self.run("sh", "-c", 'bridge fdb delete "$@" 2>/dev/null || :', "sh", *entry)
 
+    def isolate(self, name, isolated):
+        """Nodes that are isolated do not meet each other, and still meet all other machines."""
+        self.run("bridge", "link", "set", "dev", f"port-{name}", "isolated",
+                 "on" if isolated else "off")
+
     def unplug(self, name):
         """The node's network card has gone, as with its power."""
         if f"port-{name}" in self._links():

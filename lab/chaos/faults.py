@@ -3,6 +3,7 @@
 import random
 import signal
 import subprocess
+import time
 
 from ..examples import ADDRESS
 from ..paths import COROSYNC, DAEMON, KEEPER, RUN_DIRECTORY
@@ -24,6 +25,7 @@ class Faults:
         self.lab = lab
         self.paused = set()  # (node, unit)
         self.off = set()
+        self.lost_power = []  # (wall clock, node number)
         self.cut = set()
         keepers = any(node.image == "keeper" for node in lab.nodes)
         self._kinds = {
@@ -46,6 +48,7 @@ class Faults:
             "cables repaired": lambda _node: self._heal(),
             "the bad step is gone": self.remove_step,
             "requests cross": self._requests,
+            "requests cross right after a join": self._join_and_request,
         }
         self._kinds.update({name: self._step(text) for name, text in STEPS.items()})
         if keepers:  # Without one nobody would give the address back.
@@ -109,6 +112,7 @@ class Faults:
         if len(self.off) + 1 < len(self.lab.nodes):
             self.paused = {(other, unit) for other, unit in self.paused if other != node}
             node.power_off()
+            self.lost_power.append((time.time(), node.number))
             self.off.add(node)
 
     def _power_on(self):
@@ -126,6 +130,10 @@ class Faults:
     @staticmethod
     def remove_step(node):
         node.file(f"{RUN_DIRECTORY}/{BAD_STEP}").unlink(missing_ok=True)
+
+    def _join_and_request(self, node):
+        node.systemctl("restart", DAEMON)
+        self._requests(node)
 
     def _requests(self, _node):
         """From all nodes at once, as operators do who do not talk to each other."""

@@ -3,7 +3,7 @@
 import re
 
 from ..bus import Unanswered
-from ..examples import ADDRESS
+from ..holders import has_address
 from ..paths import DAEMON, SETTINGS
 from ..waiting import LabError
 
@@ -47,10 +47,6 @@ def _broken(together):
         if role not in (None, state["IsMaster"]):
             yield f"the last steps of {node} were for the other role"
         yield from _badly_stored(node, state)
-
-
-def has_address(node):
-    return f" {ADDRESS}/" in node.run(["ip", "-oneline", "-4", "address"]).stdout
 
 
 def _last_role(node):

@@ -4,11 +4,15 @@ import collections
 import random
 import signal
 import statistics
+import sys
 import time
+from typing import NamedTuple
 
-from ..cluster import Lab
-from ..examples import install_address
+from ..cluster import CHECKOUT, Lab
+from ..holders import Watch, has_address, overlap
 from ..paths import DAEMON, EXAMPLES, KEEPER
+from ..tour import services
+from ..tour.outages import Client, longest_silence
 from ..waiting import LabError, now
 from .faults import Faults
 from .invariants import broken, steps_failed
@@ -18,38 +22,64 @@ HOLD_S = 2.0      # for so long without a break it must hold
 WATCH = "90-virtual-address.watch"
 
 
+class Burst(NamedTuple):
+    """`silent`: the client's longest time without an answer until then. `twice`: for how long two
+    of the nodes that were on when it began had the address, on either side of a cut, too."""
+
+    names: list
+    healed: float
+    silent: float
+    twice: float
+
+    @property
+    def cause(self):
+        return self.names[0] if len(self.names) == 1 else "several at once"
+
+
 class Chaos:
     def __init__(self, lab):
         self.lab = lab
         self.faults = Faults(lab)
         self.done = collections.Counter()
         self.aborts = collections.Counter()  # by the faults of the burst
-        self.heals = []
+        self.bursts = []
         self.history = []
         lab.reset()
         for node in lab.nodes:
-            install_address(node)
+            services.install(node)
             if node.image == "keeper":
                 watch = node.file(f"{EXAMPLES}/watch.d/{WATCH}").read_text(encoding="utf-8")
                 node.write_watch(WATCH, watch)
+        self.client = Client(lab.client(), sys.executable, CHECKOUT)
         lab.start()
         lab.wait_master()
+        self._wait_healed()
 
     def run(self, minutes):
         end = now() + 60 * minutes
         while now() < end:
-            since = now()
+            self._one_burst()
+        self.faults.repair()
+        self._start_what_failed()
+        self._wait_healed()
+
+    def _one_burst(self):
+        there = [node for group in self.faults.groups() for node in group]
+        with Watch(there) as watch:
+            holders = {node.number for node in there if has_address(node)}
+            since, wall = now(), time.time()
             names = self._burst()
             self.faults.resume()
             self.faults.repair() if random.random() < 0.3 else self._start_what_gave_up()
             self._start_what_failed()
-            self.heals.append((self._wait_healed(), names))
-            for node in self.lab.nodes:
-                if any(e.status == signal.SIGABRT for e in node.exits(since)):
-                    self.aborts[", ".join(names)] += 1
-        self.faults.repair()
-        self._start_what_failed()
-        self._wait_healed()
+            healed = self._wait_healed()
+            gone = [(at, number, False) for at, number in self.faults.lost_power if at > wall]
+            twice, _ = overlap(holders, sorted(watch.changes() + gone), wall, time.time())
+        silent = longest_silence(self.client.changes(since), now())
+        self.bursts.append(Burst(names, healed, silent, twice))
+        for node in self.lab.nodes:
+            if any(end.status == signal.SIGABRT for end in node.exits(since)):
+                self.aborts[", ".join(names)] += 1
 
     def _burst(self):
         names = []
@@ -92,12 +122,20 @@ class Chaos:
         raise LabError(f"not healed within {HEAL_LIMIT_S:g} s: {'; '.join(why)}")
 
     def report(self):
-        times = sorted(seconds for seconds, _ in self.heals)
-        longest, names = max(self.heals)
+        times = sorted(burst.healed for burst in self.bursts)
+        longest = max(self.bursts, key=lambda burst: burst.healed)
         print(f"{sum(self.done.values())} faults in {len(times)} bursts: {dict(self.done)}")
         print(f"until all was well, s: median {statistics.median(times):.1f}, 95 of 100 "
-              f"{times[len(times) * 95 // 100]:.1f}, longest {longest:.1f} ({', '.join(names)})")
+              f"{times[len(times) * 95 // 100]:.1f}, longest {longest.healed:.1f} "
+              f"({', '.join(longest.names)})")
         print(f"daemons that ended themselves: {sum(self.aborts.values())} {dict(self.aborts)}")
+        print("| Cause | Bursts | No answer, s: median / most | On two nodes, s: most |\n"
+              "| --- | --- | --- | --- |")
+        for cause in sorted({burst.cause for burst in self.bursts if burst.names}):
+            those = [burst for burst in self.bursts if burst.cause == cause]
+            silent = [burst.silent for burst in those]
+            print(f"| {cause} | {len(those)} | {statistics.median(silent):.2f} / "
+                  f"{max(silent):.2f} | {max(burst.twice for burst in those):.2f} |")
 
 
 def chaos(options):

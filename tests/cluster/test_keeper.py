@@ -7,8 +7,8 @@ import time
 import pytest
 from support import LIMIT_S, aborted, others, said, write
 
-from bench.holders import Watch, has_address, overlap
 from lab.examples import EXAMPLES, SERVICE, install, install_address
+from lab.holders import Watch, has_address, overlap
 from lab.paths import COROSYNC, DAEMON
 from lab.waiting import now
 
@@ -16,8 +16,8 @@ KEEPER = "duskvale-keeper.service"
 WATCH = "90-virtual-address.watch"
 STATE = "/var/lib/duskvale-keeper/state"
 UNIT = "example.service"
-# token + consensus, and what the keeper may need beyond it.
 OBJECT = ("com.norvel.DuskvaleKeeper", "/com/norvel/DuskvaleKeeper", "com.norvel.DuskvaleKeeper")
+# token + consensus, and what the keeper may need beyond it.
 STALL_LIMIT_S = 1.0 + 1.2 + 2.0
 FAILS = "#!/bin/sh\n[ $1 = stop ] || exit 3\n"
 

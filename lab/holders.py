@@ -4,8 +4,8 @@ import datetime
 import os
 import tempfile
 
-from lab.examples import ADDRESS
-from lab.waiting import wait_until
+from .examples import ADDRESS
+from .waiting import wait_until
 
 MONITOR = ("ip", "-tshort", "-oneline", "-4", "monitor", "address")
 
