@@ -87,6 +87,7 @@ public:
     void operator()(const DaemonStarted &) {
         end_daemon(); /* in case the journal does not have it */
         first_start = first_start.value_or(now);
+        stopping.reset();
         if (next.lost != now) {
             next.later = "it started again" + and_at();
         } else if (!boot.empty() && boot != records[now].time.boot) {
@@ -99,9 +100,10 @@ public:
     }
 
     void operator()(const DaemonEnded &event) {
-        end_daemon();
-        if (event.how.ends_with("unit") && recent(next.lost, late_end_us)) {
-            next.lost = now; /* which has sent the signal */
+        if (event.how.ends_with("unit")) { /* it serves until the role is handed over */
+            (ended && recent(next.lost, late_end_us) ? next.lost : stopping) = now;
+        } else {
+            end_daemon();
         }
     }
     void operator()(const MastersDisagree &) {
@@ -117,7 +119,8 @@ public:
         const char *text = event.text.c_str();
         const bool moves = std::strstr(text, "take over: ") || std::strstr(text, "taking over: ");
         request = moves ? now : request;
-        kill = std::strstr(text, "ending the daemon") ? now : kill;
+        const bool leaves = std::strstr(text, "asking") && std::strstr(text, "is being stopped");
+        kill = leaves || std::strstr(text, "ending the daemon") ? now : kill;
     }
 
     void operator()(const Joined &event) {
@@ -184,8 +187,8 @@ public:
         }
         if (master == 0 || next.alone) {
             apply(event.winner, Way::kept);
-        } else if (change && change->way == Way::take_over && change->master == event.winner &&
-                   recent(change->at, late_end_us)) {
+        } else if (change && change->way == Way::take_over && !change->request &&
+                   change->master == event.winner && recent(change->at, late_end_us)) {
             change->way = Way::during_election;
         }
         settle();
@@ -230,9 +233,10 @@ private:
     /* Of several records of one end the first says why. */
     void end_daemon() {
         if (!ended) {
-            next.ended_by = recent(kill, late_end_us) ? kill : std::nullopt;
+            next.ended_by = recent(kill, request_us) ? kill : std::nullopt;
             lose_master();
             settle();
+            next.first_words = stopping ? words(*stopping) : "";
             ended = true;
         }
     }
@@ -362,7 +366,8 @@ private:
     std::set<NodeId> members;
     Place first_start;
     Place request;
-    Place kill; /* by the keeper */
+    Place stopping; /* by its unit */
+    Place kill;     /* or hand-over before its end, by the keeper */
     Place given_back;
     Place reunited;
     NodeId frozen = 0; /* as reported last */

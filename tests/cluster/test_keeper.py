@@ -1,6 +1,7 @@
 """The keepers on three nodes, with the virtual address: the role stays, moves and is given up as
 it must."""
 
+import re
 import signal
 import time
 
@@ -10,7 +11,7 @@ from support import LIMIT_S, aborted, others, said, write
 from lab.examples import EXAMPLES, SERVICE, install, install_address
 from lab.holders import Watch, has_address, overlap
 from lab.paths import COROSYNC, DAEMON
-from lab.waiting import now
+from lab.waiting import now, wait_until
 
 KEEPER = "duskvale-keeper.service"
 WATCH = "90-virtual-address.watch"
@@ -57,6 +58,12 @@ def wait_verdict(node, level, cause=""):
         return f'"{level}"' in text and cause in text
 
     node.lab.wait(said_so, LIMIT_S, f"{node} says {level}: {cause}", pause=0.1)
+
+
+def wait_why(node, reason):
+    """Until `why` on the node names it: the journal is a moment behind."""
+    wait_until(lambda: re.search(reason, said(node, "why")), LIMIT_S, f"why on {node} names {reason}",
+               explain=lambda: said(node, "why"))
 
 
 def move(lab, target):
@@ -107,6 +114,8 @@ def test_stop_of_the_master_hands_over(kept):
         heir = kept.node(kept.wait_master(agreed_on=[node.number for node in rest]))
         taken = heir.wait_signal("NotifyNewMaster", heir.id, since=since).time
         assert taken < left, "it was elected after the stop"
+        for node in kept.nodes:
+            wait_why(node, f"MOVE: .* the daemon of node {master.id} .* is being stopped")
         master.start()
         assert wait_settled(kept) == heir
 
@@ -132,6 +141,7 @@ def test_cut_master_gives_the_address_up(kept):
         kept.wait(lambda: has_address(heir) and not has_address(master), LIMIT_S, "it has moved")
         wait_verdict(master, "critical", "corosync-quorumtool -e")
         wait_verdict(heir, "warning", "is missing")
+        wait_why(master, "killed by signal 9.*QUORUM: lost")
         kept.heal()
         kept.wait_ring()
         assert wait_settled(kept) == heir
@@ -161,6 +171,8 @@ def test_watch_starts_a_service_again(kept):
     master.kill(unit=UNIT)
     heir = kept.wait(lambda: next((node for node in kept.nodes if node.is_active(UNIT)), None),
                      LIMIT_S, "another node serves")
+    for node in kept.nodes:
+        wait_why(node, f"MOVE: .* node {master.id} .* is not fit")
     assert heir != master and wait_settled(kept) == heir
     wait_verdict(heir, "warning", "could not take over")
     said(master, "fit")
