@@ -158,7 +158,10 @@ std::optional<std::string> Move::outcome(Turn &turn) {
         const bool word =
             report.master == asking->target &&
             (report.preferred || asking->why == Why::again || !known.stay_off.empty());
-        return word || turn.due(*asking->applied + word_within) ? std::optional("") : std::nullopt;
+        /* A daemon that is stopped now would end the steps that it runs. */
+        const bool steps = asking->why == Why::leaving && known.running();
+        return !steps && (word || turn.due(*asking->applied + word_within)) ? std::optional("")
+                                                                            : std::nullopt;
     }
     if (!asking->accepted && turn.due(asking->sent_at + back_within)) {
         if (asking->tries == ask_at_most) {
@@ -238,7 +241,7 @@ void Move::take(Turn &turn) {
         result = prepare(turn);
     }
     if (leaving && !result && turn.due(asking->since + leave_within)) {
-        result = "no node took over within " + seconds(leave_within);
+        result = asking->applied ? "" : "no node took over within " + seconds(leave_within);
     }
     if (result) {
         finish(turn, *result);
