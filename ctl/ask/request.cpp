@@ -31,17 +31,18 @@ int refuse(const std::string &why) {
 
 /* Why the daemon refused shows in its state. */
 std::string refusal(const Request &request, const client::Snapshot &now) {
-    if (request.needs_no_freeze && now.frozen_node != 0) {
+    const std::string alone = "\nNext: bring another node back; or, when all others are off for "
+                              "good, duskvalectl unfreeze --alone";
+    const bool frozen = now.frozen_node != 0;
+    if (request.needs_no_freeze && frozen) {
         return "mastership is frozen to " + node_text(now.frozen_node) + ": " +
                reason_text(now.frozen_reason) +
-               (now.members < 2
-                    ? "\nNext: bring another node back; or, when all others are off for good, "
-                      "duskvalectl unfreeze --alone"
-                    : "\nNext: duskvalectl unfreeze");
+               (now.members < 2 ? alone : "\nNext: duskvalectl unfreeze");
     }
     if (now.members < 2) {
-        return "only one node is in the group\n"
-               "Next: systemctl status corosync " DUSKVALE_IDENT " on the other nodes";
+        return "only one node is in the group" +
+               (frozen ? alone
+                       : "\nNext: systemctl status corosync " DUSKVALE_IDENT " on the other nodes");
     }
     return "the daemon refused, and its state has changed since\nNext: ask again";
 }

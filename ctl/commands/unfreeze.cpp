@@ -7,9 +7,7 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 namespace ctl {
 
@@ -17,6 +15,10 @@ namespace {
 
 /* The run steps of the node are stopped first, each for at most 240 s. */
 constexpr int stop_limit_s = 900;
+/* Without the file the daemon starts unfrozen. */
+constexpr const char *without_freeze =
+    "systemctl stop " DUSKVALE_IDENT " && rm -f " DUSKVALE_FROZEN_MASTER_FILE
+    " && systemctl start " DUSKVALE_IDENT;
 
 bool confirmed() {
     std::fputs("The daemon of this node is stopped, the freeze removed, and the daemon started: it "
@@ -27,7 +29,7 @@ bool confirmed() {
 }
 
 /* A lone daemon refuses to lift a freeze, since it cannot know whether it is the one that was cut
-   off. Without the file it starts unfrozen. */
+   off. */
 int unfreeze_alone(const Options &options) {
     Bus bus;
     const client::Snapshot now = open_daemon(bus).value();
@@ -46,20 +48,10 @@ int unfreeze_alone(const Options &options) {
     if (!options.yes && !confirmed()) {
         return complain(Exit::failed, "nothing was changed");
     }
-    for (const char *verb : {"stop", "start"}) {
-        const ProgramAnswer answer = ask_program({"systemctl", verb, DUSKVALE_IDENT}, stop_limit_s);
-        if (answer.status != 0) {
-            return complain(Exit::failed, std::string("systemctl ") + verb +
-                                              " failed: " + answer.err +
-                                              "\nNext: systemctl status " DUSKVALE_IDENT);
-        }
-        if (verb == std::string("stop") && unlink(DUSKVALE_FROZEN_MASTER_FILE) != 0 &&
-            errno != ENOENT) {
-            return complain(Exit::failed,
-                            std::string("cannot remove " DUSKVALE_FROZEN_MASTER_FILE ": ") +
-                                std::strerror(errno) + "; the daemon is stopped" +
-                                "\nNext: systemctl start " DUSKVALE_IDENT);
-        }
+    const ProgramAnswer answer = ask_program({"sh", "-c", without_freeze}, stop_limit_s);
+    if (answer.status != 0) {
+        return complain(Exit::failed, answer.err + "\nNext: systemctl status " DUSKVALE_IDENT
+                                                   "; it may be stopped");
     }
     print_line("the freeze is removed; this node elects itself within a second");
     return Exit::ok;

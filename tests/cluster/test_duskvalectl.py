@@ -5,7 +5,7 @@ import subprocess
 
 from support import AS_NOBODY, others, said, wait_everywhere
 
-REFUSED, NOT_RUNNING, TIMED_OUT, NOT_PERMITTED = 3, 4, 5, 6
+FAILED, REFUSED, NOT_RUNNING, TIMED_OUT, NOT_PERMITTED = 1, 3, 4, 5, 6
 
 
 def started(node, *argv):
@@ -59,6 +59,16 @@ def test_requests_take_effect_or_say_why_not(cluster):
     assert "the daemon is not running" in said(third, status=NOT_RUNNING)
     assert cluster.wait_master(agreed_on=[slave.number]) == slave.number
     assert "only one node is in the group" in said(slave, "give-back", status=REFUSED)
+    third.start()
+    cluster.wait_master(agreed_on=[slave.number, third.number])
+    said(third, "take-over", "--wait")
+    said(third, "freeze", "it burns", "--wait")
+    third.stop()
+    assert "unfreeze --alone" in said(slave, "unfreeze", status=REFUSED)
+    assert "--alone --yes" in said(slave, "unfreeze", "--alone", status=FAILED)
+    said(slave, "unfreeze", "--alone", "--yes")
+    assert cluster.wait_master(agreed_on=[slave.number]) == slave.number
+    assert slave.get("FrozenMaster") == 0
 
 
 def test_wait_in_scripts(lab):
