@@ -62,8 +62,8 @@ def wait_verdict(node, level, cause=""):
 
 def wait_why(node, reason):
     """Until `why` on the node names it: the journal is a moment behind."""
-    wait_until(lambda: re.search(reason, said(node, "why")), LIMIT_S, f"why on {node} names {reason}",
-               explain=lambda: said(node, "why"))
+    wait_until(lambda: re.search(reason, said(node, "why")), LIMIT_S,
+               f"why on {node} names {reason}", explain=lambda: said(node, "why"))
 
 
 def move(lab, target):
