@@ -123,6 +123,10 @@ class Host:
         """Ends all processes of the node at once."""
         (self.directory / "cgroup" / name / "cgroup.kill").write_text("1", encoding="ascii")
 
+    def pause(self, name, paused):
+        """Holds all processes of the node, as a hypervisor does with a virtual machine."""
+        (self.directory / "cgroup" / name / "cgroup.freeze").write_text("1" if paused else "0")
+
     def is_on(self, name):
         """Whether the node runs: from `boot` on, until the last of its processes has ended."""
         with contextlib.suppress(FileNotFoundError):

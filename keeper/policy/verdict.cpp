@@ -13,10 +13,12 @@ struct Causes {
     }
 };
 
-/* Why nothing is to be expected of the node; empty: it takes part, as far as is known. */
+/* Why nothing is to be expected of the node; empty: it takes part, as far as is known. Without
+   votequorum corosync does not say who is in the ring. */
 static std::string why_gone(const Known &known, NodeId node) {
     const auto peer = known.peers.find(node);
-    return std::ranges::find(known.corosync.ring, node) == known.corosync.ring.end() ? "is missing"
+    const std::vector<NodeId> &ring = known.corosync.ring;
+    return known.corosync.votequorum && std::ranges::find(ring, node) == ring.end() ? "is missing"
            : peer != known.peers.end() && !peer->second.member
                ? "does not take part, its daemon does not run"
                : "";

@@ -52,6 +52,14 @@ def test_package_passes_the_test_that_it_brings(node, pytestconfig):
     assert re.search("^this node +.*, master$", node.run([script]).stdout, re.MULTILINE)
 
 
+def test_keepers_package_passes_the_test_that_it_brings(node, package, pytestconfig):
+    [keeper] = package.parent.glob("duskvale-keeper_*.deb")
+    shutil.copy(keeper, node.file("/var/tmp/keeper.deb"))
+    node.run(["dpkg", "--install", "/var/tmp/keeper.deb"])
+    node.run([pytestconfig.rootpath.parents[1] / "debian/tests/keeper"], limit=90.0)
+    node.run(["dpkg", "--purge", "duskvale-keeper"])
+
+
 def newer(package, directory):
     """The same package with a higher version."""
     tree = directory / "tree"

@@ -125,6 +125,7 @@ struct Session : World {
             {"gone", [this] { ring.connected = false; }},
             {"inquorate", [this] { ring.quorate = false; }},
             {"two-node", [this] { ring.two_node = true; }},
+            {"no-votequorum", [this] { ring.votequorum = false, ring.ring.clear(); }},
             {"ring",
              [this] {
                  ring.ring.clear();
