@@ -100,9 +100,10 @@ static void judge_cluster(Turn &turn, const std::string &freeze_changed, Causes 
             judge_other(known, node, causes);
         }
     }
-    if (frozen != 0 && !why_gone(known, frozen).empty()) {
-        causes.add(critical, known.frozen_text() +
-                                 ", which is lost; to go on without it: duskvalectl unfreeze" +
+    const bool gone = !why_gone(known, frozen).empty();
+    if (frozen != 0 && (gone || !why_gone(known, master).empty())) {
+        causes.add(critical, known.frozen_text() + ", " + (gone ? "which" : "and the master") +
+                                 " is lost; to go on without it: duskvalectl unfreeze" +
                                  (alone ? " --alone" : ""));
     } else if (frozen != 0) {
         causes.add(warning, known.frozen_text());

@@ -32,7 +32,8 @@ def _broken(together):
     if frozen != {0}:  # Who joins meanwhile runs no steps, and knows no master until it is lifted.
         masters.discard(0)
     ids = {node.id for node in together}
-    if len(masters) > 1 or not masters <= ids | frozen or masters == {0}:
+    lost = not masters <= ids and frozen == {0}  # Else nobody replaces it until it is lifted.
+    if len(masters) > 1 or lost or masters == {0}:
         yield f"the masters are {masters}"
     if len(frozen) != 1:
         yield f"mastership is frozen to {frozen}"
