@@ -19,6 +19,7 @@ from .invariants import broken, steps_failed
 
 HEAL_LIMIT_S = 60.0
 HOLD_S = 2.0      # for so long without a break it must hold
+SANITIZER = r"(runtime error|ERROR: \w+Sanitizer):"  # where the build has them
 WATCH = "90-virtual-address.watch"
 
 
@@ -80,6 +81,9 @@ class Chaos:
         for node in self.lab.nodes:
             if any(end.status == signal.SIGABRT for end in node.exits(since)):
                 self.aborts[", ".join(names)] += 1
+            for unit in (DAEMON, KEEPER):
+                if found := node.journal.find(SANITIZER, since, unit):
+                    raise LabError(f"{unit} of {node}: {found.text}")
 
     def _burst(self):
         names = []
