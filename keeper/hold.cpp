@@ -7,6 +7,7 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace keeper {
@@ -24,6 +25,20 @@ constexpr const char *extend_start_limit = "EXTEND_TIMEOUT_USEC=100000000";
 
 static gboolean on_limit(gpointer) noexcept {
     end(EXIT_FAILURE, LOG_ERR, "still not there, the daemon does not start");
+}
+
+void repair_setting(const char *path, const std::string &text) {
+    g_autofree gchar *found = nullptr;
+    g_autoptr(GError) error = nullptr;
+    int number = 0;
+    if (text.empty() || !g_file_get_contents(path, &found, nullptr, nullptr) ||
+        std::sscanf(found, "%d", &number) == 1) {
+        return;
+    }
+    g_file_set_contents(path, text.c_str(), -1, &error);
+    log_line(LOG_WARNING, std::string("SETTINGS: ") + path + " did not begin with a number, " +
+                              (error == nullptr ? "and has what the daemon announced last again"
+                                                : error->message));
 }
 
 void hold_for_quorum(const Config &config) {

@@ -4,6 +4,8 @@
 
 #include "keeper/policy/types.h"
 
+#include <string>
+
 namespace keeper {
 
 /*
@@ -12,5 +14,13 @@ namespace keeper {
  * passed.
  */
 [[noreturn]] void hold_for_quorum(const Config &config);
+
+/*
+ * The daemon truncates a settings file and then writes it; a kill, a power loss or a full disk in
+ * between leaves an empty one, with which the next daemon would lift the freeze of the whole
+ * cluster. So a file that is there and does not begin with a number gets `text`, what the keeper
+ * remembers of it; unless that is empty.
+ */
+void repair_setting(const char *path, const std::string &text);
 
 } // namespace keeper

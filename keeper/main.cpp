@@ -1,9 +1,12 @@
 #include "keeper/config.h"
+#include "keeper/edge/disk.h"
 #include "keeper/edge/log.h"
 #include "keeper/hold.h"
 #include "keeper/paths.h"
 #include "keeper/process.h"
 #include "keeper/version.h"
+
+#include "base/paths.h"
 
 #include <glib.h>
 #include <malloc.h>
@@ -50,6 +53,9 @@ int main(int argc, char *argv[]) {
     signal(SIGPIPE, SIG_IGN);
     keeper::log_for_glib();
     if (option == "--hold") {
+        const keeper::Stored stored = keeper::Disk(DUSKVALE_KEEPER_STATE_FILE, {}).read().stored;
+        keeper::repair_setting(DUSKVALE_PREFERRED_MASTER_FILE, stored.preferred_file);
+        keeper::repair_setting(DUSKVALE_FROZEN_MASTER_FILE, stored.frozen_file);
         /* Also with a mistake in the file, which must not keep the services down. */
         keeper::hold_for_quorum(read.config);
     }

@@ -9,6 +9,9 @@ constexpr const char *group = "keeper";
 constexpr const char *unfit_key = "unfit"; /* by "start" or "watch" */
 constexpr const char *reason_key = "unfit-reason";
 constexpr const char *preferred_key = "preferred";
+/* What the daemon's files hold, whole. */
+constexpr const char *preferred_file_key = "preferred-file";
+constexpr const char *frozen_file_key = "frozen-file";
 
 static std::string text_of(const Stored &stored) {
     g_autoptr(GKeyFile) file = g_key_file_new();
@@ -21,6 +24,8 @@ static std::string text_of(const Stored &stored) {
     if (stored.preferred) {
         g_key_file_set_boolean(file, group, preferred_key, gboolean{*stored.preferred});
     }
+    g_key_file_set_string(file, group, preferred_file_key, stored.preferred_file.c_str());
+    g_key_file_set_string(file, group, frozen_file_key, stored.frozen_file.c_str());
     g_autofree gchar *text = g_key_file_to_data(file, nullptr, nullptr);
     return text;
 }
@@ -43,11 +48,15 @@ DiskRead Disk::read() const {
         !g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT)) {
         read.problem = path + ": " + error->message;
     }
-    g_autofree gchar *unfit = g_key_file_get_string(file, group, unfit_key, nullptr);
-    g_autofree gchar *reason = g_key_file_get_string(file, group, reason_key, nullptr);
-    if (unfit != nullptr) {
-        read.stored.unfit = Unfit{std::string(unfit) == "watch", reason != nullptr ? reason : ""};
+    const auto text = [file](const char *key) -> std::string {
+        g_autofree gchar *value = g_key_file_get_string(file, group, key, nullptr);
+        return value != nullptr ? value : "";
+    };
+    if (g_key_file_has_key(file, group, unfit_key, nullptr)) {
+        read.stored.unfit = Unfit{text(unfit_key) == "watch", text(reason_key)};
     }
+    read.stored.preferred_file = text(preferred_file_key);
+    read.stored.frozen_file = text(frozen_file_key);
     if (g_key_file_has_key(file, group, preferred_key, nullptr)) {
         read.stored.preferred = g_key_file_get_boolean(file, group, preferred_key, nullptr) != 0;
     }

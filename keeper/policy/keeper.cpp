@@ -84,6 +84,7 @@ void Keeper::handle(const Input &input, Time now) {
     start.take(turn);
     watch.take(turn);
     take_preference(turn);
+    take_settings(turn);
     move.take(turn);
     stay.take(turn);
     view.take(turn);

@@ -142,6 +142,8 @@ struct Watch {
  * operator prefers is kept on the keeper's disk, and is the first choice of a hand-over.
  */
 void take_preference(Turn &turn);
+/* Keeps what the daemon's settings files hold, for repair_settings() (keeper/hold.h). */
+void take_settings(Turn &turn);
 
 /*
  * Move: a request is a text that names its target. The first one in message order is under way

@@ -22,4 +22,19 @@ void take_preference(Turn &turn) {
     }
 }
 
+void take_settings(Turn &turn) {
+    const client::Snapshot &now = turn.known.current;
+    if (!turn.known.ready) {
+        return;
+    }
+    Stored stored = turn.known.stored;
+    const std::string frozen_node = std::to_string(static_cast<int32_t>(now.frozen_node));
+    stored.preferred_file = now.preferred ? "1\n" : "0\n";
+    stored.frozen_file = now.frozen_node != 0 ? frozen_node + "\n" + now.frozen_reason + "\n" : "";
+    if (stored != turn.known.stored) {
+        turn.known.stored = stored;
+        turn.world.store(stored);
+    }
+}
+
 } // namespace keeper

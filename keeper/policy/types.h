@@ -60,6 +60,8 @@ struct Unfit {
 struct Stored {
     std::optional<Unfit> unfit;
     std::optional<bool> preferred; /* by the operator; none: never asked for, nor found */
+    /* What the daemon's settings files hold, by what it announced last; empty: there is none. */
+    std::string preferred_file = {}, frozen_file = {};
     bool operator==(const Stored &) const = default;
 };
 

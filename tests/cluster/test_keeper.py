@@ -10,7 +10,7 @@ from support import LIMIT_S, aborted, others, said, write
 
 from lab.examples import EXAMPLES, SERVICE, install, install_address
 from lab.holders import Watch, has_address, overlap
-from lab.paths import COROSYNC, DAEMON
+from lab.paths import COROSYNC, DAEMON, SETTINGS
 from lab.waiting import now, wait_until
 
 KEEPER = "duskvale-keeper.service"
@@ -243,6 +243,18 @@ def test_keeper_may_hang_or_be_killed(kept):
     master.start()
     wait_settled(kept)
     assert not aborted(kept.nodes, since)
+    # As a kill or a full disk between the daemon's truncation of a file and its write leaves it.
+    master = wait_settled(kept)
+    said(master, "freeze", "disk swap", "--wait")
+    for node in kept.nodes:
+        kept.wait(lambda: "disk swap" in node.file(STATE).read_text(), LIMIT_S, "it remembers")
+        write(node, f"{SETTINGS}/frozen_master", "")
+        node.kill()
+    kept.wait(lambda: all(node.is_active() for node in kept.nodes), LIMIT_S, "they are back")
+    for node in kept.nodes:
+        assert (node.get("FrozenMaster"), node.get("FrozenMasterReason")) == (
+            master.id, "disk swap"), node
+    said(master, "unfreeze", "--wait")
     # A node without a keeper takes part; stay says that it does nothing.
     first, second, _ = kept.nodes
     first.systemctl("stop", KEEPER)

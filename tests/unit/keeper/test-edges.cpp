@@ -3,6 +3,7 @@
 #include "keeper/edge/log.h"
 #include "keeper/edge/object.h"
 #include "keeper/edge/programs.h"
+#include "keeper/hold.h"
 #include "keeper/paths.h"
 #include "keeper/policy/policies.h"
 
@@ -99,13 +100,26 @@ TEST(KeeperDisk, RemembersTheLastOfManyWrites) {
     Disk disk(file, heard.deliver);
     EXPECT_EQ(disk.read().stored, Stored{});
     EXPECT_EQ(disk.read().problem, "");
-    const Stored last{Unfit{true, "a=b\n[c] \\ \xc3\xa4"}, true};
+    const Stored last{Unfit{true, "a=b\n[c] \\ \xc3\xa4"}, true, "1\n", "-3\n a\n"};
     disk.write({Unfit{false, "x"}, false});
     disk.write({});
     disk.write(last);
     ASSERT_TRUE(heard.wait(2));
     EXPECT_EQ(heard.list.back().problem, "");
     EXPECT_EQ(disk.read().stored, last);
+}
+
+TEST(KeeperDisk, RepairsOnlyASettingThatTheDaemonDidNotWriteToItsEnd) {
+    const fs::path file = scratch("settings") / "frozen_master";
+    repair_setting(file.c_str(), "3\nold\n");
+    EXPECT_FALSE(fs::exists(file)) << "it was removed";
+    for (const auto &[found, remembered, repaired] :
+         {std::tuple("", "3\nold\n", "3\nold\n"), std::tuple("oops\n", "3\n\n", "3\n\n"),
+          std::tuple("-1\nnew\n", "3\nold\n", "-1\nnew\n"), std::tuple("", "", "")}) {
+        write(file, found);
+        repair_setting(file.c_str(), remembered);
+        EXPECT_EQ(file_text(file), repaired);
+    }
 }
 
 TEST(KeeperDisk, KeepsWhatItHadWhenTheDiskIsFull) {

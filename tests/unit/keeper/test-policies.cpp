@@ -39,8 +39,16 @@ struct Session : World {
     void run_watch_programs() override { hear(services); }
     void kill_daemon() override { note("kills the daemon"); }
     void store(const Stored &stored) override {
-        note("stores " + (stored.unfit ? "unfit: " + stored.unfit->reason : "fit") +
-             (stored.preferred == true ? ", preferred" : ""));
+        if (stored.unfit != disk.unfit || stored.preferred != disk.preferred) {
+            note("stores " + (stored.unfit ? "unfit: " + stored.unfit->reason : "fit") +
+                 (stored.preferred == true ? ", preferred" : ""));
+        }
+        if (stored.frozen_file != disk.frozen_file) {
+            std::string text = stored.frozen_file;
+            std::ranges::replace(text, '\n', '/');
+            note("stores the freeze: " + text);
+        }
+        disk = stored;
         hear(DiskWritten{disk_problem});
     }
     void answer(void *, bool ok, const std::string &text) override {
@@ -248,6 +256,7 @@ struct Session : World {
     WatchRan services{{{"a.watch", true, ""}}};
     std::map<NodeId, Report> peers;
     uint64_t sequence = 0;
+    Stored disk;
     std::string disk_problem;
     bool stalled = false, bus_hangs = false, lost_texts = false;
 };
