@@ -143,7 +143,10 @@ KeeperAnswer Bus::ask_keeper(const client::Call &call) {
     if (!reply.value) {
         GError *error = reply.error.get();
         g_dbus_error_strip_remote_error(error);
-        return {.absent = keeper_is_absent(error), .text = error->message};
+        return {.absent = keeper_is_absent(error),
+                .text = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT)
+                            ? "the keeper does not answer; it may still do it"
+                            : error->message};
     }
     const char *text = "";
     if (g_variant_is_of_type(reply.value.get(), G_VARIANT_TYPE("(s)"))) {

@@ -22,10 +22,11 @@ constexpr ProblemSpec problems[] = {
     {ProblemKind::bus_unreachable, Exit::bus_unreachable, "bus-unreachable",
      "the system bus cannot be reached", "systemctl status dbus; a container may have none"},
     {ProblemKind::not_permitted, Exit::not_permitted, "not-permitted",
-     "the policy of the system bus does not let you ask this", "the same as root, with sudo"},
+     "the policy of the system bus does not let you ask this",
+     "the same as root, with sudo; the group adm can query, too"},
     {ProblemKind::no_answer, Exit::timed_out, "no-answer",
      "the daemon is running but does not answer: it is stopped or starved",
-     "systemctl status " DUSKVALE_IDENT},
+     "systemctl status " DUSKVALE_IDENT "; a request may still take effect"},
     {ProblemKind::failed, Exit::failed, "failed", "the daemon gave an answer that does not fit",
      "systemctl restart " DUSKVALE_IDENT ", if it was upgraded since it started"},
 };

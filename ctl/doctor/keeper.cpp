@@ -14,7 +14,7 @@ void check_policy(const std::string &state, const std::string &name, Findings &f
 } // namespace
 
 void check_keeper(const Facts &facts, Findings &findings) {
-    if (facts.bus) {
+    if (facts.bus || (!facts.daemon && facts.daemon.problem().kind == ProblemKind::not_permitted)) {
         findings.unknown("it could not be asked: see the bus");
         return;
     }

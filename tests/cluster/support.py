@@ -15,7 +15,7 @@ LIMIT_S = 20.0
 TRACE = ("-vvvvvvv", "-d", "0x20")
 
 HOLD = "/run/hold"
-AS_NOBODY = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
+AS_WATCHER = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--groups=adm")
 
 # Of an idle daemon, which wakes some 3 times a second; one that spins exceeds both a hundredfold.
 MAX_SWITCHES_PER_S = 50

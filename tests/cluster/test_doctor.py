@@ -2,7 +2,7 @@
 
 import json
 
-from support import AS_NOBODY
+from support import AS_WATCHER
 
 from lab.paths import RUN_DIRECTORY
 
@@ -28,7 +28,7 @@ def test_doctor_finds_what_is_broken_and_nothing_else(lab):
     lab.wait_master()
     for member in lab.nodes:
         assert doctor(member) == (OK, {})
-    status, found = doctor(node, *AS_NOBODY)
+    status, found = doctor(node, *AS_WATCHER)
     assert status == UNKNOWN and list(found) == ["corosync"]
 
     step = node.file(f"{RUN_DIRECTORY}/10-nothing.run")

@@ -3,7 +3,7 @@
 import re
 import subprocess
 
-from support import AS_NOBODY, others, said, wait_everywhere
+from support import AS_WATCHER, others, said, wait_everywhere
 
 FAILED, REFUSED, NOT_RUNNING, TIMED_OUT, NOT_PERMITTED = 1, 3, 4, 5, 6
 
@@ -39,10 +39,10 @@ def test_requests_take_effect_or_say_why_not(cluster):
                "Next: duskvalectl unfreeze\n")
     assert said(third, "take-over", "--wait", status=REFUSED) == refusal
     assert said(master, "give-back", "--wait", status=REFUSED) == refusal
-    user = third.run([*AS_NOBODY, "duskvalectl", "take-over"], check=False)
+    user = third.run([*AS_WATCHER, "duskvalectl", "take-over"], check=False)
     assert (user.returncode, user.stdout, user.stderr) == (
         NOT_PERMITTED, "", "duskvalectl: the policy of the system bus does not let you ask this\n"
-        "Next: the same as root, with sudo\n")
+        "Next: the same as root, with sudo; the group adm can query, too\n")
     assert said(third, "prefer", "on", "--wait") == (
         f"{me} is now preferred as master; no election: mastership is frozen to {where}\n{held}")
     assert said(slave, "unfreeze", "--wait") == (

@@ -9,6 +9,7 @@
 #include "support/loop.h"
 
 #include <gio/gio.h>
+#include <grp.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -49,15 +50,21 @@ private:
     std::optional<Child> daemon;
 };
 
+/* Debian's numbers. */
+constexpr uid_t nobody = 65534;
+constexpr gid_t nogroup = 65534;
+constexpr gid_t adm = 4;
+
 /* A client of its own connection; values are given and returned in GVariant's text format. */
 class Client {
 public:
-    /* Listens to all signals of the object. The bus takes the client for the user `uid`. */
+    /* Listens to all signals of the object. The bus takes the client for the user `uid` in `group`.
+     */
     explicit Client(const Bus &bus, uid_t uid = 0, const char *name_ = DUSKVALE_BUS_NAME,
-                    const char *path_ = DUSKVALE_BUS_PATH)
+                    const char *path_ = DUSKVALE_BUS_PATH, gid_t group = nogroup)
         : name(name_), path(path_) {
         /* The bus asks the kernel who connected, and that at this moment. */
-        const bool changed = setresuid(uid, uid, 0) == 0;
+        const bool changed = setgroups(1, &group) == 0 && setresuid(uid, uid, 0) == 0;
         connection = g_dbus_connection_new_for_address_sync(
             bus.address.c_str(),
             static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr uid_t nobody = 65534;
 const std::filesystem::path settings = "/etc/duskvale";
 
 /* A file in one line. */
@@ -116,6 +115,7 @@ struct Session : DBusTest {
         {"recording", &recording}, {"none", &none}, {"null", nullptr}};
     static constexpr DuskvaleDBusAgents none{};
     Client stranger{bus(), nobody};
+    Client watcher{bus(), nobody, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, adm};
     bool exported = false;
     Capture log;
     std::string during; /* what is read while a new master is announced */
@@ -134,6 +134,7 @@ struct Session : DBusTest {
         /* Interface or "-", member, arguments. */
         {"call", [this] { call(client); }},
         {"stranger", [this] { call(stranger); }},
+        {"watcher", [this] { call(watcher); }},
         {"stranger-name",
          [this] {
              answers +=

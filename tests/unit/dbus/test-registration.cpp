@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr uid_t nobody = 65534;
-
 /* A daemon of its own process: registers, and goes on until it is ended. */
 Child daemon_of(uid_t user) {
     return Child([user] {

@@ -244,33 +244,35 @@ TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
     g_bus_own_name_on_connection(connection, DUSKVALE_KEEPER_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
                                  nullptr, nullptr, nullptr, nullptr);
     Client root(bus, 0, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
-    Client nobody(bus, 65534, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
+    Client watcher(bus, nobody, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH, adm);
+    Client stranger(bus, nobody, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
+    EXPECT_EQ(stranger.get("Master"), "org.freedesktop.DBus.Error.AccessDenied");
 
     Known known;
     object.publish(publish(known, {}, ""));
     known.local = known.current.master_node = 3232235777;
     known.corosync.nodes = {{3232235777, "alpha\xff"}, {7, "beta"}};
     object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
-    EXPECT_THAT(nobody.signal(), testing::AllOf(HasSubstr("PropertiesChanged"),
-                                                HasSubstr("'Master': <uint32 3232235777>"),
-                                                HasSubstr("'Verdict': <'critical'>"),
-                                                testing::Not(HasSubstr("Frozen"))));
-    EXPECT_THAT(nobody.get("Nodes"), HasSubstr("'Name': <'alpha\xef\xbf\xbd'>"));
-    EXPECT_THAT(nobody.properties("GetAll"), HasSubstr("'Causes': <['nobody serves']>"));
+    EXPECT_THAT(watcher.signal(), testing::AllOf(HasSubstr("PropertiesChanged"),
+                                                 HasSubstr("'Master': <uint32 3232235777>"),
+                                                 HasSubstr("'Verdict': <'critical'>"),
+                                                 testing::Not(HasSubstr("Frozen"))));
+    EXPECT_THAT(watcher.get("Nodes"), HasSubstr("'Name': <'alpha\xef\xbf\xbd'>"));
+    EXPECT_THAT(watcher.properties("GetAll"), HasSubstr("'Causes': <['nobody serves']>"));
 
     /* What changes every few seconds wakes nobody. */
     known.peers[7].heard = Time(5);
     object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
     known.current.frozen_node = 1;
     object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
-    EXPECT_EQ(nobody.signal(), "PropertiesChanged('com.norvel.DuskvaleKeeper', {'Frozen': "
-                               "<uint32 1>}, @as [])");
-    EXPECT_EQ(nobody.get("LastHeard"), "(<{uint32 7: uint64 5000}>,)");
+    EXPECT_EQ(watcher.signal(), "PropertiesChanged('com.norvel.DuskvaleKeeper', {'Frozen': "
+                                "<uint32 1>}, @as [])");
+    EXPECT_EQ(watcher.get("LastHeard"), "(<{uint32 7: uint64 5000}>,)");
 
     for (const char *method : {"Move", "HandOver", "Fit", "Prefer"}) {
-        EXPECT_EQ(nobody.method(method), "org.freedesktop.DBus.Error.AccessDenied");
+        EXPECT_EQ(watcher.method(method), "org.freedesktop.DBus.Error.AccessDenied");
     }
-    EXPECT_EQ(nobody.set("Master", "1"), "org.freedesktop.DBus.Error.AccessDenied");
+    EXPECT_EQ(watcher.set("Master", "1"), "org.freedesktop.DBus.Error.AccessDenied");
     EXPECT_THAT(asked, testing::IsEmpty());
     EXPECT_EQ(root.method("Move", "(uint32 7,)"), "('done',)");
     EXPECT_EQ(root.method("Prefer", "(true,)"), "('done',)");
