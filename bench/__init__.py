@@ -1,3 +1,3 @@
-"""What is claimed about speed, and how to measure it again: bench/run, overlap, ring, log, keeper
-and tie-breaker. See docs/performance.md.
+"""What is claimed about speed, and how to measure it again: bench/run, and the programs beside it
+that each measure one thing. See docs/performance.md.
 """
