@@ -26,6 +26,10 @@ struct Problem {
     bool is_absence() const {
         return kind == ProblemKind::daemon_not_running || kind == ProblemKind::no_corosync;
     }
+    /* It says nothing of the daemon. */
+    bool is_of_bus() const {
+        return kind == ProblemKind::bus_unreachable || kind == ProblemKind::not_permitted;
+    }
 };
 
 struct ProblemSpec {

@@ -1,6 +1,6 @@
 #include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
-#include "ctl/doctor/finding.h"
+#include "ctl/doctor/facts.h"
 #include "ctl/print/text.h"
 
 #include <algorithm>
@@ -16,6 +16,9 @@ constexpr unsigned members_without_keeper = 2;
 void judge(const client::Snapshot &now, unsigned expected_members, Findings &findings) {
     if (now.master_node == 0) {
         findings.critical("no master is known");
+    } else if (const CorosyncFacts seen = ask_corosync();
+               !seen.problem && !seen.group.contains(now.master_node)) {
+        findings.critical(node_text(now.master_node) + ", the master, is not in the group");
     } else {
         findings.ok(node_text(now.master_node) +
                     (now.is_master ? ", this node, is master" : " is master"));

@@ -33,8 +33,7 @@ void check_daemon(const Facts &facts, Findings &findings) {
         return;
     }
     const Problem &problem = facts.daemon.problem();
-    if (problem.kind == ProblemKind::bus_unreachable ||
-        problem.kind == ProblemKind::not_permitted) {
+    if (problem.is_of_bus()) {
         findings.unknown("it could not be asked: see the bus");
     } else if (facts.unit.waits_for_ring()) {
         findings.warning("it is about to start: see the unit");

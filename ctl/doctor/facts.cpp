@@ -97,6 +97,8 @@ Finding problem_of(const ProgramAnswer &program, const std::string &name) {
             "corosync could not be asked: " + name + ": " + printable(program.err), look};
 }
 
+} // namespace
+
 CorosyncFacts ask_corosync() {
     struct Question {
         std::vector<std::string> words;
@@ -118,7 +120,7 @@ CorosyncFacts ask_corosync() {
     return facts;
 }
 
-UnitFacts ask_systemd() {
+static UnitFacts ask_systemd() {
     UnitFacts facts;
     facts.booted = access(systemd_directory, F_OK) == 0;
     if (!facts.booted) {
@@ -141,8 +143,6 @@ UnitFacts ask_systemd() {
     return facts;
 }
 
-} // namespace
-
 Facts gather_facts() {
     Facts facts;
     facts.corosync = ask_corosync();
@@ -153,7 +153,6 @@ Facts gather_facts() {
         facts.daemon = bus.read();
         facts.keeper = bus.read_keeper();
     } catch (const Problem &problem) {
-        facts.bus = problem;
         facts.daemon = problem;
     }
     return facts;

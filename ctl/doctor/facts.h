@@ -42,11 +42,12 @@ struct UnitFacts {
 struct Facts {
     CorosyncFacts corosync;
     UnitFacts unit;
-    std::optional<Problem> bus; /* why the bus cannot be reached */
     Result<client::Snapshot> daemon = Problem{};
     KeeperView keeper;
 };
 
 Facts gather_facts();
+/* The part of it that `check` needs. */
+CorosyncFacts ask_corosync();
 
 } // namespace ctl

@@ -14,7 +14,7 @@ void check_policy(const std::string &state, const std::string &name, Findings &f
 } // namespace
 
 void check_keeper(const Facts &facts, Findings &findings) {
-    if (facts.bus || (!facts.daemon && facts.daemon.problem().kind == ProblemKind::not_permitted)) {
+    if (!facts.daemon && facts.daemon.problem().is_of_bus()) {
         findings.unknown("it could not be asked: see the bus");
         return;
     }

@@ -130,6 +130,7 @@ TEST_F(Doctor, saysWhereCorosyncAndTheGroupAreNotWhole) {
     examine("not in the ring");
     corosync_says({"3", "7"}, {"41|3"});
     examine("in the ring alone");
+    text += "### for a monitoring system\n" + doctor({"check"});
     stand_in("corosync-cpgtool", "echo broken >&2\nexit 1\n");
     stand_in("corosync-cmapctl", saying("runtime.members.7.status (str) = joined\n"));
     examine("a program of corosync fails");
