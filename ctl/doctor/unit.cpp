@@ -36,8 +36,8 @@ void check_active(const UnitFacts &unit, Findings &findings) {
     } else if (state == "inactive") {
         findings.critical(text, "systemctl start " DUSKVALE_IDENT);
     } else if (unit.waits_for_ring()) {
-        findings.warning(text + ": it waits until corosync has formed its ring",
-                         "corosync-cfgtool -s; it does not wait for long");
+        findings.warning(text + ": it waits for the ring, for quorum, or after failed starts",
+                         "journalctl -u " DUSKVALE_IDENT " -e");
     } else {
         findings.warning(text, "systemctl status " DUSKVALE_IDENT);
     }
