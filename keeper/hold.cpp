@@ -7,7 +7,6 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace keeper {
@@ -30,9 +29,12 @@ static gboolean on_limit(gpointer) noexcept {
 void repair_setting(const char *path, const std::string &text) {
     g_autofree gchar *found = nullptr;
     g_autoptr(GError) error = nullptr;
-    int number = 0;
-    if (text.empty() || !g_file_get_contents(path, &found, nullptr, nullptr) ||
-        std::sscanf(found, "%d", &number) == 1) {
+    if (text.empty() || !g_file_get_contents(path, &found, nullptr, nullptr)) {
+        return;
+    }
+    gchar *end = nullptr;
+    g_ascii_strtoll(found, &end, 10);
+    if (end != found) {
         return;
     }
     g_file_set_contents(path, text.c_str(), -1, &error);
