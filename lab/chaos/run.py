@@ -128,10 +128,14 @@ class Chaos:
     def report(self):
         times = sorted(burst.healed for burst in self.bursts)
         longest = max(self.bursts, key=lambda burst: burst.healed)
+        silent, twice = (max(self.bursts, key=lambda burst: getattr(burst, value))
+                         for value in ("silent", "twice"))
         print(f"{sum(self.done.values())} faults in {len(times)} bursts: {dict(self.done)}")
         print(f"until all was well, s: median {statistics.median(times):.1f}, 95 of 100 "
               f"{times[len(times) * 95 // 100]:.1f}, longest {longest.healed:.1f} "
               f"({', '.join(longest.names)})")
+        print(f"longest without an answer {silent.silent:.2f} s ({', '.join(silent.names)}), "
+              f"on two nodes {twice.twice:.2f} s ({', '.join(twice.names)})")
         print(f"daemons that ended themselves: {sum(self.aborts.values())} {dict(self.aborts)}")
         print("| Cause | Bursts | No answer, s: median / most | On two nodes, s: most |\n"
               "| --- | --- | --- | --- |")
