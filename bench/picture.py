@@ -33,14 +33,16 @@ def _draw(results, rows, path):
                  if (row, peer) in results]
         if found:
             _bars(axes, found, (index - (len(PEERS) - 1) / 2) * _BAR, f"C{index}", its.name)
+    labels = ["limit: corosync alone, and an election"]
     for y, row in enumerate(rows):
         limits = [of["limit"] for (key, _), runs in results.items() if key == row
                   for of in [figures(runs)] if of["limit"] is not None]
         if limits:
             limit = max(min(limits), _LEAST_S) * 1e3
             axes.plot([limit] * 2, [y - 0.45, y + 0.45], "k:", linewidth=1,
-                      label="corosync's report + 500 ms" if y == 0 else None)
+                      label=labels.pop() if labels else None)
     axes.set_xscale("log")
+    axes.set_xlim(left=_LEAST_S * 1e3)
     axes.set_xlabel("longest time without an answer, ms: median, and a line to the largest")
     axes.set_yticks(range(len(rows)), [ROWS[row].name for row in rows])
     axes.invert_yaxis()
