@@ -17,7 +17,8 @@ constexpr int64_t one_change_us = 10'000'000;
 constexpr int64_t request_us = 5'000'000;
 /* Several slaves may answer one give-back. */
 constexpr int64_t give_back_us = 2'000'000;
-/* A node's own election period may end so much later than the take-over of its winner. */
+/* A node's own election period may end so much later than the take-over of its winner, and the
+   keeper may log a move so much later than the daemon. */
 constexpr int64_t late_end_us = 1'000'000;
 
 /* How the master was found. */
@@ -118,7 +119,9 @@ public:
     void operator()(const KeeperLine &event) {
         const char *text = event.text.c_str();
         const bool moves = std::strstr(text, "take over: ") || std::strstr(text, "taking over: ");
-        request = moves ? now : request;
+        /* It may hear of a move a moment after the daemon. */
+        Place &asked = change && recent(change->at, late_end_us) ? change->request : request;
+        asked = moves ? now : asked;
         const bool leaves = std::strstr(text, "asking") && std::strstr(text, "is being stopped");
         kill = leaves || std::strstr(text, "ending the daemon") ? now : kill;
     }
@@ -264,8 +267,8 @@ private:
             change->at = now;
             change->master = node;
             change->request = asked;
-            request.reset(); /* it explains no later change */
         }
+        request.reset(); /* it explains no later change */
         master = node;
         members.insert(node);
         chosen.reset();
@@ -333,10 +336,9 @@ private:
             return winner + (fresh ? " took over" : " was asked to take over") + place;
         case Way::frozen_return:
             return winner + ", to which mastership is frozen, took over" + place;
-        case Way::give_back:
-            break;
+        default:
+            return winner + " took over" + place;
         }
-        return winner + " took over" + place;
     }
 
     std::string gap(const std::optional<int64_t> &without_us) const {
