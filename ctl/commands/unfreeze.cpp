@@ -50,8 +50,7 @@ int unfreeze_alone(const Options &options) {
     }
     const ProgramAnswer answer = ask_program({"sh", "-c", without_freeze}, stop_limit_s);
     if (answer.status != 0) {
-        return complain(Exit::failed, answer.err + "\nNext: systemctl status " DUSKVALE_IDENT
-                                                   "; it may be stopped");
+        return complain(Exit::failed, answer.err + "\nNext: systemctl status " DUSKVALE_IDENT);
     }
     print_line("the freeze is removed; this node elects itself within a second");
     return Exit::ok;
