@@ -16,7 +16,7 @@ StoredSetting read_stored(const char *path) {
     std::ifstream file(path);
     std::string first;
     /* The library leaves the errno of open(2) and of read(2), which fails for a directory. */
-    if (!std::getline(file, first) && errno != 0) {
+    if (!std::getline(file >> std::ws, first) && errno != 0) {
         setting.fault = errno;
         return setting;
     }

@@ -37,6 +37,29 @@ client::NodeId node_id(const std::string &digits) {
     return static_cast<client::NodeId>(std::strtoll(digits.c_str(), nullptr, 10));
 }
 
+/* Why a program of corosync failed. Corosync answers only root, and whom its configuration names.
+ */
+Finding problem_of(const ProgramAnswer &program, const std::string &name) {
+    constexpr const char *look = "systemctl status corosync";
+    if (program.timed_out) {
+        return {Level::critical, "corosync",
+                "corosync is running but does not answer: it is stopped or starved", look};
+    }
+    if (program.err.find("CS_ERR_ACCESS") != program.err.npos ||
+        program.err.ends_with("error 11")) {
+        return {Level::unknown, "corosync",
+                "corosync is running; it shows the ring and the group only to root", ask_as_root};
+    }
+    if (!corosync_is_there()) {
+        return {Level::critical, "corosync", "corosync is not running",
+                "systemctl start corosync; if it ends: journalctl -u corosync -e"};
+    }
+    return {Level::unknown, "corosync",
+            "corosync could not be asked: " + name + ": " + printable(program.err), look};
+}
+
+} // namespace
+
 /* Lines such as "nodelist.node.0.nodeid (u32) = 3", "runtime.members.3.status (str) = joined" or
  * "totem.crypto_cipher (str) = aes256". */
 void read_cmap(const std::string &text, CorosyncFacts &facts) {
@@ -45,10 +68,10 @@ void read_cmap(const std::string &text, CorosyncFacts &facts) {
     for (const std::string &line : split(text, '\n')) {
         const std::size_t end_of_key = line.find(" (");
         const std::size_t equals = line.find(" = ");
-        if (end_of_key == line.npos || equals == line.npos) {
+        const std::vector<std::string> key = split(line.substr(0, end_of_key), '.');
+        if (end_of_key == line.npos || equals == line.npos || key.empty()) {
             continue;
         }
-        const std::vector<std::string> key = split(line.substr(0, end_of_key), '.');
         const std::string value = line.substr(equals + 3);
         const std::string &last = key.back();
         if (last == "local_node_pos") {
@@ -75,29 +98,6 @@ void read_groups(const std::string &text, CorosyncFacts &facts) {
         }
     }
 }
-
-/* Why a program of corosync failed. Corosync answers only root, and whom its configuration names.
- */
-Finding problem_of(const ProgramAnswer &program, const std::string &name) {
-    constexpr const char *look = "systemctl status corosync";
-    if (program.timed_out) {
-        return {Level::critical, "corosync",
-                "corosync is running but does not answer: it is stopped or starved", look};
-    }
-    if (program.err.find("CS_ERR_ACCESS") != program.err.npos ||
-        program.err.ends_with("error 11")) {
-        return {Level::unknown, "corosync",
-                "corosync is running; it shows the ring and the group only to root", ask_as_root};
-    }
-    if (!corosync_is_there()) {
-        return {Level::critical, "corosync", "corosync is not running",
-                "systemctl start corosync; if it ends: journalctl -u corosync -e"};
-    }
-    return {Level::unknown, "corosync",
-            "corosync could not be asked: " + name + ": " + printable(program.err), look};
-}
-
-} // namespace
 
 CorosyncFacts ask_corosync() {
     struct Question {

@@ -49,5 +49,8 @@ struct Facts {
 Facts gather_facts();
 /* The part of it that `check` needs. */
 CorosyncFacts ask_corosync();
+/* Both add what a program of corosync printed. */
+void read_cmap(const std::string &text, CorosyncFacts &facts);
+void read_groups(const std::string &text, CorosyncFacts &facts);
 
 } // namespace ctl

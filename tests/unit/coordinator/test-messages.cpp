@@ -49,12 +49,4 @@ TEST(Messages, DeviceTextsAreCutToTheirFields) {
                   bytes(location.substr(161) + '\0') + bytes(path + '\0'));
 }
 
-TEST(Messages, DeviceTextFieldWithoutItsNulIsRefused) {
-    for (const size_t field : {12U, 52U}) {
-        Message message = encode_lumacrate({1, 1, "id", "location", "/sys/x"});
-        std::fill_n(message.begin() + static_cast<std::ptrdiff_t>(field), 40, 'x');
-        EXPECT_FALSE(decode_lumacrate(message)) << "field at " << field;
-    }
-}
-
 } // namespace
