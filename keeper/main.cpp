@@ -53,7 +53,10 @@ int main(int argc, char *argv[]) {
     signal(SIGPIPE, SIG_IGN);
     keeper::log_for_glib();
     if (option == "--hold") {
-        const keeper::Stored stored = keeper::Disk(DUSKVALE_KEEPER_STATE_FILE, {}).read().stored;
+        const auto [stored, problem] = keeper::Disk(DUSKVALE_KEEPER_STATE_FILE, {}).read();
+        if (!problem.empty()) {
+            keeper::log_line(LOG_ERR, "SETTINGS: nothing can be repaired: " + problem);
+        }
         keeper::repair_setting(DUSKVALE_PREFERRED_MASTER_FILE, stored.preferred_file);
         keeper::repair_setting(DUSKVALE_FROZEN_MASTER_FILE, stored.frozen_file);
         /* Also with a mistake in the file, which must not keep the services down. */

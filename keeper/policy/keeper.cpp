@@ -44,13 +44,20 @@ static void follow_daemon(Turn &turn) {
     known.change();
 }
 
+static void follow_disk(Turn &turn, const std::string &problem) {
+    if (!problem.empty() && problem != turn.known.disk_problem) {
+        turn.error("DISK: what this node shall remember was not read or written: " + problem);
+    }
+    turn.known.disk_problem = problem;
+}
+
 static void learn(Turn &turn) {
     Known &known = turn.known;
     if (const auto *read = turn.get<DiskRead>()) {
         known.stored = read->stored;
-        known.disk_problem = read->problem;
+        follow_disk(turn, read->problem);
     } else if (const auto *written = turn.get<DiskWritten>()) {
-        known.disk_problem = written->problem;
+        follow_disk(turn, written->problem);
     } else if (const auto *corosync = turn.get<Corosync>()) {
         known.corosync = *corosync;
         known.local = corosync->local != 0 ? corosync->local : known.local;
