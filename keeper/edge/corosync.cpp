@@ -18,52 +18,66 @@ constexpr int look_every_ms = 120'000;
 constexpr unsigned default_device_sync_ms = 30'000;
 
 /* Reads keys of cmap; one that is not there, or of another type, reads as `otherwise`. */
-unsigned number(cmap_handle_t cmap, const std::string &key, unsigned otherwise) {
-    uint32_t value = 0;
-    return cmap_get_uint32(cmap, key.c_str(), &value) == CS_OK ? value : otherwise;
-}
-bool flag(cmap_handle_t cmap, const char *key) {
-    uint8_t value = 0;
-    return cmap_get_uint8(cmap, key, &value) == CS_OK && value != 0;
-}
-std::string text(cmap_handle_t cmap, const std::string &key) {
-    g_autofree char *value = nullptr; /* g_free() is free() */
-    return cmap_get_string(cmap, key.c_str(), &value) == CS_OK ? value : "";
-}
+struct Keys {
+    cmap_handle_t cmap = 0;
+    bool lost = false; /* the connection, and with it a value */
 
-void read_keys(cmap_handle_t cmap, Corosync &read) {
+    bool found(cs_error_t result) {
+        lost = lost ||
+               (result != CS_OK && result != CS_ERR_NOT_EXIST && result != CS_ERR_INVALID_PARAM);
+        return result == CS_OK;
+    }
+    unsigned number(const std::string &key, unsigned otherwise) {
+        uint32_t value = 0;
+        return found(cmap_get_uint32(cmap, key.c_str(), &value)) ? value : otherwise;
+    }
+    bool flag(const char *key) {
+        uint8_t value = 0;
+        return found(cmap_get_uint8(cmap, key, &value)) && value != 0;
+    }
+    std::string text(const std::string &key) {
+        char *value = nullptr;
+        if (!found(cmap_get_string(cmap, key.c_str(), &value))) {
+            return ""; /* whatever `value` is, it is freed already */
+        }
+        g_autofree char *owned = value; /* g_free() is free() */
+        return owned;
+    }
+};
+
+void read_keys(Keys &keys, Corosync &read) {
     unsigned votes = 0;
     const auto node = [](unsigned position, const char *key) {
         return "nodelist.node." + std::to_string(position) + "." + key;
     };
-    for (unsigned at = 0; !text(cmap, node(at, "ring0_addr")).empty(); at++) {
-        read.nodes.emplace(number(cmap, node(at, "nodeid"), 0), text(cmap, node(at, "name")));
-        votes += number(cmap, node(at, "quorum_votes"), 1);
+    for (unsigned at = 0; !keys.text(node(at, "ring0_addr")).empty(); at++) {
+        read.nodes.emplace(keys.number(node(at, "nodeid"), 0), keys.text(node(at, "name")));
+        votes += keys.number(node(at, "quorum_votes"), 1);
     }
-    const unsigned position = number(cmap, "nodelist.local_node_pos", UINT32_MAX);
-    read.local = number(cmap, node(position, "nodeid"), 0);
-    read.votequorum = text(cmap, "quorum.provider") == "corosync_votequorum";
-    read.two_node = flag(cmap, "runtime.votequorum.two_node");
-    read.tie_breaker = flag(cmap, "quorum.auto_tie_breaker");
-    read.votes = number(cmap, "quorum.expected_votes", votes);
-    if (!text(cmap, "quorum.device.model").empty()) {
-        read.votes += number(cmap, "quorum.device.votes", 1);
+    const unsigned position = keys.number("nodelist.local_node_pos", UINT32_MAX);
+    read.local = keys.number(node(position, "nodeid"), 0);
+    read.votequorum = keys.text("quorum.provider") == "corosync_votequorum";
+    read.two_node = keys.flag("runtime.votequorum.two_node");
+    read.tie_breaker = keys.flag("quorum.auto_tie_breaker");
+    read.votes = keys.number("quorum.expected_votes", votes);
+    if (!keys.text("quorum.device.model").empty()) {
+        read.votes += keys.number("quorum.device.votes", 1);
         read.device_sync =
-            Duration(number(cmap, "quorum.device.sync_timeout", default_device_sync_ms));
+            Duration(keys.number("quorum.device.sync_timeout", default_device_sync_ms));
     }
-    read.token = Duration(number(cmap, "runtime.config.totem.token", 1000));
-    read.consensus = Duration(number(cmap, "runtime.config.totem.consensus", 1200));
+    read.token = Duration(keys.number("runtime.config.totem.token", 1000));
+    read.consensus = Duration(keys.number("runtime.config.totem.consensus", 1200));
 }
 
 /* One connection to both services. */
 struct Session {
-    cmap_handle_t cmap = 0;
+    Keys keys = {};
     quorum_handle_t quorum = 0;
     Corosync heard = {}; /* without the keys */
 
     ~Session() {
         quorum_finalize(quorum);
-        cmap_finalize(cmap);
+        cmap_finalize(keys.cmap);
     }
 };
 
@@ -79,7 +93,7 @@ void on_quorum(quorum_handle_t handle, uint32_t quorate, uint64_t, uint32_t coun
 bool open(Session &session) {
     quorum_callbacks_t callbacks{on_quorum};
     uint32_t type = 0;
-    return cmap_initialize(&session.cmap) == CS_OK &&
+    return cmap_initialize(&session.keys.cmap) == CS_OK &&
            quorum_initialize(&session.quorum, &callbacks, &type) == CS_OK &&
            quorum_context_set(session.quorum, &session) == CS_OK &&
            quorum_trackstart(session.quorum, CS_TRACK_CURRENT | CS_TRACK_CHANGES) == CS_OK;
@@ -110,11 +124,11 @@ void follow(const Deliver &deliver, Corosync &last) {
         Corosync news = session.heard;
         /* While corosync reads its configuration again, the keys are neither the old nor the new
          * ones. */
-        if (news.connected && !flag(session.cmap, "config.reload_in_progress")) {
-            read_keys(session.cmap, news);
-            report(deliver, last, news);
+        if (news.connected && !session.keys.flag("config.reload_in_progress")) {
+            read_keys(session.keys, news);
+            session.keys.lost ? void() : report(deliver, last, news);
         }
-    } while (wait(session));
+    } while (!session.keys.lost && wait(session));
 }
 
 } // namespace
