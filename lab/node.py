@@ -77,7 +77,7 @@ class Node:
         self.systemctl("kill", "--kill-who=main", f"--signal={int(number)}", unit)
 
     def pause(self, unit=DAEMON):
-        """Stops the process in its tracks (SIGSTOP) and comes back when it stands still."""
+        """Stops the process in its tracks (SIGSTOP) and returns when it has stopped."""
         self.signal(signal.SIGSTOP, unit)
         stat = self.file(f"/proc/{self.pid(unit)}/stat")
         self._wait(

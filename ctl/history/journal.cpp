@@ -69,7 +69,7 @@ std::vector<Record> place_ends(std::vector<Record> records) {
 
 /*
  * The daemon logs that the group has changed, and prints who came and went on its standard output,
- * which takes another way to the journal and so comes later, after lines of the daemon that tell
+ * which takes another way to the journal and so comes later, after lines of the daemon that show
  * what followed. This puts the Joined and Left in the place of their GroupChanged and gives them
  * that time. One that no change of the same daemon came shortly before is dropped: a run step,
  * which shares the output, has printed it.

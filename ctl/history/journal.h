@@ -25,7 +25,7 @@ struct Source {
 };
 
 struct Reading {
-    std::vector<Record> records = {}; /* oldest first; what tells an operator nothing is left out */
+    std::vector<Record> records = {}; /* oldest first; what no operator needs is left out */
     NodeId local = 0;                 /* this node; 0: the records do not say */
     bool all = true;                  /* the source holds no other entries */
 };

@@ -1,4 +1,5 @@
-/* What all edges have in common: whom they tell, and calls over the bus that wait for nothing. */
+/* What all edges have in common: whom they report to, and calls over the bus that wait for nothing.
+ */
 #pragma once
 
 #include "keeper/policy/types.h"

@@ -21,7 +21,7 @@ enum class LogCategory : int {
     run = 6,
 };
 
-/* The tag that stands for `category` in a debug line, such as "CPG_GLIB". */
+/* The tag of `category` in a debug line, such as "CPG_GLIB". */
 constexpr const char *duskvale_debug_tag(LogCategory category) noexcept {
     switch (category) {
     case LogCategory::cpg:
@@ -41,7 +41,7 @@ constexpr const char *duskvale_debug_tag(LogCategory category) noexcept {
 }
 
 /*
- * Writes one formatted text to standard error as it stands (no time stamp, no added newline), or to
+ * Writes one formatted text to standard error as it is (no time stamp, no added newline), or to
  * syslog with `priority` (LOG_EMERG to LOG_DEBUG, without facility bits). Always returns 0.
  * Use the macros below: they add the prefix of the line's kind and the calling function's name.
  */

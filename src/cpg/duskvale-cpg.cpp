@@ -37,7 +37,7 @@ void cpg_deliver_fn(cpg_handle_t handle, const cpg_name *, uint32_t nodeid, uint
     }
 }
 
-/* To standard output, which reaches the log in the background: a list is no line of its own. */
+/* To standard output, which reaches the log in the background: a list is not a line of its own. */
 void print_cpg_addr_list(const char *label, const cpg_address *list, size_t count) {
     for (size_t i = 0; i < count; i++) {
         printf("\t[%d] %s: nodeid=%u pid=%u reason=%u\n", static_cast<int>(i), label,

@@ -78,9 +78,9 @@ static gboolean dvcpg_callback(gpointer user_data) noexcept {
     DUSKVALE_DBG(LogCategory::cpg_glib, "\n");
     const DuskvaleGCpgPrivate *priv = DUSKVALE_GCPG(user_data)->priv;
     const cs_error_t result = duskvale_cpg_dispatch(priv->cpg);
-    /* A hang-up alone is no end as long as the library still has events to hand out. Once it also
-       fails no event can come any more, while the descriptor stays ready: going on would spin and
-       log without end. */
+    /* A hang-up alone is not the end as long as the library still has events to hand out. Once it
+       also fails no event can come any more, while the descriptor stays ready: going on would spin
+       and log without end. */
     if (result != CS_OK && (priv->source->pollfd.revents & hung_up) != 0) {
         DUSKVALE_ERR("corosync is gone (cpg_dispatch: %d) -- ending\n", result);
         g_source_destroy(&priv->source->source);

@@ -9,11 +9,11 @@ struct Options {
     const char *pid_file = nullptr;        /* -p */
     const char *syslog_facility = nullptr; /* -s; "local5" when neither -f nor -s was given */
     int verbosity = 0;                     /* how many -v */
-    uint32_t debug_mask = 0;               /* -d; what is no number reads as 0 */
+    uint32_t debug_mask = 0;               /* -d; what is not a number reads as 0 */
 };
 
 /*
- * Reads the whole command line into `options`; arguments that are no options are ignored. Returns
+ * Reads the whole command line into `options`; arguments that are not options are ignored. Returns
  * 0, or the character of the first option that is not accepted: its letter, or '?' when getopt(3)
  * has complained already.
  */

@@ -2,7 +2,7 @@
  * The six methods of the object on the bus, called by the bus binding on the main-loop thread. Each
  * checks what the object itself knows and passes the request to its agent; none changes state: the
  * effect comes back through notify.h. All return TRUE and leave `error` alone, so that every call
- * is answered; `status` tells a refusal (FALSE, with a warning in the log). Strings are the
+ * is answered; `status` reports a refusal (FALSE, with a warning in the log). Strings are the
  * binding's, valid only during the call.
  */
 #pragma once

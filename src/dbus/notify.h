@@ -1,7 +1,7 @@
 /*
- * How the owner of the bus object tells it what happened: each function brings the published state
- * up to date and emits one signal. All return TRUE; strings are borrowed for the call. They may be
- * called from the object's creation on; before its registration the signals reach nobody.
+ * How the owner of the bus object reports to it what happened: each function brings the published
+ * state up to date and emits one signal. All return TRUE; strings are borrowed for the call. They
+ * may be called from the object's creation on; before its registration the signals reach nobody.
  */
 #pragma once
 

@@ -8,7 +8,7 @@
 
 #include "dbus/duskvale-dbus.h"
 
-/* Loads whether this node is the preferred master; not preferred when the file tells nothing. */
+/* Loads whether this node is the preferred master; not preferred when the file does not say. */
 void read_preferred_master(DuskvaleDBus *self);
 
 /*

@@ -149,7 +149,7 @@ static DuskvaleLumacrateInfo *read_inventory(const glob_t &matches) {
     return details;
 }
 
-/* Through the property, so that its change notification tells the owner. */
+/* Through the property, so that its change notification reaches the owner. */
 static void set_property_lumacrate_count(DuskvaleLumacrates *self, gint32 count) {
     GValue value = G_VALUE_INIT;
     g_value_init(&value, G_TYPE_INT);

@@ -100,7 +100,7 @@ void command_line(const std::string &text) {
     }
 }
 
-/* A line that is no entry is one of the daemon's log. */
+/* A line that is not an entry is one of the daemon's log. */
 void journal(const std::string &text) {
     using nlohmann::json;
     std::string entries;

@@ -2,7 +2,7 @@
  * A cluster in one process: N real coordinators on a fake group and a virtual clock in ms.
  *
  * The group has one order of messages and membership changes for each island (the nodes that reach
- * each other). A multicast waits in the sender's outbox until the group orders it; then it stands
+ * each other). A multicast waits in the sender's outbox until the group orders it; then it is
  * in the inbox of every member, and each node takes from its inbox at its own pace. Nodes that stay
  * together through a change have the same messages before it.
  */
@@ -65,7 +65,7 @@ struct Node {
 
     /* Faults. */
     std::string fails;   /* the function of a sub-object that fails in the construction */
-    bool paused = false; /* the process stands still; the group does not */
+    bool paused = false; /* the process is stopped; the group is not */
     bool held = false;   /* the group is slow to order what this node sends */
     std::function<bool(char)> refuses; /* by message type */
 

@@ -1,6 +1,6 @@
 /*
  * The scripts in scripts/: each line that begins with "$" is carried out, and what comes of it is
- * held against what stands below it. The table of commands says what they do.
+ * compared with what is below it. The table of commands says what they do.
  */
 #include "cluster.h"
 #include "support/script.h"

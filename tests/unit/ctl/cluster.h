@@ -141,7 +141,7 @@ inline void corosync_runs(bool runs) {
     setenv("PATH", (tools.string() + ":" + std::getenv("PATH")).c_str(), 1);
 }
 
-/* What stands on the terminal of a duskvalectl that runs on one. */
+/* What is on the terminal of a duskvalectl that runs on one. */
 inline std::string on_terminal(const std::string &words) {
     const std::string command = "script -qE never -c \"$DUSKVALECTL " + words + "\" /dev/null";
     return std::regex_replace(shell("TERM=xterm " + command).out, std::regex("\r\n"), "\n");

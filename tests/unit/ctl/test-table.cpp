@@ -1,38 +1,6 @@
 /* The table, and what is made from it or must say the same. */
 #include "ctl/golden.h"
 
-#include <set>
-
-namespace {
-
-std::string in_man_page() {
-    return file_text(source_path("docs/man/duskvalectl.1"));
-}
-
-/* The names that `pattern`'s first group finds in `text`. */
-std::set<std::string> found(const std::string &text, const std::string &pattern) {
-    const std::regex expression(pattern, std::regex::ECMAScript | std::regex::multiline);
-    std::set<std::string> names;
-    for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at) {
-        names.insert((*at)[1]);
-    }
-    return names;
-}
-
-std::set<std::string> commands_in_help() {
-    const std::string help = duskvalectl({"help"}).out;
-    const auto start = help.find("Commands:");
-    return found(help.substr(start, help.find("\n\n", start) - start), R"(^  ([a-z-]+))");
-}
-
-std::set<std::string> options_in_help(const Words &words) {
-    std::set<std::string> options = found(duskvalectl(words).out, R"(^  --([a-z-]+))");
-    options.erase("help"); /* that all have */
-    return options;
-}
-
-} // namespace
-
 TEST(Table, helpShowsAllOfIt) {
     expect_session("help");
     EXPECT_EQ(duskvalectl({"--help"}).out, duskvalectl({"help"}).out);
@@ -54,24 +22,6 @@ TEST(Table, usageFaultsAreReportedWithoutTouchingTheBus) {
                                  {"--json"}}) {
         EXPECT_GT(duskvalectl(allowed).status, 3) << allowed.front();
     }
-}
-
-TEST(Table, manPageHasEachCommandWithItsOptions) {
-    const std::string page = in_man_page();
-    std::set<std::string> all_options{"help", "version"};
-    for (const std::string &command : commands_in_help()) {
-        const std::regex item("^\\.It Ic " + command + "\\b(?!-)(.*)$",
-                              std::regex::ECMAScript | std::regex::multiline);
-        std::smatch match;
-        ASSERT_TRUE(std::regex_search(page, match, item)) << command;
-        const auto options = options_in_help({"help", command});
-        EXPECT_EQ(found(match[1], R"(Fl -(\w+))"), options) << command;
-        all_options.insert(options.begin(), options.end());
-    }
-    EXPECT_EQ(found(page, R"(^\.It Ic ([\w-]+))"), commands_in_help());
-    EXPECT_EQ(found(page, R"(^\.It Fl -(\w+))"), all_options);
-    EXPECT_EQ(found(page, R"(^\.It (\d+)$)"),
-              found(file_text(source_path("ctl/exit-status.h")), R"(= (\d+);)"));
 }
 
 TEST(Table, completionOffersWhatTheHelpShows) {

@@ -3,7 +3,7 @@
  * begins with "$ ", and below each what came of it. Played again, the file must stay the same. With
  * UPDATE_GOLDEN=1 it is written again. Lines that begin with "#" are titles.
  *
- * Several commands stand in one line with "; " between them. What is not printable ASCII is written
+ * Several commands share a line with "; " between them. What is not printable ASCII is written
  * as in C, in octal, on both sides. An outcome has no empty lines.
  */
 #pragma once
