@@ -11,6 +11,7 @@
 #include <corosync/cpg.h>
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -95,7 +96,11 @@ int main() {
     require(cpg_initialize(&handle, &callbacks), "cpg_initialize");
     require(cpg_local_get(handle, &own_nodeid), "cpg_local_get");
     const cpg_name group = {5, "bench"};
-    require(cpg_join(handle, &group), "cpg_join");
+    cs_error_t joined;
+    while ((joined = cpg_join(handle, &group)) == CS_ERR_TRY_AGAIN) {
+        usleep(10'000); /* The ring is changing. */
+    }
+    require(joined, "cpg_join");
     int fd;
     require(cpg_fd_get(handle, &fd), "cpg_fd_get");
 

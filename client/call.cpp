@@ -10,8 +10,8 @@ constexpr const char *properties_interface = "org.freedesktop.DBus.Properties";
 
 } // namespace
 
-Call get_all() {
-    return {properties_interface, "GetAll", owned(g_variant_new("(s)", DUSKVALE_BUS_INTERFACE))};
+Call get_all(const char *interface) {
+    return {properties_interface, "GetAll", owned(g_variant_new("(s)", interface))};
 }
 
 Call set_preferred(bool preferred) {

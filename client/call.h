@@ -18,8 +18,8 @@ struct Call {
     Variant arguments = nullptr; /* null for none */
 };
 
-/* Answered with all properties: read_snapshot(). */
-Call get_all();
+/* Answered with all properties of the interface: read_snapshot(), read_keeper(). */
+Call get_all(const char *interface);
 /* Starts an election unless mastership is frozen. */
 Call set_preferred(bool preferred);
 

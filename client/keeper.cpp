@@ -41,11 +41,6 @@ void read_heard(GVariant *times, std::vector<KeeperNode> &nodes) {
 
 } // namespace
 
-Call keeper_get_all() {
-    return {"org.freedesktop.DBus.Properties", "GetAll",
-            owned(g_variant_new("(s)", DUSKVALE_KEEPER_BUS_NAME))};
-}
-
 std::optional<KeeperState> read_keeper(GVariant *reply) {
     if (!g_variant_is_of_type(reply, G_VARIANT_TYPE("(a{sv})"))) {
         return std::nullopt;

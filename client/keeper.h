@@ -51,9 +51,9 @@ struct KeeperState {
 /* How the texts begin that keepers send each other as messages of the daemon. */
 constexpr const char *keeper_text = "duskvale-keeper ";
 
-/* Answered with all properties: read_keeper(). */
-Call keeper_get_all();
-/* Reads that reply. No value when it is of another form than the keeper's. */
+/* Reads the reply to get_all() (client/call.h). No value when it is of another form than the
+ * keeper's.
+ */
 std::optional<KeeperState> read_keeper(GVariant *reply);
 
 /* Each of these is answered with what was done, in words, or with an error that says why not. */

@@ -103,7 +103,7 @@ void Bus::watch_output() {
 
 Result<client::Snapshot> Bus::read() {
     const Result<client::Variant> answer =
-        call(DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all());
+        call(DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all(DUSKVALE_BUS_INTERFACE));
     if (!answer) {
         return answer.problem();
     }
@@ -125,7 +125,7 @@ Result<bool> Bus::ask(const client::Call &asked) {
 
 KeeperView Bus::read_keeper() {
     const Reply reply = send(DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH,
-                             client::keeper_get_all(), answer_limit_ms);
+                             client::get_all(DUSKVALE_KEEPER_BUS_NAME), answer_limit_ms);
     if (!reply.value) {
         const bool absent = keeper_is_absent(reply.error.get());
         return {.state = std::nullopt,

@@ -55,22 +55,16 @@ Problem bus_closed() {
 }
 
 Problem classify_call(const GError *error) {
-    struct Meaning {
-        int code;
-        ProblemKind kind;
+    const auto is = [error](int code) {
+        return g_error_matches(error, G_DBUS_ERROR, code) != FALSE;
     };
-    static constexpr Meaning meanings[] = {
-        {G_DBUS_ERROR_SERVICE_UNKNOWN, ProblemKind::daemon_not_running},
-        {G_DBUS_ERROR_NAME_HAS_NO_OWNER, ProblemKind::daemon_not_running},
-        /* The bus answers so for a daemon that ended while it had the call. */
-        {G_DBUS_ERROR_NO_REPLY, ProblemKind::daemon_not_running},
-        {G_DBUS_ERROR_ACCESS_DENIED, ProblemKind::not_permitted},
-    };
-    for (const Meaning &meaning : meanings) {
-        if (g_error_matches(error, G_DBUS_ERROR, meaning.code)) {
-            return meaning.kind == ProblemKind::daemon_not_running ? daemon_absent()
-                                                                   : Problem{meaning.kind, ""};
-        }
+    /* The last is what the bus answers for a daemon that ended while it had the call. */
+    if (is(G_DBUS_ERROR_SERVICE_UNKNOWN) || is(G_DBUS_ERROR_NAME_HAS_NO_OWNER) ||
+        is(G_DBUS_ERROR_NO_REPLY)) {
+        return daemon_absent();
+    }
+    if (is(G_DBUS_ERROR_ACCESS_DENIED)) {
+        return {ProblemKind::not_permitted, ""};
     }
     if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT)) {
         return {ProblemKind::no_answer, ""};

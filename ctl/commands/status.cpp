@@ -1,5 +1,6 @@
 #include "ctl/ask/bus.h"
 #include "ctl/commands/commands.h"
+#include "ctl/doctor/facts.h"
 #include "ctl/print/json.h"
 #include "ctl/print/nodes.h"
 #include "ctl/print/text.h"
@@ -57,6 +58,10 @@ void print_status(const client::Snapshot &snapshot, const KeeperView &keeper) {
                : "no") +
           "\n");
     print(label("devices") + std::to_string(snapshot.devices) + "\n");
+    /* Corosync tells only root. */
+    if (const CorosyncFacts corosync = ask_corosync(); corosync.loss.count() > 0) {
+        print(label("a loss") + corosync.loss_text() + "\n");
+    }
 }
 
 } // namespace

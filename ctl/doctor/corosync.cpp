@@ -89,6 +89,9 @@ void check_corosync(const Facts &facts, Findings &findings) {
     }
     check_ring(corosync, local, findings);
     check_group(facts, local, findings);
+    if (corosync.loss.count() > 0) {
+        findings.ok(corosync.loss_text());
+    }
     if (!corosync.encrypted && corosync.listed.size() > 1) {
         findings.warning(
             "the ring is not encrypted: whoever can send packets to it decides what root "

@@ -63,30 +63,26 @@ Finding problem_of(const ProgramAnswer &program, const std::string &name) {
 /* Lines such as "nodelist.node.0.nodeid (u32) = 3", "runtime.members.3.status (str) = joined" or
  * "totem.crypto_cipher (str) = aes256". */
 void read_cmap(const std::string &text, CorosyncFacts &facts) {
-    std::map<std::string, client::NodeId> by_position;
-    std::string local_position;
+    static const std::string members = "runtime.members.";
+    std::map<std::string, std::string> values;
     for (const std::string &line : split(text, '\n')) {
-        const std::size_t end_of_key = line.find(" (");
         const std::size_t equals = line.find(" = ");
-        const std::vector<std::string> key = split(line.substr(0, end_of_key), '.');
-        if (end_of_key == line.npos || equals == line.npos || key.empty()) {
+        if (equals == line.npos) {
             continue;
         }
-        const std::string value = line.substr(equals + 3);
-        const std::string &last = key.back();
-        if (last == "local_node_pos") {
-            local_position = value;
-        } else if (key.size() == 4 && last == "nodeid") {
-            by_position[key[2]] = node_id(value);
+        const std::string key = line.substr(0, line.find(" ("));
+        const std::string value = values[key] = line.substr(equals + 3);
+        if (key.ends_with(".nodeid")) {
             facts.listed.insert(node_id(value));
-        } else if (key.size() == 4 && last == "status" && value == "joined") {
-            facts.ring.insert(node_id(key[2]));
-        } else if (last == "crypto_cipher" || last == "secauth") {
+        } else if (key.starts_with(members) && value == "joined") {
+            facts.ring.insert(node_id(key.substr(members.size())));
+        } else if (key == "totem.crypto_cipher" || key == "totem.secauth") {
             facts.encrypted |= value != "none" && value != "off";
         }
     }
-    const auto local = by_position.find(local_position);
-    facts.local = local != by_position.end() ? local->second : 0;
+    facts.local = node_id(values["nodelist.node." + values["nodelist.local_node_pos"] + ".nodeid"]);
+    facts.loss = std::chrono::milliseconds(node_id(values["runtime.config.totem.token"]) +
+                                           node_id(values["runtime.config.totem.consensus"]));
 }
 
 /* Lines of a group, a process and a node, such as "duskvale|4711|3". */
@@ -105,7 +101,8 @@ CorosyncFacts ask_corosync() {
         void (*read)(const std::string &, CorosyncFacts &);
     };
     static const Question questions[] = {
-        {{"corosync-cmapctl", "runtime.members.", "nodelist.", "totem."}, read_cmap},
+        {{"corosync-cmapctl", "runtime.members.", "runtime.config.totem.", "nodelist.", "totem."},
+         read_cmap},
         {{"corosync-cpgtool", "-d|"}, read_groups},
     };
     CorosyncFacts facts;

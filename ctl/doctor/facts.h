@@ -15,13 +15,20 @@ namespace ctl {
 
 /* What corosync on this node knows of the ring and of the daemons' group. */
 struct CorosyncFacts {
-    std::optional<Finding> problem;  /* why the rest is not known */
-    client::NodeId local = 0;        /* this node's id; 0 without a nodelist */
-    std::set<client::NodeId> listed; /* the nodelist of corosync.conf; may be empty */
-    std::set<client::NodeId> ring;   /* who is in the ring with this node, itself included */
-    bool encrypted = false;          /* the ring */
+    std::optional<Finding> problem;   /* why the rest is not known */
+    client::NodeId local = 0;         /* this node's id; 0 without a nodelist */
+    std::set<client::NodeId> listed;  /* the nodelist of corosync.conf; may be empty */
+    std::set<client::NodeId> ring;    /* who is in the ring with this node, itself included */
+    bool encrypted = false;           /* the ring */
+    std::chrono::milliseconds loss{}; /* from that of a node to its report, by the timers in use */
     /* The processes in the daemons' group, by node. */
     std::map<client::NodeId, std::set<std::string>> group;
+
+    /* While the ring changes, corosync takes no message: the survivors elect in the second period
+       of 0.5 s. */
+    std::string loss_text() const {
+        return "a lost node is noticed after " + duration_text(loss) + " and replaced 1.0 s later";
+    }
 };
 
 /* What systemd knows of the daemon's unit. */

@@ -41,7 +41,7 @@ void follow_daemon(GDBusConnection *bus, Deliver &deliver) {
 }
 
 void read_daemon(GDBusConnection *bus, Deliver &deliver) {
-    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all(),
+    call(bus, DUSKVALE_BUS_NAME, DUSKVALE_BUS_PATH, client::get_all(DUSKVALE_BUS_INTERFACE),
          [&deliver](const Reply &reply) {
              std::string fault = reply.error;
              const auto snapshot = reply.arguments != nullptr

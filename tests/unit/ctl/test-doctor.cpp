@@ -50,7 +50,9 @@ protected:
                            "nodelist.node.0.nodeid (u32) = 3\n"
                            "nodelist.node.1.nodeid (u32) = 7\n"
                            "nodelist.node.2.nodeid (u32) = 3232235777\n"
-                           "runtime.members.12.status (str) = left\n";
+                           "runtime.members.12.status (str) = left\n"
+                           "runtime.config.totem.token (u32) = 780\n"
+                           "runtime.config.totem.consensus (u32) = 936\n";
         for (const std::string &member : in_ring) {
             ring += "runtime.members." + member + ".status (str) = joined\n";
         }
@@ -116,7 +118,8 @@ protected:
 
 TEST_F(Doctor, findsNothingOnAHealthyNode) {
     expect_golden("doctor-healthy", "### a healthy node\n" + doctor({"doctor"}) +
-                                        "### for a program\n" + doctor({"doctor", "--json"}));
+                                        "### for a program\n" + doctor({"doctor", "--json"}) +
+                                        "### its state\n" + doctor({"status"}));
 }
 
 TEST_F(Doctor, saysWhereCorosyncAndTheGroupAreNotWhole) {
