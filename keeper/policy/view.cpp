@@ -10,8 +10,11 @@ void View::receive(Turn &turn) {
     const auto *line = turn.get<client::Text>();
     const auto text = line != nullptr ? decode(line->text, known.now) : std::nullopt;
     const bool own = text && text->from == known.local;
-    if (!text || (own && text->boot != known.config.boot)) {
-        return; /* not a keeper's, or an earlier keeper's of this node */
+    const auto &listed = known.corosync.nodes;
+    if (!text || (own && text->boot != known.config.boot) ||
+        (!listed.empty() && !listed.contains(text->from))) {
+        return; /* not a keeper's, an earlier keeper's of this node, or of a node that is not there
+                 */
     }
     Peer &peer = known.peers[text->from];
     turn.text = text;

@@ -1,16 +1,17 @@
 """The keepers on three nodes, with the virtual address: the role stays, moves and is given up as
 it must."""
 
+import random
 import re
 import signal
 import time
 
 import pytest
-from support import LIMIT_S, aborted, others, said, write
+from support import LIMIT_S, aborted, lines, others, said, write
 
 from lab.examples import EXAMPLES, SERVICE, install, install_address
 from lab.holders import Watch, has_address, overlap
-from lab.paths import COROSYNC, DAEMON, SETTINGS
+from lab.paths import COROSYNC, DAEMON, RUN_DIRECTORY, SETTINGS, WATCH_DIRECTORY
 from lab.waiting import now, wait_until
 
 KEEPER = "duskvale-keeper.service"
@@ -265,3 +266,52 @@ def test_keeper_may_hang_or_be_killed(kept):
     kept.wait_master()
     first.systemctl("start", KEEPER)
     wait_settled(kept)
+
+
+def test_keepers_are_closed_and_give_their_programs_what_they_need(kept):
+    target = others(kept, wait_settled(kept).number)[0]
+    # In tenths; lower is more closed.
+    target.run(["systemd-analyze", "security", "--offline=true", "--threshold=40",
+                target.show("FragmentPath", KEEPER)])
+    kept_closed = (SETTINGS, RUN_DIRECTORY, "/var/lib/duskvale-keeper")
+    open_to_others = target.run(["find", *kept_closed, "!", "-type", "l", "(", "-perm", "/022",
+                                 "-o", "!", "-user", "root", ")"])
+    assert open_to_others.stdout == ""
+    target.write_watch("50-says.watch", "#!/bin/sh\nexec >/tmp/part; env | grep -v ^_= | sort\n"
+                       "echo $(umask) $(id -u) $(pwd)\nmv /tmp/part /tmp/says\n")
+    # Links that lead nowhere, one in the place of the setting that is written now.
+    for link in (f"{WATCH_DIRECTORY}/60-loop.watch", f"{SETTINGS}/preferred_master"):
+        target.file(link).unlink(missing_ok=True)
+        target.file(link).symlink_to(link)
+    move(kept, target)
+    target.wait_log("WATCH: 60-loop.watch: .* cannot be run, which counts for nothing", unit=KEEPER)
+    said = target.file(f"/proc/{target.pid(KEEPER)}/root/tmp/says")
+    kept.wait(said.exists, LIMIT_S, "the program has run")
+    *variables, rest = said.read_text(encoding="utf-8").splitlines()
+    assert "LC_ALL=C.UTF-8" in variables and rest == "0077 0 /"
+    assert not [line for line in variables if line.startswith(("LD_", "BASH_ENV", "PYTHON"))]
+    assert wait_settled(kept) == target
+    assert lines(target, f"Failed opening {SETTINGS}/preferred_master")
+
+
+def test_forged_texts_run_nothing_but_a_nodes_own_steps(kept):
+    liar = others(kept, wait_settled(kept).number)[0]
+    since = now()
+    genuine = [found.arguments[0] for node in kept.nodes for found in node.signals
+               if found.name == "NotifyGotMessage"]
+    lies = random.Random(1)
+
+    def lie(word):
+        return '"$(touch /run/owned)"' if word[0].startswith('"') else str(lies.randint(0, 4))
+
+    for text in lies.choices(genuine, k=150):
+        name, version, report = text.split(" ", 2)
+        forged = re.sub(r'\d+|"[^"]*"', lie, report)
+        liar.call("SendMessage", f"{name} {version} {forged}")
+    liar.systemctl("restart", KEEPER)  # It asks all for the truth.
+    master = wait_settled(kept)
+    for node in kept.nodes:
+        assert not node.file("/run/owned").exists()
+        assert not re.search(r"^unfit=.", node.file(STATE).read_text(), re.MULTILINE)
+        assert not [end for end in node.exits(since) if end.status == signal.SIGKILL]
+        wait_verdict(node, "ok", f"({master}) is master")
