@@ -58,7 +58,7 @@ void print_status(const client::Snapshot &snapshot, const KeeperView &keeper) {
                : "no") +
           "\n");
     print(label("devices") + std::to_string(snapshot.devices) + "\n");
-    /* Corosync tells only root. */
+    /* Corosync reports only root. */
     if (const CorosyncFacts corosync = ask_corosync(); corosync.loss.count() > 0) {
         print(label("a loss") + corosync.loss_text() + "\n");
     }

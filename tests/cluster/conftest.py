@@ -15,6 +15,8 @@ cables or kills corosync costs the next reset some seconds, and one that does no
 
 `cluster` is that lab with the daemons running and agreed on a master.
 
+`kept` is another lab of three, with keepers and the virtual address, whose keepers have settled.
+
 `make_lab(nodes=4, ids={1: 3232235777})` gives a lab of the test's own (some 3 s), ended with it.
 
 `node` is one node, which is master as soon as its daemon runs. It runs, is not enabled, and has
@@ -35,9 +37,10 @@ import os
 import pathlib
 
 import pytest
-from support import NAME, STARTED, STEP, forget_steps, wait_steps
+from support import NAME, STARTED, STEP, forget_steps, wait_settled, wait_steps
 
 from lab.cluster import BUILD, Lab
+from lab.examples import install_address
 from lab.node import Node
 from lab.paths import DAEMON, PACKAGE
 
@@ -84,6 +87,22 @@ def cluster(lab):
     lab.start()
     lab.wait_master()
     return lab
+
+
+@pytest.fixture(name="_shared_kept", scope="session")
+def _shared_kept_lab(make_lab):
+    return make_lab(nodes=3, keepers=(1, 2, 3))
+
+
+@pytest.fixture
+def kept(_shared_kept):
+    """A lab whose keepers have done what they do after a start."""
+    _shared_kept.reset()
+    for node in _shared_kept.nodes:
+        install_address(node)
+    _shared_kept.start()
+    wait_settled(_shared_kept)
+    return _shared_kept
 
 
 @pytest.fixture

@@ -6,6 +6,8 @@ import re
 import signal
 import time
 
+from lab.cluster import CHECKOUT
+from lab.holders import has_address
 from lab.waiting import now, wait_until
 
 NAME = "duskvale-corosync-bridge"
@@ -31,6 +33,12 @@ echo "$name $1" >>/run/steps
 hang=/run/hang-$1-${0##*/}
 [ ! -e "$hang" ] || { echo $$ >/run/hanging; exec sleep "$(cat "$hang")"; }
 """
+
+TOOK = r", after [\d.]+ m?s$"
+
+FAILS = "#!/bin/sh\n[ $1 = stop ] || exit 3\n"
+
+OBJECT = ("com.norvel.DuskvaleKeeper", "/com/norvel/DuskvaleKeeper", "com.norvel.DuskvaleKeeper")
 
 STARTED = ["10-first.run start", "20-last.run start"]
 STOPPED = ["20-last.run stop", "10-first.run stop"]
@@ -89,12 +97,23 @@ def steps_held(*nodes):
             os.close(writer)
 
 
+def follow(node, recipe):
+    """Does on the node, or on its disk when it is off, what the runbook says; the output as `said`
+    gives it."""
+    text = (CHECKOUT / "docs/operations.md").read_text(encoding="utf-8")
+    script = re.search(f"^```sh {recipe}\n(.*?)^```", text, re.MULTILINE | re.DOTALL)[1]
+    argv = ["sh", "-euc", script.replace("alpha", "node1").replace("beta", "node2")]
+    if not node.is_on():
+        return node.lab.host.run("chroot", f"/run/lab/{node.name}/root", *argv)
+    return re.sub(TOOK, "", node.run(argv, limit=90.0).stdout, flags=re.MULTILINE)
+
+
 def said(node, *arguments, status=0, **options):
     """What duskvalectl says, errors last, without how long it took. It must end with `status`."""
     result = node.duskvalectl(*arguments, check=False, **options)
     text = result.stdout + result.stderr
     assert result.returncode == status, text
-    return re.sub(r", after [\d.]+ m?s$", "", text, flags=re.MULTILINE)
+    return re.sub(TOOK, "", text, flags=re.MULTILINE)
 
 
 def lines(node, text, since=0.0):
@@ -146,3 +165,24 @@ def wait_steps(node, expected):
         return found == expected
 
     wait_until(done, LIMIT_S, f"steps: {expected}", explain=lambda: str(steps(node)))
+
+
+def wait_settled(lab):
+    """The master, once it is preferred and nobody else is."""
+    def settled():
+        master = lab.node(lab.wait_master())
+        preferred = [node for node in lab.nodes if node.get("PreferredMaster")]
+        return master if preferred == [master] and has_address(master) else None
+
+    return lab.wait(settled, LIMIT_S, "the master is preferred")
+
+
+def wait_verdict(node, level, cause=""):
+    """Waits until the node's keeper says so, and that among the causes."""
+    ask = ["busctl", "get-property", *OBJECT, "Verdict", "Causes"]
+
+    def said_so():
+        text = node.run(ask, check=False).stdout
+        return f'"{level}"' in text and cause in text
+
+    node.lab.wait(said_so, LIMIT_S, f"{node} says {level}: {cause}", pause=0.1)

@@ -7,58 +7,19 @@ import signal
 import time
 
 import pytest
-from support import LIMIT_S, aborted, lines, others, said, write
+from support import (FAILS, LIMIT_S, OBJECT, aborted, follow, lines, others, said,
+                     wait_settled, wait_verdict, write)
 
-from lab.examples import EXAMPLES, SERVICE, install, install_address
+from lab.examples import EXAMPLES, SERVICE, install
 from lab.holders import Watch, has_address, overlap
-from lab.paths import COROSYNC, DAEMON, RUN_DIRECTORY, SETTINGS, WATCH_DIRECTORY
+from lab.paths import COROSYNC, DAEMON, KEEPER, RUN_DIRECTORY, SETTINGS, WATCH_DIRECTORY
 from lab.waiting import now, wait_until
 
-KEEPER = "duskvale-keeper.service"
 WATCH = "90-virtual-address.watch"
 STATE = "/var/lib/duskvale-keeper/state"
 UNIT = "example.service"
-OBJECT = ("com.norvel.DuskvaleKeeper", "/com/norvel/DuskvaleKeeper", "com.norvel.DuskvaleKeeper")
 # token + consensus, and what the keeper may need beyond it.
 STALL_LIMIT_S = 1.0 + 1.2 + 2.0
-FAILS = "#!/bin/sh\n[ $1 = stop ] || exit 3\n"
-
-
-@pytest.fixture(name="_shared_kept", scope="module")
-def _shared_kept_lab(make_lab):
-    return make_lab(nodes=3, keepers=(1, 2, 3))
-
-
-@pytest.fixture
-def kept(_shared_kept):
-    """A lab whose keepers have done what they do after a start."""
-    _shared_kept.reset()
-    for node in _shared_kept.nodes:
-        install_address(node)
-    _shared_kept.start()
-    wait_settled(_shared_kept)
-    return _shared_kept
-
-
-def wait_settled(lab):
-    """The master, once it is preferred and nobody else is."""
-    def settled():
-        master = lab.node(lab.wait_master())
-        preferred = [node for node in lab.nodes if node.get("PreferredMaster")]
-        return master if preferred == [master] and has_address(master) else None
-
-    return lab.wait(settled, LIMIT_S, "the master is preferred")
-
-
-def wait_verdict(node, level, cause=""):
-    """Waits until the node's keeper says so, and that among the causes."""
-    ask = ["busctl", "get-property", *OBJECT, "Verdict", "Causes"]
-
-    def said_so():
-        text = node.run(ask, check=False).stdout
-        return f'"{level}"' in text and cause in text
-
-    node.lab.wait(said_so, LIMIT_S, f"{node} says {level}: {cause}", pause=0.1)
 
 
 def wait_why(node, reason):
@@ -83,7 +44,7 @@ def test_master_stays_when_slaves_restart(kept):
     master = wait_settled(kept)
     since = now()
     for slave in others(kept, master.number) * 2:
-        slave.systemctl("restart", DAEMON)
+        follow(slave, "start-again")
         assert kept.wait_master() == master.number
     slave.reboot()
     kept.wait_ring()
@@ -95,9 +56,12 @@ def test_master_stays_when_slaves_restart(kept):
 
 def test_moves_hold(kept):
     since = now()
-    for _ in range(2):
-        for target in kept.nodes:
-            move(kept, target)
+    follow(kept.node(3), "move")
+    assert set(kept.masters().values()) == {2}
+    follow(kept.node(3), "move-back")
+    assert set(kept.masters().values()) == {1}
+    for target in kept.nodes[1:]:
+        move(kept, target)
     slave = kept.node(1)
     slave.systemctl("restart", DAEMON)  # At once: nothing has settled yet.
     move(kept, kept.node(2))
@@ -176,7 +140,7 @@ def test_watch_starts_a_service_again(kept):
         wait_why(node, f"MOVE: .* node {master.id} .* is not fit")
     assert heir != master and wait_settled(kept) == heir
     wait_verdict(heir, "warning", "could not take over")
-    said(master, "fit")
+    follow(master, "fit")
     wait_verdict(heir, "ok")
     for node in kept.nodes:
         node.systemctl("stop", UNIT)
@@ -205,8 +169,8 @@ def test_failed_start_moves_the_role_once(kept):
     assert not masters_since(kept, tired)
     for node in kept.nodes:
         node.file("/usr/share/duskvale/run.d/50-fails.run").unlink()
-        said(node, "fit")
-    said(kept.node(kept.wait_master()), "take-over", "--wait")
+        follow(node, "fit")
+    follow(kept.node(kept.wait_master()), "steps-again")
     wait_verdict(first, "ok")
 
 
@@ -264,7 +228,7 @@ def test_keeper_may_hang_or_be_killed(kept):
     first.stop()
     first.start()
     kept.wait_master()
-    first.systemctl("start", KEEPER)
+    follow(first, "keeper")
     wait_settled(kept)
 
 
