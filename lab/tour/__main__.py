@@ -2,6 +2,7 @@
 
 import argparse
 import os
+import pathlib
 import sys
 
 from .. import diagnosis
@@ -36,7 +37,11 @@ def tour(options):
     )
     name = NAME if options.keep else f"{NAME}-{os.getpid()}"
     with Lab(name, nodes=3, build=options.build, keepers=(1, 2, 3)) as lab:
-        Story(lab, paper).run()
+        story = Story(lab, paper)
+        story.run()
+        file = pathlib.Path(options.build, "demo.svg")
+        file.write_text(story.picture(), encoding="utf-8")
+        paper.text(f"\nA picture of this run: {file}")
         if options.keep:
             lab.detach()
             paper.title("The cluster stays up")

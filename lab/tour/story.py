@@ -9,7 +9,7 @@ from ..cluster import CHECKOUT
 from ..examples import ADDRESS
 from ..paths import DAEMON
 from ..waiting import LabError, now
-from . import timeline
+from . import picture, timeline
 from .outages import Client, longest_silence
 from .services import install
 
@@ -23,6 +23,7 @@ class Story:
         self._lab = lab
         self._paper = paper
         self._acts = []
+        self._pictured = []
         self._act = None
         lab.reset()
         for node in lab.nodes:
@@ -44,6 +45,10 @@ class Story:
         self._why()
         self._paper.title("In short")
         self._paper.table(("WHAT HAPPENED", "MASTER", "CLIENT WITHOUT AN ANSWER"), self._acts)
+
+    def picture(self):
+        """The text of an SVG, which shows what the client saw."""
+        return picture.draw(self._pictured)
 
     # The acts
 
@@ -175,6 +180,8 @@ class Story:
         silent = f"{silence * 1000:.0f} ms" if silence else "never"
         masters = sorted({f"node{n}" for n in self._lab.masters().values() if n})
         self._acts.append((title, ", ".join(masters), silent))
+        self._pictured.append((title, start, end, changes,
+                               f"no answer for {silent}" if silence else "always answered"))
 
     def _master(self):
         return self._lab.node(self._lab.wait_master())
