@@ -71,7 +71,7 @@ std::string outcome_text(const Settling &settling, int64_t took) {
 /* Why nothing came of it. A corosync that is stalled keeps the request. */
 std::string no_effect_text() {
     return ask_program({"corosync-cmapctl", "nodelist.local_node_pos"}).timed_out
-               ? "corosync does not answer: it is stopped or starved\n"
+               ? "corosync does not answer: it hangs or gets no processor time\n"
                  "Next: systemctl status corosync. It keeps the request, which may still take "
                  "effect when corosync continues"
                : "nothing came back from the cluster\n"
@@ -121,7 +121,7 @@ int wait_for_effect(Bus &bus, const Request &request, const client::Snapshot &be
     }
     print_line(outcome_text(settling, g_get_monotonic_time() - start));
     if (!request.holds(settling.last)) {
-        return complain(Exit::failed, "it did not last: something else has changed it since");
+        return complain(Exit::failed, "the change did not last: a later one overrode it");
     }
     return settling.failed > 0 ? Exit::failed : Exit::ok;
 }

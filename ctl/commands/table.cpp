@@ -1,7 +1,7 @@
 /*
  * The one table of what duskvalectl understands. The command line is parsed by it, the help and the
- * completion are made from it, and a test holds the man page against it. A new command is a row
- * here and a file beside this one.
+ * completion are made from it, and scripts/check-docs compares the man page with it. A new
+ * command is a row here and a file beside this one.
  */
 #include "ctl/commands/commands.h"
 
@@ -21,15 +21,15 @@ const Argument wait = wait_option();
 const Command command_table[] = {
     {"status", "show the master and the state of this node (the default)", command_status, {json}},
     {"why",
-     "why mastership moved the last time, from the journal",
+     "explain the last change of master, from the journal",
      command_why,
      {json, log_file, since}},
     {"history",
-     "all events that the journal has, newest last",
+     "list the events in the journal, newest last",
      command_history,
      {json, count_option("--last", &Options::last, "show the last N events only"), log_file,
       since}},
-    {"monitor", "what happens from now on, a line each", command_monitor, {json}},
+    {"monitor", "show events as they happen, one per line", command_monitor, {json}},
     {"move",
      "make another node the master, by name or id; without one, the keeper chooses",
      command_move,
@@ -37,7 +37,7 @@ const Command command_table[] = {
     {"take-over", "make this node the master", command_take_over, {wait}},
     {"give-back", "hand mastership from this node to another", command_give_back, {wait}},
     {"freeze",
-     "hold mastership where it is now",
+     "keep mastership where it is",
      command_freeze,
      {text("REASON", &Options::text), wait}},
     {"unfreeze",
@@ -50,7 +50,7 @@ const Command command_table[] = {
      "prefer this node as master, or stop preferring it",
      command_prefer,
      {one_of("on|off", {"on", "off"}), wait}},
-    {"fit", "say that this node, which the keeper found unfit, is repaired", command_fit},
+    {"fit", "remove the unfit mark of this node, once it is repaired", command_fit},
     {"wait",
      "wait for a role of this node, or for a stable cluster",
      command_wait,
@@ -61,13 +61,13 @@ const Command command_table[] = {
      command_check,
      {count_option("--members", &Options::members, "warn when there are fewer members")},
      true},
-    {"doctor", "check the whole node, and say what to do", command_doctor, {json}, true},
+    {"doctor", "examine this node, and say what to do", command_doctor, {json}, true},
     {"metrics", "print figures in the OpenMetrics text format", command_metrics},
     {"send",
-     "show a text wherever the cluster is monitored",
+     "send a text, which monitor shows on every node",
      command_send,
      {text("TEXT", &Options::text)}},
-    {"keep-alive", "show a sign of life wherever the cluster is monitored", command_keep_alive},
+    {"keep-alive", "send a sign of life, which monitor shows on every node", command_keep_alive},
     {"hotplug",
      "report a device of this node to the daemon",
      command_hotplug,

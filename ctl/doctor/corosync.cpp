@@ -94,7 +94,7 @@ void check_corosync(const Facts &facts, Findings &findings) {
     }
     if (!corosync.encrypted && corosync.listed.size() > 1) {
         findings.warning(
-            "the ring is not encrypted: whoever can send packets to it decides what root "
+            "the ring is not encrypted: anyone who can send packets to it controls what root "
             "runs on each node",
             "corosync-keygen, and crypto_cipher in /etc/corosync/corosync.conf");
     }

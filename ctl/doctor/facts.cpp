@@ -43,7 +43,8 @@ Finding problem_of(const ProgramAnswer &program, const std::string &name) {
     constexpr const char *look = "systemctl status corosync";
     if (program.timed_out) {
         return {Level::critical, "corosync",
-                "corosync is running but does not answer: it is stopped or starved", look};
+                "corosync is running but does not answer: it hangs or gets no processor time",
+                look};
     }
     if (program.err.find("CS_ERR_ACCESS") != program.err.npos ||
         program.err.ends_with("error 11")) {

@@ -76,7 +76,7 @@ void check_frozen(const Facts &facts, Findings &findings) {
             DUSKVALE_FROZEN_MASTER_FILE
             " does not begin with a node id: when the daemon starts, it would lose the "
             "file and lift the freeze of the whole cluster",
-            "duskvalectl freeze REASON; or, where mastership shall not be frozen: "
+            "duskvalectl freeze REASON; or, if mastership should not be frozen: "
             "rm " DUSKVALE_FROZEN_MASTER_FILE);
     } else if (setting.known() && facts.daemon && facts.daemon->frozen_node != setting.value()) {
         findings.warning("mastership is " + state(setting.value()) +

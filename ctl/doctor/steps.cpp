@@ -60,9 +60,9 @@ bool check_step(const std::string &path, const struct stat &status, Findings &fi
         return good;
     } else if (!line.starts_with("#!")) {
         fault(Level::warning, " does not name its interpreter in its first line",
-              "let it begin with #!/bin/sh, or what it is written for");
+              "begin it with #!/bin/sh, or with its own interpreter");
     } else if (line.ends_with('\r')) {
-        fault(Level::critical, " cannot be run: it has the line ends of another system",
+        fault(Level::critical, " cannot be run: it has the line ends of DOS",
               "sed -i 's/\\r$//' " + shell_word(path));
     } else if (const std::string missing = missing_interpreter(line); !missing.empty()) {
         fault(Level::critical, " cannot be run: its interpreter is missing: " + printable(missing),
@@ -113,7 +113,7 @@ void check_steps(const Facts &, Findings &findings) {
             findings.add(fault == EACCES ? Level::unknown
                          : step          ? Level::critical
                                          : Level::note,
-                         printable(name) + " leads nowhere: " + std::strerror(fault),
+                         printable(name) + " is a broken link: " + std::strerror(fault),
                          "ls -l " + shell_word(path));
         } else if (step) {
             good += check_step(path, status, findings) ? 1U : 0U;

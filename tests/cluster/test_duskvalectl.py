@@ -42,8 +42,8 @@ def test_requests_take_effect_or_say_why_not(cluster):
     assert said(master, "give-back", "--wait", status=REFUSED) == refusal
     user = third.run([*AS_WATCHER, "duskvalectl", "take-over"], check=False)
     assert (user.returncode, user.stdout, user.stderr) == (
-        NOT_PERMITTED, "", "duskvalectl: the policy of the system bus does not let you ask this\n"
-        "Next: the same as root, with sudo; the group adm can query, too\n")
+        NOT_PERMITTED, "", "duskvalectl: the policy of the system bus does not allow this\n"
+        "Next: use sudo; members of the group adm can query without it\n")
     assert follow(third, "prefer") == (
         f"{me} is now preferred as master; no election: mastership is frozen to {where}\n{held}")
     assert follow(slave, "unfreeze") == (
