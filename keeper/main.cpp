@@ -53,7 +53,7 @@ int main(int argc, char *argv[]) {
     signal(SIGPIPE, SIG_IGN);
     keeper::log_for_glib();
     if (option == "--hold") {
-        const auto [stored, problem] = keeper::Disk(DUSKVALE_KEEPER_STATE_FILE, {}).read();
+        const auto [stored, problem] = keeper::Disk{DUSKVALE_KEEPER_STATE_FILE, {}}.read();
         if (!problem.empty()) {
             keeper::log_line(LOG_ERR, "SETTINGS: nothing can be repaired: " + problem);
         }

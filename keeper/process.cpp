@@ -4,33 +4,22 @@
 #include "keeper/edge/daemon.h"
 #include "keeper/edge/disk.h"
 #include "keeper/edge/log.h"
-#include "keeper/edge/object.h"
 #include "keeper/edge/programs.h"
 #include "keeper/edge/pulse.h"
 #include "keeper/edge/systemd.h"
+#include "keeper/object.h"
 #include "keeper/paths.h"
 #include "keeper/policy/keeper.h"
 
 #include "base/paths.h"
+#include "base/utf8.h"
 
-#include <glob.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 namespace keeper {
 
 namespace {
-
-/* The run directory as the daemon reads it at the start of a sequence. */
-RunDirectoryRead list_steps() {
-    glob_t found{};
-    RunDirectoryRead read;
-    if (glob(DUSKVALE_RUN_DIR "/*.run", GLOB_ERR, nullptr, &found) == 0) {
-        read.steps.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
-    }
-    globfree(&found);
-    return read;
-}
 
 gboolean on_watchdog(gpointer) noexcept {
     sd_notify(0, "WATCHDOG=1");
@@ -39,10 +28,7 @@ gboolean on_watchdog(gpointer) noexcept {
 
 class Process : public World {
 public:
-    Process(const Config &config, GDBusConnection *bus_)
-        : bus(bus_), machine(config, *this), pulse(deliver), object(bus, deliver),
-          disk(DUSKVALE_KEEPER_STATE_FILE, deliver),
-          programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, deliver) {
+    Process(const Config &config_, GDBusConnection *bus_) : config(config_), bus(bus_) {
         take(disk.read());
         follow_daemon(bus, deliver);
         follow_unit(bus, deliver);
@@ -56,7 +42,7 @@ private:
     void send_text(const std::string &text) override {
         call_daemon(bus, client::send_message(text));
     }
-    void send_keep_alive() override { pulse.send(); }
+    void send_keep_alive() override { keeper::send_keep_alive(keep_alives); }
     void ping_bus() override {
         call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
              {"org.freedesktop.DBus.Peer", "Ping", nullptr},
@@ -66,34 +52,38 @@ private:
     void write_preferred(bool on) override { call_daemon(bus, client::set_preferred(on)); }
     void read_snapshot() override { read_daemon(bus, deliver); }
     void read_run_directory() override {
-        call_on_main_loop([this, read = list_steps()] { take(read); });
+        /* As the daemon reads it when a sequence begins, which is now. */
+        call_on_main_loop(
+            [this, found = paths(DUSKVALE_RUN_DIR "/*.run")] { take(RunDirectoryRead{found}); });
     }
-    void run_watch_programs() override { programs.run(); }
+    void run_watch_programs() override {
+        run_programs(DUSKVALE_KEEPER_WATCH_DIR, config.watch_limit, deliver);
+    }
     void kill_daemon() override { kill_unit(bus); }
     void store(const Stored &stored) override { disk.write(stored); }
     void answer(void *call, bool ok, const std::string &text) override {
-        object.answer(call, ok, text);
+        answer_call(call, ok, text);
     }
     void log(int priority, const std::string &text) override {
         log_line(priority, text);
-        object.announce(text);
+        duskvale_keeper_emit_logged(object, duskvale_utf8(text.c_str()).c_str());
     }
 
+    Config config;
     GDBusConnection *bus;
-    Keeper machine;
     Deliver deliver = [this](const Input &input) { take(input); };
-    Pulse pulse;
-    Object object;
-    Disk disk;
-    Programs programs;
+    Keeper machine{config, *this};
+    Disk disk{DUSKVALE_KEEPER_STATE_FILE, deliver};
+    sd_bus *keep_alives = follow_keep_alives(deliver);
+    DuskvaleKeeper *object = export_object(bus, deliver);
     client::Source alarm;
     std::string status;
 };
 
 void Process::take(const Input &input) {
     machine.handle(input, now());
-    object.publish(machine.properties());
     const std::vector<std::string> &causes = machine.judgement().causes;
+    publish(object, machine.state(), machine.judgement(), machine.freeze_changed());
     const std::string first = causes.empty() ? "" : causes.front();
     if (std::exchange(status, first) != first) {
         sd_notify(0, ("STATUS=" + status).c_str());

@@ -1,5 +1,7 @@
 #include "keeper/edge/call.h"
 
+#include <glob.h>
+
 namespace keeper {
 
 using Answered = std::function<void(const Reply &)>;
@@ -35,6 +37,14 @@ void call(GDBusConnection *bus, const char *name, const char *path, const client
 void call_on_main_loop(Callback callback) {
     /* Not g_idle_add(): what waits here is as urgent as what the bus brings. */
     g_idle_add_full(G_PRIORITY_DEFAULT, on_main_loop, new Callback(std::move(callback)), nullptr);
+}
+
+std::vector<std::string> paths(const std::string &pattern) {
+    glob_t found{};
+    glob(pattern.c_str(), 0, nullptr, &found);
+    std::vector<std::string> list(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    globfree(&found);
+    return list;
 }
 
 Time now() {

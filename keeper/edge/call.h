@@ -36,6 +36,9 @@ void call(GDBusConnection *bus, const char *name, const char *path, const client
 /* Has `callback` called by the main loop. May be called by any thread. */
 void call_on_main_loop(std::function<void()> callback);
 
+/* The files that a pattern names: glob(3), in its order. */
+std::vector<std::string> paths(const std::string &pattern);
+
 /* On the clock of the policies. */
 Time now();
 

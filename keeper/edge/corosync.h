@@ -13,9 +13,8 @@
 namespace keeper {
 
 /*
- * From now on `deliver` gets a CorosyncRead or QuorumChanged for each change, after each connection
- * first a CorosyncRead, and when the connection is lost, or the first attempt fails, one
- * QuorumChanged that says so; then it connects again. A frozen corosync has no changes to report.
+ * From now on `deliver` gets a Corosync for each change. When the connection is lost, or the first
+ * attempt fails, one says so; then it connects again. A frozen corosync has no changes to report.
  */
 void follow_corosync(const Deliver &deliver);
 

@@ -8,22 +8,16 @@
 
 namespace keeper {
 
-class Disk {
-public:
-    /* `deliver` gets a DiskWritten after each attempt to write. */
-    Disk(std::string path_, Deliver deliver_)
-        : path(std::move(path_)), deliver(std::move(deliver_)) {}
+struct Disk {
+    std::string path;
+    Deliver deliver; /* gets a DiskWritten after each attempt to write */
+    bool writing = false;
+    std::optional<Stored> waiting = {};
 
     /* Reads it at once. A file that is not there holds nothing. */
     DiskRead read() const;
     /* While a write lasts, only the last of those that follow is carried out after it. */
     void write(const Stored &stored);
-
-private:
-    std::string path;
-    Deliver deliver;
-    bool writing = false;
-    std::optional<Stored> waiting;
 };
 
 } // namespace keeper

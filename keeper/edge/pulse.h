@@ -12,19 +12,10 @@
 
 namespace keeper {
 
-class Pulse {
-public:
-    /* `deliver` gets each keep-alive that the daemon announces, also those of other nodes. */
-    explicit Pulse(Deliver deliver);
+/* From now on `deliver` gets each keep-alive that the daemon announces, also those of other nodes.
+   The connection is the caller's, for send_keep_alive(). */
+sd_bus *follow_keep_alives(Deliver &deliver);
 
-    void send();
-
-private:
-    static int on_keep_alive(sd_bus_message *message, void *self, sd_bus_error *) noexcept;
-    static gboolean on_ready(gint, GIOCondition, gpointer self) noexcept;
-
-    Deliver deliver;
-    sd_bus *bus = nullptr;
-};
+void send_keep_alive(sd_bus *bus);
 
 } // namespace keeper

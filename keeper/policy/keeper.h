@@ -19,7 +19,7 @@ public:
     /* What is found after the last input. */
     const Known &state() const { return known; }
     const Verdict &judgement() const { return verdict; }
-    Properties properties() const { return publish(known, verdict, freeze.warning); }
+    const std::string &freeze_changed() const { return freeze.warning; }
 
 private:
     World &world;
@@ -31,7 +31,7 @@ private:
     Freeze freeze;
     Start start;
     Watch watch;
-    Move move{view};
+    Move move;
     Stay stay;
     Verdict verdict;
     std::optional<Time> wake;

@@ -7,15 +7,15 @@ Report Known::report(NodeId node) const {
         const auto peer = peers.find(node);
         return peer != peers.end() ? peer->second.report : Report();
     }
-    return {.master = current.master_node,
-            .frozen = current.frozen_node,
+    return {.request = request,
+            .master = current.master_node,
             .steps = daemon ? steps : Steps{.phase = unit.stop_steps},
             .quorum = !corosync.connected ? Quorum::unknown
                       : corosync.quorate  ? Quorum::yes
                                           : Quorum::no,
-            .unfit = stored.unfit ? stored.unfit->reason : "",
+            .unfit = stored.unfit,
             .leaving = leaving,
-            .wanted = stored.preferred.value_or(false),
+            .wanted = stored.preferred == "true",
             .preferred = current.preferred,
             .settling = settling,
             .stay = config.stay};
@@ -96,8 +96,9 @@ void Turn::prefer(bool on) {
     world.write_preferred(on);
 }
 
-void Turn::mark(std::optional<Unfit> unfit) {
-    known.stored.unfit = std::move(unfit);
+void Turn::mark(const std::string &unfit, const std::string &by) {
+    known.stored.unfit = unfit;
+    known.stored.unfit_by = by;
     world.store(known.stored);
 }
 

@@ -29,9 +29,6 @@ struct Peer {
     Report report;
     Time heard{};
     bool member = false; /* it did not leave the group since */
-    std::string boot;
-    uint64_t sequence = 0; /* of the last text */
-    std::string move;      /* the last one that it asked for; so a repeated request is known */
 };
 
 /* A sequence of run steps is over; one that waited for it has begun. */
@@ -59,7 +56,9 @@ struct Known {
     bool leaving = false;     /* the daemon is about to be stopped */
 
     std::map<NodeId, Peer> peers;
-    std::optional<Text> moving; /* the request; the same on all nodes: texts have one order */
+    Request request; /* what this node asks for and the others have not heard yet */
+    std::optional<Request>
+        moving; /* what is under way; the same on all nodes: texts have one order */
     Time moving_since{};
     std::deque<Time> unfit_moves; /* away from nodes that could not serve, of late */
     std::string stay_off;         /* why stay does nothing; empty: it is at work */
@@ -109,7 +108,7 @@ struct Turn {
     std::optional<Text> text = {};       /* a keeper's, perhaps our own come back */
     Report before = {};                  /* what its sender had said until then */
     std::optional<SequenceEnd> end = {}; /* the run steps of this node are done */
-    std::optional<Text> moved = {};      /* a move ended with this input, by whatever came of it */
+    std::optional<Request> moved = {};   /* a move ended with this input, by whatever came of it */
 
     std::optional<Why> wanted = {}; /* a move that a policy wants; see Move */
     std::optional<Time> wake = {};  /* some policy waits for that time */
@@ -135,7 +134,7 @@ struct Turn {
     }
     /* These take effect at once, for the policies that follow. */
     void prefer(bool on);
-    void mark(std::optional<Unfit> unfit);
+    void mark(const std::string &unfit, const std::string &by);
 };
 
 } // namespace keeper

@@ -3,9 +3,8 @@
 namespace keeper {
 
 constexpr Duration under_way_for{2'000};
-/* A request that is not back was refused by corosync. */
-constexpr Duration back_within{300};
-constexpr unsigned ask_at_most = 4;
+/* A request that is not back by then, although View has repeated it, will not come. */
+constexpr Duration back_within{1'200};
 /* The target's word, after it was applied: should corosync refuse that, the move was made anyway.
  */
 constexpr Duration word_within{400};
@@ -35,7 +34,7 @@ static std::string objection(const Known &known, Why why, NodeId target) {
                                     : "no other node is fit";
 }
 
-std::string Move::describe(const Known &known, const Text &request) {
+std::string Move::describe(const Known &known, const Request &request) {
     return "to " + known.name(request.target) + ": " + because(known, request.why, request.from);
 }
 
@@ -47,26 +46,25 @@ void Move::follow(Turn &turn) {
     }
     std::erase_if(known.unfit_moves,
                   [&](Time time) { return known.now >= time + unfit_moves_within; });
-    if (!turn.text || turn.text->target == 0 || !known.ready) {
+    const Request asked = turn.text ? turn.text->report.request : Request();
+    if (asked.target == 0 || !known.ready || asked == turn.before.request) {
         return;
     }
-    const Text &text = *turn.text;
-    const std::string move = text.boot + " " + std::to_string(text.number);
-    if (std::exchange(known.peers[text.from].move, move) == move || known.moving) {
-        return; /* it is known, or comes second */
-    }
     /* Whether the target is being stopped all nodes have heard in the same order. */
-    const auto target = known.peers.find(text.target);
+    const auto target = known.peers.find(asked.target);
+    if (known.moving) {
+        return; /* it comes second */
+    }
     if (target == known.peers.end() || !target->second.report.leaving) {
-        known.moving = text;
+        known.moving = asked;
         known.moving_since = known.now;
-        if (text.from != known.local && text.target != known.local) {
-            turn.info("MOVE: " + known.name(text.target) +
-                      " is asked to take over: " + because(known, text.why, text.from));
+        if (asked.from != known.local && asked.target != known.local) {
+            turn.info("MOVE: " + known.name(asked.target) +
+                      " is asked to take over: " + because(known, asked.why, asked.from));
         }
         turn.due(known.now + under_way_for);
     }
-    if (text.why == Why::unfit) {
+    if (asked.why == Why::unfit) {
         known.unfit_moves.push_back(known.now);
     }
 }
@@ -96,17 +94,10 @@ void Move::begin(Turn &turn) {
     }
 }
 
-void Move::request(Turn &turn) {
-    ++asking->tries;
-    asking->sent_at = turn.known.now;
-    turn.due(turn.known.now + back_within);
-    view.send(turn, {.target = asking->target, .why = asking->why, .number = number});
-}
-
 /* Before the request: whether it can be made by now. These two give what has come of it: why it
    failed, or the empty text; none: it goes on. */
 std::optional<std::string> Move::prepare(Turn &turn) {
-    const Known &known = turn.known;
+    Known &known = turn.known;
     if (asking->why == Why::leaving) {
         const auto self = known.peers.find(known.local);
         if (!known.master()) {
@@ -123,8 +114,9 @@ std::optional<std::string> Move::prepare(Turn &turn) {
     const std::string reason = objection(known, asking->why, target);
     if (reason.empty()) {
         asking->target = target;
-        ++number;
-        request(turn);
+        asking->sent = known.now;
+        known.request = {known.local, target, asking->why, ++number};
+        turn.due(known.now + back_within);
         turn.info("MOVE: asking " + known.name(target) +
                   " to take over: " + because(known, asking->why, known.local));
         return std::nullopt;
@@ -134,9 +126,10 @@ std::optional<std::string> Move::prepare(Turn &turn) {
 }
 
 std::optional<std::string> Move::outcome(Turn &turn) {
-    const Known &known = turn.known;
+    Known &known = turn.known;
     const auto &text = turn.text;
-    if (!asking->accepted && text && text->from == known.local && text->number == number) {
+    if (!asking->accepted && text && text->report.request == known.request) {
+        known.request.target = 0;
         if (!known.moving || known.moving->from != known.local) {
             return known.moving ? "another move is under way, " + describe(known, *known.moving)
                                 : "its daemon is being stopped";
@@ -163,17 +156,14 @@ std::optional<std::string> Move::outcome(Turn &turn) {
         return !steps && (word || turn.due(*asking->applied + word_within)) ? std::optional("")
                                                                             : std::nullopt;
     }
-    if (!asking->accepted && turn.due(asking->sent_at + back_within)) {
-        if (asking->tries == ask_at_most) {
-            return "corosync did not take the request";
-        }
-        request(turn);
-    }
-    return std::nullopt;
+    return !asking->accepted && turn.due(*asking->sent + back_within)
+               ? std::optional("corosync did not take the request")
+               : std::nullopt;
 }
 
 void Move::finish(Turn &turn, const std::string &failure) {
     const Asking asked = *std::exchange(asking, std::nullopt);
+    turn.known.request.target = 0;
     const bool ok = failure.empty();
     const NodeId node = ok ? turn.known.current.master_node : asked.target;
     const std::string name = node != 0 ? turn.known.name(node) : "another node";
@@ -187,7 +177,7 @@ void Move::finish(Turn &turn, const std::string &failure) {
 /* This node is the target of the move under way. */
 void Move::take_over(Turn &turn) {
     const Known &known = turn.known;
-    const Text &moving = *known.moving;
+    const Request &moving = *known.moving;
     const std::string unfit = known.why_unfit(known.local);
     const std::string reason = moving.why != Why::again ? (unfit == busy ? "" : unfit)
                                : known.master()         ? ""
@@ -215,11 +205,10 @@ void Move::take(Turn &turn) {
         applied->node == known.local && turn.moved->why != Why::again && known.stay_off.empty()) {
         /* A hand-over that was followed by a stop ended on another node in 7 of 10 tries without
            this write. One write gains 10; but an old master whose last sync crossed the take-over
-           is ahead by 11 until the next one, and took the role back. So write twice. The report
+           is ahead by 11 until the next one, and took the role back. So write twice. Our report
            follows: who hears it has had both election starts. */
         turn.prefer(true);
         turn.prefer(true);
-        view.send(turn);
     }
     taking = turn.moved || !known.moving ? Taking::no : taking;
     if (known.moving && known.moving->target == known.local) {
@@ -229,7 +218,7 @@ void Move::take(Turn &turn) {
         return;
     }
     const bool leaving = asking->why == Why::leaving;
-    auto result = asking->tries > 0 ? outcome(turn) : std::nullopt;
+    auto result = asking->sent ? outcome(turn) : std::nullopt;
     if (leaving && result && !result->empty()) { /* while there is time, another one */
         *asking = {.why = Why::leaving,
                    .since = asking->since,
@@ -237,7 +226,7 @@ void Move::take(Turn &turn) {
                    .said = asking->said};
         result.reset();
     }
-    if (!result && asking->tries == 0) {
+    if (!result && !asking->sent) {
         result = prepare(turn);
     }
     if (leaving && !result && turn.due(asking->since + leave_within)) {

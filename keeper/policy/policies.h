@@ -19,12 +19,11 @@ namespace keeper {
 struct View {
     /* Leaves Turn::text, before the policies. */
     void receive(Turn &turn);
-    void send(Turn &turn, Text text = {});
     void take(Turn &turn);
 
-    uint64_t sequence = 0;
-    unsigned tries = 0;             /* texts since the last that came back */
-    std::optional<Report> reported; /* the last one since the daemon appeared */
+    uint64_t sequence = 0, back = 0; /* of our last text, and of the last that came back */
+    unsigned tries = 0;              /* texts since the last that came back */
+    std::optional<Report> reported;  /* the last one since the daemon appeared */
     Time sent_at{};
     bool greeted = false; /* our hello came back, so the others have heard it */
     bool asked = false;   /* another keeper said hello */
@@ -78,8 +77,7 @@ struct QuorumGuard {
 struct Stall {
     void take(Turn &turn);
 
-    bool watching = false;
-    Time sent_at{};
+    Time sent_at{-1'000'000};
     std::optional<Time> missing_since; /* the first keep-alive after the last that came back */
     Time bus_at{};                     /* the last answer of the bus */
     Time due_at{};                     /* when we asked to be called */
@@ -153,32 +151,28 @@ void take_settings(Turn &turn);
  * that takes longer than the election of the others (0.5 s) and is not handed over is not covered.
  */
 struct Move {
-    explicit Move(View &view_) : view(view_) {}
     /* Keeps Known::moving and leaves Turn::moved, before the policies. */
     static void follow(Turn &turn);
     void take(Turn &turn);
     /* "to node 2 (beta): an operator asked node 1 (alpha) for it" */
-    static std::string describe(const Known &known, const Text &request);
+    static std::string describe(const Known &known, const Request &request);
 
     /* A move that this node asks for; with Why::leaving the stop of its daemon waits for it. */
     struct Asking {
         Why why = Why::asked;
         NodeId target = {}; /* 0: the best other node, once there is one */
         Time since{};
-        void *call = nullptr;          /* of our bus object, which waits for it; null: none */
-        std::optional<Time> said = {}; /* the others have heard that we are leaving */
-        unsigned tries = 0;            /* requests; none before the target is idle */
-        Time sent_at{};
+        void *call = nullptr;             /* of our bus object, which waits for it; null: none */
+        std::optional<Time> said = {};    /* the others have heard that we are leaving */
+        std::optional<Time> sent = {};    /* the request; not before the target is idle */
         bool accepted = false;            /* by all, when the request came back */
         std::optional<Time> applied = {}; /* the target is master; only its word is missing */
     };
     void begin(Turn &turn);
-    void request(Turn &turn);
     std::optional<std::string> prepare(Turn &turn);
     std::optional<std::string> outcome(Turn &turn);
     void take_over(Turn &turn);
     void finish(Turn &turn, const std::string &failure);
-    View &view;
     std::optional<Asking> asking;
     uint64_t number = 0; /* of the last request */
     /* This node is the target of the move under way. */
@@ -220,9 +214,5 @@ struct Stay {
  * as when it was started beside a running master.
  */
 Verdict judge(Turn &turn, const std::string &freeze_changed);
-
-/* The properties of the keeper's bus object, by name. */
-using Properties = std::map<std::string, client::Variant>;
-Properties publish(const Known &known, const Verdict &verdict, const std::string &freeze_changed);
 
 } // namespace keeper

@@ -8,16 +8,17 @@ void take_preference(Turn &turn) {
         std::string text = asked->on ? "this node is the first choice of a hand-over"
                                      : "this node is not preferred any more";
         turn.info("PREFERENCE: " + text);
-        known.stored.preferred = asked->on;
+        known.stored.preferred = asked->on ? "true" : "false";
         turn.world.store(known.stored);
         if (!known.stay_off.empty() && known.ready) {
             text += "; the daemon has it, too, since stay does nothing: " + known.stay_off;
             turn.prefer(asked->on);
         }
         turn.world.answer(asked->call, true, text);
-    } else if (turn.get<SnapshotRead>() != nullptr && !known.stored.preferred &&
+    } else if (turn.get<SnapshotRead>() != nullptr && known.stored.preferred.empty() &&
                known.disk_problem.empty()) {
-        known.stored.preferred = known.current.preferred; /* from before there was a keeper */
+        /* from before there was a keeper */
+        known.stored.preferred = known.current.preferred ? "true" : "false";
         turn.world.store(known.stored);
     }
 }

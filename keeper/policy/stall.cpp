@@ -14,13 +14,8 @@ void Stall::take(Turn &turn) {
     const Known &known = turn.known;
     const Time now = known.now;
     if (!known.config.stall || !known.master()) {
-        watching = false;
+        *this = {};
         return;
-    }
-    if (!watching) {
-        watching = true;
-        sent_at = now - send_every;
-        missing_since.reset();
     }
     const auto *back = turn.get<KeepAlive>();
     if (back != nullptr && back->node == known.local) {

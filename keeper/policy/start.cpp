@@ -6,28 +6,27 @@ namespace keeper {
 constexpr Duration tries_apart{5'000};
 
 static void take_end(Turn &turn, const SequenceEnd &end) {
-    const auto &unfit = turn.known.stored.unfit;
-    const bool by_watch = unfit && unfit->by_watch;
+    const std::string &by = turn.known.stored.unfit_by;
     if (!end.failed.empty()) {
         turn.error("START: " + end.failed + ", this node is marked unfit");
-        turn.mark(Unfit{by_watch, end.failed});
-    } else if (end.known && unfit && !by_watch) {
+        turn.mark(end.failed, by == "watch" ? by : "start");
+    } else if (end.known && by == "start") {
         turn.info("START: all steps succeeded, this node is not marked unfit any more");
-        turn.mark({});
+        turn.mark("", "");
     }
 }
 
 /* An operator says that the node can serve. */
 static void clear(Turn &turn, void *call) {
     const Known &known = turn.known;
-    const auto &unfit = known.stored.unfit;
-    const std::string text =
-        unfit ? "this node is not marked unfit any more; it was: " + unfit->reason
-              : "this node was not marked unfit";
+    const std::string &unfit = known.stored.unfit;
+    const std::string text = unfit.empty()
+                                 ? "this node was not marked unfit"
+                                 : "this node is not marked unfit any more; it was: " + unfit;
     const std::string next =
         known.master() ? "; to run its steps again: duskvalectl take-over" : "";
     turn.info("START: " + text);
-    turn.mark({});
+    turn.mark("", "");
     turn.world.answer(call, true, text + next);
 }
 
@@ -48,9 +47,9 @@ void Start::take(Turn &turn) {
     } else if (turn.end && turn.end->start) {
         take_end(turn, *turn.end);
     }
-    if (!known.master() || !known.stored.unfit || known.running() || known.leaving ||
+    if (!known.master() || known.stored.unfit.empty() || known.running() || known.leaving ||
         known.moving) {
-        stays = known.stored.unfit ? stays : "";
+        stays = known.stored.unfit.empty() ? "" : stays;
         return;
     }
     const std::string reason = why_stays(known);

@@ -13,10 +13,10 @@ static const std::string prefix = "duskvale-keeper 1";
 static void each_field(Text &text, const auto &field) {
     const auto all = [&](auto &...fields) { (field(fields), ...); };
     Report &report = text.report;
-    all(text.from, text.boot, text.sequence, text.hello, text.target, text.why, text.number,
-        report.master, report.frozen, report.steps.phase, report.steps.step, report.steps.status,
-        report.steps.since, report.quorum, report.unfit, report.leaving, report.wanted,
-        report.preferred, report.settling, report.stay);
+    all(text.from, text.boot, text.sequence, text.hello, report.request.target, report.request.why,
+        report.request.number, report.master, report.steps.phase, report.steps.step,
+        report.steps.status, report.steps.since, report.quorum, report.unfit, report.leaving,
+        report.wanted, report.preferred, report.settling, report.stay);
 }
 
 std::string encode(Text text, Time now) {
@@ -53,6 +53,7 @@ std::optional<Text> decode(const std::string &line, Time now) {
         }
     });
     text.report.steps.since = now - text.report.steps.since;
+    text.report.request.from = text.from;
     return good && in ? std::optional(text) : std::nullopt;
 }
 

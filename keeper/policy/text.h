@@ -7,8 +7,7 @@
  * start of a keeper, SEQUENCE grows with each text. The fields are those of the structures, in
  * their order: numbers, 0 or 1, and texts in double quotes. A reader ignores other versions.
  *
- * Each text carries its sender's whole report. It can ask for a move besides; a request that is
- * repeated has the same number.
+ * Each text carries its sender's whole report.
  */
 #pragma once
 
@@ -16,16 +15,11 @@
 
 namespace keeper {
 
-enum class Why { asked, leaving, unfit, again, last = again };
-
 struct Text {
     NodeId from = {};
     std::string boot = {};
     uint64_t sequence = 0;
     bool hello = false; /* the others shall report */
-    NodeId target = {}; /* it shall take over, because of `why`; 0: nothing is asked for */
-    Why why = Why::asked;
-    uint64_t number = 0;
     Report report = {};
 };
 

@@ -49,18 +49,13 @@ struct Config {
     std::string boot; /* not from the file: a word that differs at each start of the keeper */
 };
 
-/* Why a node must not become master: on its disk, so that a restart does not forget it. */
-struct Unfit {
-    bool by_watch = false; /* the watch programs found it, and not a step that failed */
-    std::string reason;    /* in words, such as "10-db.run failed with status 3" */
-    bool operator==(const Unfit &) const = default;
-};
-
-/* All that the keeper keeps on disk; it is always written as a whole. */
+/* All that the keeper keeps on disk; it is always written as a whole. Empty: nothing is known. */
 struct Stored {
-    std::optional<Unfit> unfit;
-    std::optional<bool> preferred; /* by the operator; none: never asked for, nor found */
-    /* What the daemon's settings files hold, by what it announced last; empty: there is none. */
+    /* Why this node must not become master, in words, such as "10-db.run failed with status 3"; and
+       who found that: "watch", the watch programs, or "start", a step that failed. */
+    std::string unfit = {}, unfit_by = {};
+    std::string preferred = {}; /* by the operator: "true" or "false" */
+    /* What the daemon's settings files hold, by what it announced last. */
     std::string preferred_file = {}, frozen_file = {};
     bool operator==(const Stored &) const = default;
 };
@@ -88,10 +83,21 @@ struct Steps {
 
 enum class Quorum { unknown, yes, no, last = no };
 
+enum class Why { asked, leaving, unfit, again, last = again };
+
+/* A node asks another one to take over. */
+struct Request {
+    NodeId from = {};   /* as the text that has it says */
+    NodeId target = {}; /* 0: nothing is asked for */
+    Why why = Why::asked;
+    uint64_t number = 0; /* of the asking node's requests */
+    bool operator==(const Request &) const = default;
+};
+
 /* What a keeper says of its node, in each text. */
 struct Report {
+    Request request;
     NodeId master = {};
-    NodeId frozen = {};
     Steps steps;
     Quorum quorum = Quorum::unknown;
     std::string unfit;      /* the reason of the mark; empty: not marked */
@@ -162,10 +168,10 @@ struct UnitChanged {
 /* The answer to run_watch_programs(), when the last of them has ended or was ended at its limit. */
 struct WatchRan {
     struct Result {
-        std::string program; /* its file name */
+        std::string program = {}; /* its file name */
         bool ok = false;
-        std::string reason;   /* unless ok, such as "status 2: no answer on port 5432" */
-        bool not_run = false; /* it could not be started, which says nothing of the service */
+        std::string reason = {}; /* unless ok, such as "status 2: no answer on port 5432" */
+        bool not_run = false;    /* it could not be started, which says nothing of the service */
     };
     std::vector<Result> results; /* empty: there are no programs */
 };
@@ -207,7 +213,7 @@ public:
 
 /* ---- What is found ---- */
 
-enum class Level { ok, warning, critical, unknown };
+enum class Level { ok, unknown, warning, critical }; /* the worst last */
 struct Verdict {
     Level level = Level::unknown;
     std::vector<std::string> causes = {}; /* the worst first; if OK, who is master */

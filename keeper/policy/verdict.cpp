@@ -4,13 +4,9 @@ namespace keeper {
 
 using enum Level;
 
-/* The worst first. */
-constexpr Level by_rank[] = {critical, warning, unknown, ok};
 struct Causes {
-    std::map<int64_t, std::vector<std::string>> by_level;
-    void add(Level level, const std::string &cause) {
-        by_level[std::ranges::find(by_rank, level) - by_rank].push_back(cause);
-    }
+    std::map<Level, std::vector<std::string>, std::greater<>> by_level; /* the worst first */
+    void add(Level level, const std::string &cause) { by_level[level].push_back(cause); }
 };
 
 /* Why nothing is to be expected of the node; empty: it takes part, as far as is known. Without
@@ -128,8 +124,8 @@ Verdict judge(Turn &turn, const std::string &freeze_changed) {
         causes.add(warning, "the marks of this node are not on its disk: " + known.disk_problem);
     }
     Verdict verdict;
-    for (const auto &[rank, list] : causes.by_level) {
-        verdict.level = verdict.causes.empty() ? by_rank[rank] : verdict.level;
+    verdict.level = causes.by_level.begin()->first;
+    for (const auto &[level, list] : causes.by_level) {
         verdict.causes.insert(verdict.causes.end(), list.begin(), list.end());
     }
     return verdict;

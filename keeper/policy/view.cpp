@@ -24,27 +24,13 @@ void View::receive(Turn &turn) {
     }
     peer.heard = known.now;
     peer.member = true;
-    peer.boot = text->boot;
-    peer.sequence = text->sequence;
     /* As an age it comes with the delay of the text: that alone changes nothing. */
     if (std::chrono::abs(turn.before.steps.since - peer.report.steps.since) < late_by) {
         peer.report.steps.since = turn.before.steps.since;
     }
+    back = own ? text->sequence : back;
     greeted = greeted || (own && text->hello);
     asked = asked || (!own && text->hello);
-}
-
-void View::send(Turn &turn, Text text) {
-    const Known &known = turn.known;
-    text.from = known.local;
-    text.boot = known.config.boot;
-    text.sequence = ++sequence;
-    text.hello = !greeted;
-    text.report = known.report(known.local);
-    reported = text.report;
-    sent_at = known.now;
-    asked = false;
-    turn.world.send_text(encode(text, known.now));
 }
 
 void View::take(Turn &turn) {
@@ -58,23 +44,27 @@ void View::take(Turn &turn) {
         return;
     }
     const Report report = known.report(known.local);
-    const auto self = known.peers.find(known.local);
-    const bool back = self != known.peers.end() && self->second.sequence == sequence;
-    tries = back ? 0 : tries;
+    tries = back == sequence ? 0 : tries;
     Time next{};
     if (reported) {
         reported->steps.since = report.steps.since;
         const bool at_once = report.leaving != reported->leaving ||
                              report.preferred != reported->preferred ||
-                             report.settling != reported->settling;
-        next = at_once                             ? Time(0)
-               : asked || report != *reported      ? sent_at + report_apart
-               : !back && tries + 1 < send_at_most ? sent_at + again_after
-                                                   : sent_at + report_every;
+                             report.settling != reported->settling ||
+                             report.request.number > reported->request.number ||
+                             (report.master != reported->master && known.master());
+        next = at_once                                    ? Time(0)
+               : asked || report != *reported             ? sent_at + report_apart
+               : back != sequence && tries < send_at_most ? sent_at + again_after
+                                                          : sent_at + report_every;
     }
     if (turn.due(next)) {
         ++tries;
-        send(turn);
+        reported = report;
+        sent_at = known.now;
+        asked = false;
+        turn.world.send_text(
+            encode({known.local, known.config.boot, ++sequence, !greeted, report}, known.now));
         turn.due(known.now + again_after);
     }
 }

@@ -16,7 +16,7 @@ void Watch::run_again(Turn &turn, const std::string &failure) {
     if (again_at && known.now < *again_at + again_within) {
         turn.error("WATCH: failed again " + seconds(known.now - *again_at) +
                    " after the steps ran again, this node is marked unfit: " + failure);
-        turn.mark(Unfit{true, failure});
+        turn.mark(failure, "watch");
         armed = false;
     } else if (known.frozen() || known.current.members < 2 ||
                (asked_at && known.now >= *asked_at + request_within)) {
@@ -83,7 +83,7 @@ void Watch::take(Turn &turn) {
             judge(turn, *round);
         }
     }
-    const bool marked = known.stored.unfit && known.stored.unfit->by_watch;
+    const bool marked = known.stored.unfit_by == "watch";
     const Time next = round_ended + (none ? look_every : known.config.watch_interval);
     if (known.master() && (phase == Phase::settled || phase == Phase::unknown) && !marked &&
         !known.leaving && !running &&

@@ -18,6 +18,7 @@
 #include "keeper/config.h"
 #include "keeper/edge/disk.h"
 #include "keeper/hold.h"
+#include "keeper/object.h"
 #include "keeper/policy/keeper.h"
 
 #include <unistd.h>
@@ -142,7 +143,7 @@ void keeper_files(const std::string &text) {
     const keeper::Config config = keeper::read_config(file).config;
     require(config.watch_interval.count() >= 100 && config.watch_limit.count() >= 100);
     require(config.step_limit.count() >= 100 && config.watch_failures >= 1);
-    keeper::Disk(file, nullptr).read();
+    keeper::Disk{file, nullptr}.read();
 }
 
 /* What texts of others make a keeper do: its node takes over and is preferred, and no more. */
@@ -158,20 +159,21 @@ struct Node : keeper::World {
     void read_run_directory() override {}
     void run_watch_programs() override {}
     void kill_daemon() override { require(false); }
-    void store(const keeper::Stored &stored) override { require(!stored.unfit); }
+    void store(const keeper::Stored &stored) override { require(stored.unfit.empty()); }
     void answer(void *, bool, const std::string &) override { require(false); }
     void log(int, const std::string &text) override { require_safe(text); }
 
     void hear(const keeper::Input &input) { keeper.handle(input, now); }
     std::string state() const {
-        std::string all;
-        for (const auto &[name, value] : keeper.properties()) {
-            g_autofree char *text = g_variant_print(value.get(), TRUE);
-            all += text;
-        }
-        return all;
+        keeper::publish(DUSKVALE_KEEPER(object.get()), keeper.state(), keeper.judgement(),
+                        keeper.freeze_changed());
+        const client::Variant all(
+            g_dbus_interface_skeleton_get_properties(G_DBUS_INTERFACE_SKELETON(object.get())));
+        g_autofree char *text = g_variant_print(all.get(), TRUE);
+        return text;
     }
     keeper::Time now{100'000};
+    client::Object<DuskvaleKeeper> object{duskvale_keeper_skeleton_new()};
     keeper::Keeper keeper{{.boot = "now"}, *this};
 };
 

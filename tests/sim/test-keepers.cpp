@@ -334,7 +334,7 @@ struct Schedule {
             expect = *asked->answered ? expect : stays;
         }
         if (std::ranges::none_of(c.machines, [](const auto &entry) {
-                return entry.second.start_fails || entry.second.disk.unfit;
+                return entry.second.start_fails || !entry.second.disk.unfit.empty();
             })) {
             EXPECT_TRUE(expect == 0 || expect == c.master()) << expect << " was master;" << story;
             for (const auto &[key, machine] : c.machines) {
@@ -362,7 +362,7 @@ struct Schedule {
                 << "masters " << c.masters() << ", and keeper " << key << " says nothing";
             EXPECT_TRUE(turbulent || machine.node.aborts == 0);
             for (const auto &[id, other] : c.machines) {
-                EXPECT_EQ(known.report(id).unfit, other.disk.unfit.value_or(keeper::Unfit()).reason)
+                EXPECT_EQ(known.report(id).unfit, other.disk.unfit)
                     << "of node " << id << " as keeper " << key << " has it";
                 EXPECT_TRUE(turbulent || known.report(id).master == master);
             }
@@ -408,7 +408,7 @@ TEST(KeptService, DoesNotGoRoundForEver) {
         EXPECT_EQ(c.take_overs.size(), moves);
         EXPECT_EQ(c.machines.at(c.master()).keeper->judgement().level, Level::critical);
         for (auto &[key, machine] : c.machines) {
-            EXPECT_TRUE(machine.disk.unfit);
+            EXPECT_NE(machine.disk.unfit, "");
             machine.start_fails = false;
             machine.dies_after = never;
         }

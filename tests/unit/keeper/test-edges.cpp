@@ -1,11 +1,10 @@
 #include "keeper/config.h"
 #include "keeper/edge/disk.h"
 #include "keeper/edge/log.h"
-#include "keeper/edge/object.h"
 #include "keeper/edge/programs.h"
 #include "keeper/hold.h"
+#include "keeper/object.h"
 #include "keeper/paths.h"
-#include "keeper/policy/policies.h"
 
 #include "dbus/bus.h"
 #include "support/file.h"
@@ -97,11 +96,11 @@ TEST(KeeperConfig, NamesEachMistake) {
 TEST(KeeperDisk, RemembersTheLastOfManyWrites) {
     const fs::path file = scratch("disk") / "state";
     Heard<DiskWritten> heard;
-    Disk disk(file, heard.deliver);
+    Disk disk{file, heard.deliver};
     EXPECT_EQ(disk.read().stored, Stored{});
     EXPECT_EQ(disk.read().problem, "");
-    const Stored last{Unfit{true, "a=b\n[c] \\ \xc3\xa4"}, true, "1\n", "-3\n a\n"};
-    disk.write({Unfit{false, "x"}, false});
+    const Stored last{"a=b\n[c] \\ \xc3\xa4", "watch", "true", "1\n", "-3\n a\n"};
+    disk.write({"x", "start", "false"});
     disk.write({});
     disk.write(last);
     ASSERT_TRUE(heard.wait(2));
@@ -126,13 +125,13 @@ TEST(KeeperDisk, KeepsWhatItHadWhenTheDiskIsFull) {
     const fs::path directory = scratch("full");
     ASSERT_EQ(mount("test", directory.c_str(), "tmpfs", 0, "size=8k"), 0);
     Heard<DiskWritten> heard;
-    Disk disk(directory / "state", heard.deliver);
-    const Stored stored{std::nullopt, true};
+    Disk disk{directory / "state", heard.deliver};
+    const Stored stored{.preferred = "true"};
     disk.write(stored);
     ASSERT_TRUE(heard.wait(1));
     EXPECT_EQ(heard.list.at(0).problem, "");
     std::ofstream(directory / "filler") << std::string(16384, 'x');
-    disk.write({Unfit{}, false});
+    disk.write({"x", "start"});
     ASSERT_TRUE(heard.wait(2));
     EXPECT_THAT(heard.list.at(1).problem, HasSubstr("No space left"));
     EXPECT_EQ(disk.read().stored, stored);
@@ -142,7 +141,7 @@ TEST(KeeperDisk, KeepsWhatItHadWhenTheDiskIsFull) {
 TEST(KeeperDisk, SaysWhyItCannotBeRead) {
     const fs::path file = scratch("disk") / "state";
     write(file, "no key file");
-    Disk disk(file, nullptr);
+    const Disk disk{file, nullptr};
     EXPECT_THAT(disk.read().problem, HasSubstr(file.string()));
 }
 
@@ -151,11 +150,10 @@ TEST(KeeperDisk, SaysWhyItCannotBeRead) {
 struct KeeperPrograms : testing::Test {
     const fs::path directory = scratch("watch.d");
     Heard<WatchRan> heard;
-    Programs programs{directory, Duration(1'000), heard.deliver};
 
     std::vector<std::string> run() {
         const size_t before = heard.list.size();
-        programs.run();
+        run_programs(directory, Duration(1'500), heard.deliver);
         std::vector<std::string> words;
         if (heard.wait(before + 1)) {
             for (const WatchRan::Result &result : heard.list.back().results) {
@@ -194,7 +192,7 @@ TEST_F(KeeperPrograms, EndsWhatAProgramStarted) {
                              (directory / "child").string();
     write(directory / "a.watch", note + "-a\nsleep 1000\n");
     write(directory / "b.watch", note + "-b\nexit 0\n");
-    EXPECT_THAT(run(), ElementsAre("a.watch not done after 1000 ms", "b.watch works"));
+    EXPECT_THAT(run(), ElementsAre("a.watch not done after 1.5 s", "b.watch works"));
     for (const char *name : {"child-a", "child-b"}) {
         const pid_t child = std::stoi(file_text(directory / name));
         EXPECT_TRUE(loop_until([&] { return kill(child, 0) != 0; })) << name;
@@ -236,11 +234,12 @@ TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
     Bus bus;
     std::vector<Input> asked;
     GDBusConnection *connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    Object object(connection, [&](const Input &input) {
+    Deliver deliver = [&](const Input &input) {
         asked.push_back(input);
         const auto &[what, call, target, on] = std::get<Asked>(input);
-        Object::answer(call, what != Asked::fit, what == Asked::fit ? "not now" : "done");
-    });
+        answer_call(call, what != Asked::fit, what == Asked::fit ? "not now" : "done");
+    };
+    DuskvaleKeeper *object = export_object(connection, deliver);
     g_bus_own_name_on_connection(connection, DUSKVALE_KEEPER_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
                                  nullptr, nullptr, nullptr, nullptr);
     Client root(bus, 0, DUSKVALE_KEEPER_BUS_NAME, DUSKVALE_KEEPER_BUS_PATH);
@@ -249,10 +248,10 @@ TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
     EXPECT_EQ(stranger.get("Master"), "org.freedesktop.DBus.Error.AccessDenied");
 
     Known known;
-    object.publish(publish(known, {}, ""));
+    publish(object, known, {}, "");
     known.local = known.current.master_node = 3232235777;
     known.corosync.nodes = {{3232235777, "alpha\xff"}, {7, "beta"}};
-    object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
+    publish(object, known, {Level::critical, {"nobody serves"}}, "");
     EXPECT_THAT(watcher.signal(), testing::AllOf(HasSubstr("PropertiesChanged"),
                                                  HasSubstr("'Master': <uint32 3232235777>"),
                                                  HasSubstr("'Verdict': <'critical'>"),
@@ -262,9 +261,9 @@ TEST(KeeperObject, ShowsTheStateToAllAndObeysRoot) {
 
     /* What changes every few seconds wakes nobody. */
     known.peers[7].heard = Time(5);
-    object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
+    publish(object, known, {Level::critical, {"nobody serves"}}, "");
     known.current.frozen_node = 1;
-    object.publish(publish(known, {Level::critical, {"nobody serves"}}, ""));
+    publish(object, known, {Level::critical, {"nobody serves"}}, "");
     EXPECT_EQ(watcher.signal(), "PropertiesChanged('com.norvel.DuskvaleKeeper', {'Frozen': "
                                 "<uint32 1>}, @as [])");
     EXPECT_EQ(watcher.get("LastHeard"), "(<{uint32 7: uint64 5000}>,)");

@@ -24,7 +24,8 @@ struct Session : World {
     /* The world's answers: at once, or when the command that brings them about is given. */
     void send_text(const std::string &text) override {
         const auto sent = decode(text, at);
-        note(sent->target != 0 ? "asks node " + std::to_string(sent->target) : "");
+        const NodeId target = sent->report.request.target;
+        note(target != 0 ? "asks node " + std::to_string(target) : "");
         lost_texts ? void() : hear(client::Text{text});
     }
     void send_keep_alive() override { stalled ? note("keep-alive") : hear(KeepAlive{1}); }
@@ -40,8 +41,8 @@ struct Session : World {
     void kill_daemon() override { note("kills the daemon"); }
     void store(const Stored &stored) override {
         if (stored.unfit != disk.unfit || stored.preferred != disk.preferred) {
-            note("stores " + (stored.unfit ? "unfit: " + stored.unfit->reason : "fit") +
-                 (stored.preferred == true ? ", preferred" : ""));
+            note("stores " + (stored.unfit.empty() ? "fit" : "unfit: " + stored.unfit) +
+                 (stored.preferred == "true" ? ", preferred" : ""));
         }
         if (stored.frozen_file != disk.frozen_file) {
             std::string text = stored.frozen_file;
@@ -164,7 +165,7 @@ struct Session : World {
                  peers[node] = settled();
                  peers[node].preferred = daemon.master_node == node;
              }
-             give(DiskRead{{std::nullopt, false}});
+             give(DiskRead{{.preferred = "false"}});
              give(ring);
              meet();
              report();
@@ -238,7 +239,7 @@ struct Session : World {
         give(StepsDone{});
     }
 
-    static constexpr const char *levels[] = {"ok", "warning", "critical", "unknown"};
+    static constexpr const char *levels[] = {"ok", "unknown", "warning", "critical"};
     Words w;
     std::optional<Keeper> keeper;
     Time at{1'000'000}, began = at, heard_at = at;
